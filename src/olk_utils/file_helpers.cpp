@@ -1,0 +1,325 @@
+// What a path names, how large it is, and making and removing it. Every answer is a snapshot.
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "olk_utils/bounded_text.h"
+#include "olk_utils/trace_log.h"
+
+namespace {
+
+constexpr char kConfigurationFile[] = "SAT.ini";
+constexpr char kDefaultLogDirectory[] = "Log";
+
+// Answers of OLK_Exist that the callers below tell apart.
+constexpr int kNothing = 0;
+constexpr int kDirectory = 1;
+constexpr int kRegularFile = 2;
+
+// A command line of 256 bytes less "rm -R " and the final NUL.
+constexpr size_t kLongestRemovablePath = 249;
+
+constexpr mode_t kOwnerOnly = 0700;
+
+bool has_directory_bit(const struct stat& status) {
+  return (status.st_mode & S_IFDIR) != 0;
+}
+
+// Kept: the field called st_mode always shows 0x4000, the one called S_IFMT the whole mode, and every
+// kind but the directory is logged as an error.
+#define KIND_TRACE(level, text) \
+  UTILS_TRACE_IN("OLK_Exist", level, text, static_cast<int>(kind), static_cast<unsigned>(S_IFDIR), mode)
+
+int kind_of_mode(mode_t mode) {
+  const mode_t kind = mode & S_IFMT;
+  switch (kind) {
+    case S_IFDIR:
+      KIND_TRACE(kInfo,
+                 "  rc[%06d]OK:S_IFDIR is directory         st_mode[%08Xh] & S_IFMT[%08Xh] return 1\n");
+      return kDirectory;
+    case S_IFREG:
+      KIND_TRACE(kError,
+                 "  rc[%06d]ER:S_IFREG is regular file     st_mode[%08Xh] & S_IFMT[%08Xh] return 2\n");
+      return kRegularFile;
+    case S_IFBLK:
+      KIND_TRACE(kError, "  rc[%06d]ER:S_IFBLK is block device      st_mode[%08Xh] & S_IFMT[%08Xh]\n");
+      break;
+    case S_IFCHR:
+      KIND_TRACE(kError, "  rc[%06d]ER:S_IFCHR is character device  st_mode[%08Xh] & S_IFMT[%08Xh]\n");
+      break;
+    case S_IFIFO:
+      KIND_TRACE(kError, "  rc[%06d]ER:S_IFCHR is  FIFO/pipe        st_mode[%08Xh] & S_IFMT[%08Xh]\n");
+      break;
+    case S_IFLNK:
+      KIND_TRACE(kError, "  rc[%06d]ER:S_IFLNK is :symlink         st_mode[%08Xh] & S_IFMT[%08Xh]\n");
+      break;
+    case S_IFSOCK:
+      KIND_TRACE(kError, "  rc[%06d]ER:S_IFSOCK is socket          st_mode[%08Xh] & S_IFMT[%08Xh]\n");
+      break;
+    default:
+      KIND_TRACE(kError, "  rc[%06d]ER:S_UNKNW is Unknown?         st_mode[%08Xh] & S_IFMT[%08Xh]\n");
+      break;
+  }
+  return static_cast<int>(kind);
+}
+
+// One directory on the way down a tree that is being removed. Only the deepest one is open: a tree may
+// be deeper than a process has descriptors, and its path longer than the system takes.
+struct Level {
+  Level* above;
+  DIR* stream;
+  dev_t device;
+  ino_t inode;
+  size_t kept;  // entries that could not be removed; a new reading of the directory meets them first
+  char name[NAME_MAX + 1];
+};
+
+// Opens the directory itself, never one that a link points to.
+bool open_level(Level* level, int parent, const char* name) {
+  const int descriptor = openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (descriptor == -1) return false;
+  struct stat status {};
+  if (fstat(descriptor, &status) == 0) level->stream = fdopendir(descriptor);
+  if (level->stream == nullptr) {
+    close(descriptor);
+    return false;
+  }
+  level->device = status.st_dev;
+  level->inode = status.st_ino;
+  return true;
+}
+
+void close_level(Level* level) {
+  if (level->stream != nullptr) closedir(level->stream);
+  level->stream = nullptr;
+}
+
+const char* next_entry(Level* level) {
+  for (;;) {
+    const dirent* entry = readdir(level->stream);
+    if (entry == nullptr) return nullptr;
+    if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0) return entry->d_name;
+  }
+}
+
+bool remove_entry(int parent, const char* name) {
+  if (unlinkat(parent, name, 0) == 0 || unlinkat(parent, name, AT_REMOVEDIR) == 0) return true;
+  return errno == ENOENT;
+}
+
+// Goes down one directory; null, with nothing changed, when it cannot be entered.
+Level* enter(Level* above, int parent, const char* name) {
+  if (strlen(name) > NAME_MAX) return nullptr;
+  Level* level = static_cast<Level*>(calloc(1, sizeof(Level)));
+  if (level == nullptr) return nullptr;
+  if (!open_level(level, parent, name)) {
+    free(level);
+    return nullptr;
+  }
+  copy_text(level->name, name);
+  level->above = above;
+  if (above != nullptr) close_level(above);
+  return level;
+}
+
+// Opens the directory above again, by its ".." entry. False when the tree was moved meanwhile: what is
+// above now is not ours to remove.
+bool reopen_above(Level* level) {
+  Level* above = level->above;
+  Level found{};
+  if (!open_level(&found, dirfd(level->stream), "..")) return false;
+  if (found.device != above->device || found.inode != above->inode) {
+    close_level(&found);
+    return false;
+  }
+  above->stream = found.stream;
+  return true;
+}
+
+void abandon(Level* level) {
+  while (level != nullptr) {
+    Level* above = level->above;
+    close_level(level);
+    free(level);
+    level = above;
+  }
+}
+
+// Removes a directory that has been read to its end and goes on in the one above it.
+Level* leave(Level* level) {
+  Level* above = level->above;
+  if (above == nullptr) {
+    remove_entry(AT_FDCWD, level->name);
+  } else if (reopen_above(level)) {
+    if (!remove_entry(dirfd(above->stream), level->name)) ++above->kept;
+    for (size_t skipped = 0; skipped < above->kept; ++skipped) next_entry(above);
+  } else {
+    abandon(level);
+    return nullptr;
+  }
+  close_level(level);
+  free(level);
+  return above;
+}
+
+// Everything below the directory and the directory itself; what cannot be removed stays.
+void remove_tree(const char* path) {
+  Level* level = enter(nullptr, AT_FDCWD, path);
+  while (level != nullptr) {
+    const char* name = next_entry(level);
+    if (name == nullptr) {
+      level = leave(level);
+    } else if (const int directory = dirfd(level->stream); !remove_entry(directory, name)) {
+      if (Level* below = enter(level, directory, name); below != nullptr) {
+        level = below;
+      } else {
+        ++level->kept;
+      }
+    }
+  }
+}
+
+// Removes the named thing itself: of a link never what it points to. The working directory, the one
+// above it, the root and over-long names are refused.
+void remove_path(const char* path) {
+  char name[kLongestRemovablePath + 1];
+  size_t length = strlen(path);
+  if (length > kLongestRemovablePath) return;
+  copy_text(name, path);
+  while (length > 0 && name[length - 1] == '/') name[--length] = '\0';
+
+  const char* slash = strrchr(name, '/');
+  const char* last = slash == nullptr ? name : slash + 1;
+  if (*last == '\0' || strcmp(last, ".") == 0 || strcmp(last, "..") == 0) return;
+  if (!remove_entry(AT_FDCWD, name)) remove_tree(name);
+}
+
+}  // namespace
+
+int OLK_GetFileSize(const char* pFileName) {
+  if (pFileName == nullptr) {
+    UTILS_BRACKET_TRACE(kWarning, " rc[%06d]WR: pFileName=NULL\n", -1);
+    return -1;
+  }
+  struct stat status {};
+  if (stat(pFileName, &status) != 0) return -1;
+  return static_cast<int>(status.st_size);
+}
+
+int OLK_FileExist(const char* pFileName) {
+  if (pFileName == nullptr) {
+    UTILS_TRACE(kError, " rc[%06d]ER pFileName[null]\n", -1);
+    return -1;
+  }
+  const int size = OLK_GetFileSize(pFileName);
+  if (size < 0 && strcmp(pFileName, kConfigurationFile) != 0) {
+    UTILS_TRACE(kWarning, " rc[%06d]WR pFileName[%s] NOT FOUND!!\n", size, pFileName);
+  }
+  return size;
+}
+
+int OLK_Exist(const char* pDirFileName) {
+  if (pDirFileName == nullptr) {
+    UTILS_TRACE(kError, "  rc[%06d]ER: pDirFileName=NULL Invalid Parameter!!!\n", -1);
+    return -1;
+  }
+  struct stat status {};
+  if (stat(pDirFileName, &status) == 0) return kind_of_mode(status.st_mode);
+  if (strcmp(pDirFileName, kDefaultLogDirectory) != 0) {
+    UTILS_TRACE(kWarning, "  rc[%06d]WR:  pDirFileName[%s] Not Found!!! force return 0\n", kNothing,
+                pDirFileName);
+  }
+  return kNothing;
+}
+
+// Kept: the directory bit is tested alone, so a socket or a block device counts as a directory too.
+int OLK_CreateDir(const char* pDirName) {
+  if (pDirName == nullptr) {
+    UTILS_TRACE(kError, "  rc[%06d] Fail: pDirName=NULL\n", -1);
+    return -1;
+  }
+  struct stat status {};
+  if (stat(pDirName, &status) == 0 && has_directory_bit(status)) return 1;
+
+  mkdir(pDirName, kOwnerOnly);
+  if (stat(pDirName, &status) != 0) {
+    UTILS_TRACE(kError, " rc[%06d] pDirName[%s] Not Created!\n", -5, pDirName);
+    return -5;
+  }
+  if (!has_directory_bit(status)) {
+    UTILS_TRACE(kError, " rc[%06d] pDirName[%s] Not Created s.st_mode[%08Xh] And S_IFDIR[%08Xh] == 1\n", -4,
+                pDirName, status.st_mode, static_cast<unsigned>(S_IFDIR));
+    return -4;
+  }
+  return 2;
+}
+
+int OLK_DeleteDir(const char* pDirName) {
+  const int found = OLK_Exist(pDirName);
+  if (found <= kNothing) {
+    UTILS_TRACE(kWarning, " rc[%06d]WR   pDirName[%s] Directory do not Exist! >> return 0\n", 0,
+                text_or_empty(pDirName));
+    return 0;
+  }
+  if (found != kDirectory) {
+    UTILS_TRACE(kWarning, " rc[%06d]ER   pDirName[%s] Is not a Directort! >> return -2\n", -2, pDirName);
+    return -2;
+  }
+  UTILS_TRACE(kWarning, " rc[%06d]WR   pDirName[%s] Directory Exist >> Delete it Now!!!\n", found, pDirName);
+  remove_path(pDirName);
+
+  const int left = OLK_Exist(pDirName);
+  if (left == kNothing) {
+    UTILS_TRACE(kInfo, " rc[%06d]OK   pDirName[%s] Directory Successfull Deleted return 1\n", 1, pDirName);
+    return 1;
+  }
+  if (left < 0) {
+    UTILS_TRACE(kWarning, " rc[%06d]WR   pDirName[%s] Directory Deleted return 2\n", 2, pDirName);
+    return 2;
+  }
+  if (left == kDirectory) {
+    UTILS_TRACE(kError, " rc[%06d]ER   pDirName[%s] Directory Could not be Deleted return -1\n", -1,
+                pDirName);
+    return -1;
+  }
+  UTILS_TRACE(kWarning, " rc[%06d]WR   pDirName[%s] Directory Deleted return 3\n", 3, pDirName);
+  return 3;
+}
+
+// Kept: the answers after the removal are those of a directory, so a file that survives gives 3 and
+// a "Deleted" line.
+int OLK_DeleteFile(const char* pFileName) {
+  const int found = OLK_Exist(pFileName);
+  if (found <= kNothing) {
+    UTILS_TRACE(kWarning, " rc[%06d]WR   pFileName[%s] File do not Exist! >> return 0\n", 0,
+                text_or_empty(pFileName));
+    return 0;
+  }
+  if (found != kRegularFile) {
+    UTILS_TRACE(kWarning, " rc[%06d]ER   pFileName[%s] Is not a File! >> return -2\n", -2, pFileName);
+    return -2;
+  }
+  UTILS_TRACE(kWarning, " rc[%06d]WR   pFileName[%s] File Exist >> Delete it Now!!!\n", found, pFileName);
+  remove_path(pFileName);
+
+  const int left = OLK_Exist(pFileName);
+  if (left == kNothing) {
+    UTILS_TRACE(kInfo, " rc[%06d]OK   pFileName[%s] File Successfull Deleted return 1\n", 1, pFileName);
+    return 1;
+  }
+  if (left < 0) {
+    UTILS_TRACE(kWarning, " rc[%06d]WR   pFileName[%s] File Deleted return 2\n", 2, pFileName);
+    return 2;
+  }
+  if (left == kDirectory) {
+    UTILS_TRACE(kError, " rc[%06d]ER   pFileName[%s] File Could not be Deleted return -1\n", -1, pFileName);
+    return -1;
+  }
+  UTILS_TRACE(kWarning, " rc[%06d]WR   pFileName[%s] File Deleted return 3\n", 3, pFileName);
+  return 3;
+}
