@@ -1,0 +1,72 @@
+#include "olk_utils/system_clock.h"
+
+#include <errno.h>
+#include <limits.h>
+#include <poll.h>
+
+#include <algorithm>
+
+namespace {
+
+constexpr int64_t kNanosecondsPerMillisecond = 1000000;
+
+timespec read_clock(clockid_t clock) {
+  timespec now{};
+  clock_gettime(clock, &now);
+  return now;
+}
+
+WaitResult wait_result_of(short events) {
+  if ((events & POLLNVAL) != 0) return kWaitFailed;
+  return (events & (POLLHUP | POLLERR)) != 0 ? kHungUp : kReadable;
+}
+
+}  // namespace
+
+LocalTime local_time_now() {
+  const timespec now = read_clock(CLOCK_REALTIME);
+  LocalTime local{};
+  localtime_r(&now.tv_sec, &local.calendar);
+  local.milliseconds = static_cast<int>(now.tv_nsec / kNanosecondsPerMillisecond);
+  return local;
+}
+
+LocalTime local_time_in_current_zone() {
+  tzset();
+  return local_time_now();
+}
+
+uint64_t GetCurrentMilliTime() {
+  const timespec now = read_clock(CLOCK_REALTIME);
+  return static_cast<uint64_t>(now.tv_sec) * 1000 +
+         static_cast<uint64_t>(now.tv_nsec / kNanosecondsPerMillisecond);
+}
+
+timespec monotonic_now() {
+  return read_clock(CLOCK_MONOTONIC);
+}
+
+WaitResult wait_readable(int descriptor, int64_t timeout_ms) {
+  // poll, not select: a host may have more than FD_SETSIZE descriptors open.
+  if (descriptor < 0) {  // poll would pass over it and wait
+    errno = EBADF;
+    return kWaitFailed;
+  }
+  pollfd port{descriptor, POLLIN, 0};
+  const timespec start = monotonic_now();
+  int64_t remaining = timeout_ms;
+  for (;;) {
+    const int ready = poll(&port, 1, static_cast<int>(std::min<int64_t>(remaining, INT_MAX)));
+    if (ready > 0) return wait_result_of(port.revents);
+    if (ready < 0 && errno != EINTR) return kWaitFailed;
+    remaining = timeout_ms - elapsed_ms(start, monotonic_now());
+    if (remaining <= 0) return kTimedOut;
+  }
+}
+
+void pause_microseconds(unsigned microseconds) {
+  timespec remaining{static_cast<time_t>(microseconds / 1000000),
+                     static_cast<long>(microseconds % 1000000) * 1000};
+  while (nanosleep(&remaining, &remaining) == -1 && errno == EINTR) {
+  }
+}

@@ -1,0 +1,78 @@
+#include "support/virtual_clock.h"
+
+#include <poll.h>
+
+#include "olk_utils/system_clock.h"
+
+namespace {
+
+constexpr int64_t kNanosecondsPerMillisecond = 1000000;
+constexpr int64_t kNanosecondsPerSecond = 1000000000;
+
+// Any start will do; this one is not round, so that truncations show.
+int64_t monotonic_ns = 1234567890123456;
+int64_t wall_ns = 1700000000LL * kNanosecondsPerSecond;
+constexpr int64_t kMonotonicStart = 1234567890123456;
+
+void advance_ns(int64_t nanoseconds) {
+  monotonic_ns += nanoseconds;
+  wall_ns += nanoseconds;
+}
+
+timespec to_timespec(int64_t nanoseconds) {
+  return {static_cast<time_t>(nanoseconds / kNanosecondsPerSecond),
+          static_cast<long>(nanoseconds % kNanosecondsPerSecond)};
+}
+
+}  // namespace
+
+namespace virtual_clock {
+
+void set_local_time(int year, int month, int day, int hour, int minute, int second, int milliseconds) {
+  tm calendar{};
+  calendar.tm_year = year - 1900;
+  calendar.tm_mon = month - 1;
+  calendar.tm_mday = day;
+  calendar.tm_hour = hour;
+  calendar.tm_min = minute;
+  calendar.tm_sec = second;
+  calendar.tm_isdst = -1;
+  wall_ns = static_cast<int64_t>(mktime(&calendar)) * kNanosecondsPerSecond +
+            milliseconds * kNanosecondsPerMillisecond;
+}
+
+void advance_ms(std::int64_t milliseconds) { advance_ns(milliseconds * kNanosecondsPerMillisecond); }
+
+std::int64_t monotonic_ms() { return (monotonic_ns - kMonotonicStart) / kNanosecondsPerMillisecond; }
+
+}  // namespace virtual_clock
+
+LocalTime local_time_now() {
+  const timespec now = to_timespec(wall_ns);
+  LocalTime local{};
+  localtime_r(&now.tv_sec, &local.calendar);
+  local.milliseconds = static_cast<int>(now.tv_nsec / kNanosecondsPerMillisecond);
+  return local;
+}
+
+LocalTime local_time_in_current_zone() {
+  tzset();
+  return local_time_now();
+}
+
+uint64_t GetCurrentMilliTime() { return static_cast<uint64_t>(wall_ns / kNanosecondsPerMillisecond); }
+
+timespec monotonic_now() { return to_timespec(monotonic_ns); }
+
+// A readable port answers at once; a silent one costs the whole wait, in virtual time only.
+WaitResult wait_readable(int descriptor, int64_t timeout_ms) {
+  pollfd port{descriptor, POLLIN, 0};
+  if (poll(&port, 1, 0) <= 0) {
+    virtual_clock::advance_ms(timeout_ms);
+    return kTimedOut;
+  }
+  if ((port.revents & POLLNVAL) != 0) return kWaitFailed;
+  return (port.revents & (POLLHUP | POLLERR)) != 0 ? kHungUp : kReadable;
+}
+
+void pause_microseconds(unsigned microseconds) { advance_ns(static_cast<int64_t>(microseconds) * 1000); }
