@@ -1,0 +1,148 @@
+#include "olk_utils/trace_log.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "olk_utils/bounded_text.h"
+#include "olk_utils/system_clock.h"
+
+int64_t bErrorLogsEnabled;
+int64_t bWarningLogsEnabled;
+int64_t bMessageLogsEnabled;
+int64_t bInfoLogsEnabled;
+int64_t bTraceLogsEnabled;
+int64_t bJniTraceLogsEnabled;
+int64_t bDebugLogsEnabled;
+int64_t bConsoleLogsEnabled;
+
+TalvexLogConfiguration tLog;
+
+const char* pApiLogFileName = "SAT_api.log";
+const char* pLogOlkSatUtils = "SAT_api.log";
+const char* pOlkUtilsLogFile = "olk_utils.log";
+
+namespace {
+
+constexpr size_t kFileNameSize = 2048;
+// A line that fits reaches the file in one write, whole, however many processes log at once.
+constexpr size_t kLineBufferSize = 8192;
+
+struct LevelFilter {
+  const int64_t* flag;
+  uint32_t mask;
+};
+
+// No mask lets level 32 through: kept, debug lines never reach a log.
+constexpr LevelFilter kLevelFilters[] = {
+    {&bErrorLogsEnabled, 1},  {&bWarningLogsEnabled, 3},   {&bMessageLogsEnabled, 7}, {&bInfoLogsEnabled, 7},
+    {&bTraceLogsEnabled, 15}, {&bJniTraceLogsEnabled, 16}, {&bDebugLogsEnabled, 31},
+};
+
+const char* level_tag(uint32_t level) {
+  switch (level) {
+    case kError: return "ERR";
+    case kWarning: return "WRN";
+    case kInfo: return "INF";
+    case kTrace: return "TRC";
+    case kJni: return "JNI";
+    case kDebug: return "DBG";
+    default: return "Unk";
+  }
+}
+
+bool is_directory(const char* path) {
+  struct stat status {};
+  return stat(path, &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+// Kept: the printed hour runs three hours behind, 01 to 24, while the date is not moved with it.
+int shifted_hour(int hour) { return hour - 3 > 0 ? hour - 3 : hour + 21; }
+
+// Name of the day's file; path_prefix stands in front of the configured path only.
+void dated_file_name(char (&name)[kFileNameSize], const char* path_prefix, const tm& date,
+                     const char* log_file_name) {
+  const int year = date.tm_year + 1900;
+  const int month = date.tm_mon + 1;
+  if (strlen(tLog.strLogFilePath) > 1 && is_directory(tLog.strLogFilePath)) {
+    snprintf(name, sizeof name, "%s%s/%04d%02d%02d_%s", path_prefix, tLog.strLogFilePath, year, month,
+             date.tm_mday, log_file_name);
+  } else {
+    snprintf(name, sizeof name, "%04d%02d%02d_%s", year, month, date.tm_mday, log_file_name);
+  }
+}
+
+// Without blocking: a FIFO in the place of the log must not stop a sale.
+FILE* open_for_append(const char* file_name) {
+  const int descriptor =
+      open(file_name, O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666);
+  if (descriptor == -1) return nullptr;
+  FILE* log = fdopen(descriptor, "a");
+  if (log == nullptr) close(descriptor);
+  return log;
+}
+
+bool echoes_to_console(uint32_t level) {
+  if (bConsoleLogsEnabled == 0) return false;
+  return (bErrorLogsEnabled != 0 && level == kError) || (bWarningLogsEnabled != 0 && level == kWarning) ||
+         (bInfoLogsEnabled != 0 && level == kInfo) || bTraceLogsEnabled != 0;
+}
+
+}  // namespace
+
+bool trace_passes(uint32_t level) {
+  for (const LevelFilter& filter : kLevelFilters) {
+    if (*filter.flag != 0 && (level & filter.mask) != 0) return true;
+  }
+  return false;
+}
+
+int64_t TraceFileLog(const char* log_file_name, uint32_t level, const char* format, ...) {
+  if (!trace_passes(level)) return 0;
+  const int errno_of_caller = errno;
+
+  const LocalTime now = local_time_now();
+  char file_name[kFileNameSize];
+  dated_file_name(file_name, "", now.calendar, log_file_name);
+
+  va_list arguments;
+  if (FILE* log = open_for_append(file_name); log != nullptr) {
+    char line_buffer[kLineBufferSize];
+    setvbuf(log, line_buffer, _IOFBF, sizeof line_buffer);
+    fprintf(log, "[%02d:%02d:%02d.%03d]%s ", shifted_hour(now.calendar.tm_hour), now.calendar.tm_min,
+            now.calendar.tm_sec, now.milliseconds, level_tag(level));
+    va_start(arguments, format);
+    vfprintf(log, format, arguments);
+    va_end(arguments);
+    fclose(log);
+  }
+  if (echoes_to_console(level)) {
+    va_start(arguments, format);
+    vprintf(format, arguments);
+    va_end(arguments);
+  }
+  errno = errno_of_caller;
+  return 0;
+}
+
+int TraleFileLogSzCtl() {
+  char current[kFileNameSize];
+  // Kept: "./" also stands in front of an absolute path, which is then never rotated.
+  dated_file_name(current, "./", local_time_now().calendar, tLog.strLogFileName);
+
+  int size = OLK_GetFileSize(current);
+  if (size <= tLog.iLogFileMaxSize) return size;
+
+  char backup[kFileNameSize + 32];
+  int number = 0;
+  do {
+    snprintf(backup, sizeof backup, "%s_bkp_%02d.log", current, number++);
+    size = OLK_GetFileSize(backup);
+  } while (size > 0);
+  rename(current, backup);
+  return size;
+}
