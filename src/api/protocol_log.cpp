@@ -1,0 +1,309 @@
+#include "api/protocol_log.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "api/context.h"
+#include "olk_sat_utils/frames.h"
+#include "olk_utils/bounded_text.h"
+#include "olk_utils/system_clock.h"
+#include "olk_utils/trace_log.h"
+
+int gl_iFd;
+int gl_hComm = -1;
+
+namespace {
+
+constexpr char kLogMsg[] = "LogSATProtocolMsg";
+constexpr char kCreate[] = "CreateSAT_ProtLogFile";
+constexpr char kDefaultDirectory[] = "Log";
+constexpr int kNotCreated = -1101;
+constexpr int kNotOpened = -1102;
+constexpr int kDefaultMaxSize = 800000;
+
+// Room for the marks "<02>", checksum and ETX around the text.
+constexpr size_t kMarksSize = 48;
+
+// ---- Rendering --------------------------------------------------------------------------------------
+
+struct Frame {
+  const char* text;
+  size_t length;  // up to the first NUL, one more when that NUL is the checksum of a frame
+  bool has_stx;
+  bool invalid;  // STX, but no ETX where one belongs
+};
+
+char last_byte(const Frame& frame) {
+  return frame.length > 0 ? frame.text[frame.length - 1] : '\xff';
+}
+
+// The work buffer, filled from the front.
+struct Rendering {
+  char* work;
+  size_t length;
+};
+
+void append(Rendering& rendering, const char* bytes, size_t count) {
+  memcpy(rendering.work + rendering.length, bytes, count);
+  rendering.length += count;
+}
+
+void append_hex(Rendering& rendering, char byte) {
+  char hex[sizeof "<02>"];
+  append(rendering, hex,
+         static_cast<size_t>(snprintf(hex, sizeof hex, "<%02X>", static_cast<uint8_t>(byte))));
+}
+
+// Bytes first to last of the frame, both included; none if there are none.
+void append_bytes(Rendering& rendering, const Frame& frame, size_t first, size_t last) {
+  if (last >= first && last < frame.length) append(rendering, frame.text + first, last - first + 1);
+}
+
+Frame classify(const char* text) {
+  Frame frame{text, strlen(text), text[0] == kStx, false};
+  if (!frame.has_stx) return frame;
+  if (last_byte(frame) == kEtx) {
+    API_TRACE_IN(kLogMsg, kWarning, "All WR\n\t iSatPkgLen[%08d]\n\t pSatPkt[iSatPkgLen-1]=[%02Xh]Rcvd ETX\n",
+                 length_field(frame.length), static_cast<uint8_t>(last_byte(frame)));
+  } else if (frame.text[frame.length + 1] == kEtx) {
+    ++frame.length;
+    API_TRACE_IN(kLogMsg, kWarning,
+                 "All WR:\n\t iSatPkgLen[%08d]\n\t pSatPkt[iSatPkgLen-1]=[%02Xh]rcvd ETX CKSUM=0x00\n",
+                 length_field(frame.length), static_cast<uint8_t>(last_byte(frame)));
+  } else {
+    API_TRACE_IN(kLogMsg, kWarning,
+                 "All WR:bInvalidPacket\n\t iSatPkgLen[%08d]\n\t pSatPkt[iSatPkgLen-1]=[%02Xh]Expected ETX\n",
+                 length_field(frame.length), static_cast<uint8_t>(last_byte(frame)));
+    frame.invalid = true;
+  }
+  return frame;
+}
+
+// The last byte that belongs to a frame's text; checksum and ETX follow it.
+size_t last_text_byte(const Frame& frame) {
+  return frame.length >= 3 ? frame.length - 3 : 0;
+}
+
+// A line goes to the scratch buffer, cut at its end with the line feed kept.
+void finish_line(int length) {
+  if (length >= static_cast<int>(sizeof gl_TmpBuf)) gl_TmpBuf[sizeof gl_TmpBuf - 2] = '\n';
+}
+
+#define COMPOSE_LINE(format)                                                                                 \
+  finish_line(snprintf(gl_TmpBuf, sizeof gl_TmpBuf, format, now.tm_year + 1900, now.tm_mon + 1, now.tm_mday, \
+                       now.tm_hour, now.tm_min, now.tm_sec, rendering.work))
+
+void render_sent(const Frame& frame, const tm& now, Rendering& rendering) {
+  if (frame.invalid) {
+    append(rendering, frame.text, frame.length);
+    COMPOSE_LINE("%04d%02d%02d%02d%02d%02d PC->SAT >> [%s]InvalidSatPkg\n");
+  } else if (last_byte(frame) == kEtx) {
+    append(rendering, "<02>", 4);
+    append_bytes(rendering, frame, 1, last_text_byte(frame));
+    if (frame.length >= 2) append_hex(rendering, frame.text[frame.length - 2]);
+    append_hex(rendering, last_byte(frame));
+    COMPOSE_LINE("%04d%02d%02d%02d%02d%02d PC->SAT >> [%s]OK:a\n");
+  } else if (frame.text[frame.length] == '\0') {
+    append_hex(rendering, frame.text[0]);
+    if (frame.length > 0) append_bytes(rendering, frame, 1, frame.length - 1);
+    append_hex(rendering, frame.text[frame.length + 1]);
+    append_hex(rendering, frame.text[frame.length + 2]);
+    COMPOSE_LINE("%04d%02d%02d%02d%02d%02d PC->SAT >> [%s]WR:CKSUM=00h\n");
+  } else {
+    // Kept: a checksum of 0x00 hides "<02>" and the last character, and turns the direction.
+    append_bytes(rendering, frame, 1, last_text_byte(frame));
+    append_hex(rendering, last_byte(frame));
+    append_hex(rendering, frame.text[frame.length]);
+    COMPOSE_LINE("%04d%02d%02d%02d%02d%02d SAT->PC << [%s]WR:CKSUM=0x00--\n");
+  }
+}
+
+void render_received(const Frame& frame, const tm& now, Rendering& rendering) {
+  if (frame.invalid) {
+    append(rendering, frame.text, frame.length);
+    COMPOSE_LINE("%04d%02d%02d%02d%02d%02d SAT->PC << [%s]InvalidSatPkg\n");
+    return;
+  }
+  append(rendering, "<02>", 4);
+  if (frame.has_stx) {
+    append_bytes(rendering, frame, 1, last_text_byte(frame));
+  } else {
+    append(rendering, frame.text, frame.length);
+  }
+  if (last_byte(frame) == '\0') {
+    append_hex(rendering, last_byte(frame));
+    append_hex(rendering, frame.text[frame.length]);
+    COMPOSE_LINE("%04d%02d%02d%02d%02d%02d SAT->PC << [%s]WR:CKS=0x00\n");
+  } else if (last_byte(frame) == kEtx) {
+    if (frame.length >= 2) append_hex(rendering, frame.text[frame.length - 2]);
+    append_hex(rendering, last_byte(frame));
+    COMPOSE_LINE("%04d%02d%02d%02d%02d%02d SAT->PC << [%s]OK:c\n");
+  } else {
+    append(rendering, "<--><03>", 8);
+    COMPOSE_LINE("%04d%02d%02d%02d%02d%02d SAT->PC << [%s]WR:d\n");
+  }
+}
+
+// ---- The file ---------------------------------------------------------------------------------------
+
+void write_line() {
+  const char* rest = gl_TmpBuf;
+  size_t length = strlen(gl_TmpBuf);
+  while (length > 0) {
+    const ssize_t written = write(gl_iFd, rest, length);
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return;
+    rest += written;
+    length -= static_cast<size_t>(written);
+  }
+}
+
+void log_line() {
+  if (gl_iFd == 0) {
+    API_TRACE_IN(kLogMsg, kWarning, "All ER:gl_iFd[%08Xh]=NULL\n\t Msg[%06d:%s] Trying to Open NOw\n",
+                 hex32(gl_iFd), length_field(strlen(gl_TmpBuf)), gl_TmpBuf);
+    CreateSAT_ProtLogFile();
+  }
+  if (gl_iFd != 0) {
+    write_line();
+    return;
+  }
+  // Kept: the second attempt's success comes too late for this line.
+  CreateSAT_ProtLogFile();
+  API_TRACE_IN(kLogMsg, kWarning, "All ER:gl_iFd[%08Xh]=NULL\n\t Msg[%06d:%s]\n", hex32(gl_iFd),
+               length_field(strlen(gl_TmpBuf)), gl_TmpBuf);
+}
+
+// With logging off and no file open nobody sees the line; only the mark that there was one stays.
+bool nobody_sees_the_line() {
+  return gl_iFd == 0 && tLog.ucModeMask == 0 && !trace_passes(kWarning);
+}
+
+// The protocol log lives in the trace log's directory.
+void follow_trace_log_path() {
+  const bool is_default =
+      tLog.strLogFilePath[0] == '\0' || strcmp(tLog.strLogFilePath, kDefaultDirectory) == 0;
+  char path[sizeof gl_tSat.strSatProtLogFilePath];
+  copy_text(path, is_default ? kDefaultDirectory : tLog.strLogFilePath);
+  if (strcmp(gl_tSat.strSatProtLogFilePath, path) == 0) return;
+  copy_text(gl_tSat.strSatProtLogFilePath, path);
+  API_TRACE_IN(kCreate, kWarning, "---  gl_tSat.strSatProtLogFilePath[%s]UPDATED\n",
+               gl_tSat.strSatProtLogFilePath);
+}
+
+bool directory_exists_or_is_made(const char* path) {
+  int result = OLK_Exist(path);
+  if (result != 1) result = OLK_CreateDir(path);
+  return result == 1 || result == 2;
+}
+
+int open_log(const char* name) {
+  const int descriptor =
+      open(name, O_WRONLY | O_CREAT | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, S_IRUSR | S_IWUSR);
+  if (descriptor != 0) return descriptor;
+  // 0 means closed here, so a host that closed its standard input gets another number.
+  const int other = fcntl(descriptor, F_DUPFD_CLOEXEC, 1);
+  close(descriptor);
+  return other;
+}
+
+bool is_held_back_while_running(const char* command) {
+  static constexpr const char* kLongCommands[] = {"AtivarSAT",    "EnviarDadosVenda", "CancelarUltimaVenda",
+                                                  "TesteFimAFim", "ExtrairLogs",      "AtualizarSoftwareSAT"};
+  for (const char* long_command : kLongCommands) {
+    if (strcmp(command, long_command) == 0) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+void LogSATProtocolMsg(const char* text, bool received) {
+  if (text == nullptr) {
+    API_TRACE(kWarning, "All WR:pText=NUL\nL");
+    return;
+  }
+  if (nobody_sees_the_line()) {
+    copy_text(gl_TmpBuf, "-");
+    return;
+  }
+  const size_t length = strlen(text);
+  char* work = static_cast<char*>(calloc(1, length + kMarksSize));
+  if (work == nullptr) {
+    API_TRACE(kWarning, "All WR:calloc error iSatPkgLen[%08d]\n", length_field(length));
+    return;
+  }
+  const tm now = local_time_in_current_zone().calendar;
+  const Frame frame = classify(text);
+  Rendering rendering{work, 0};
+  (received ? render_received : render_sent)(frame, now, rendering);
+  free(work);
+  log_line();
+}
+
+void CreateSAT_ProtLogFile() {
+  int rc = kNotCreated;
+  follow_trace_log_path();
+  if (tLog.ucModeMask == 0) return;
+
+  const char* directory = gl_tSat.strSatProtLogFilePath;
+  if (!directory_exists_or_is_made(directory)) {
+    printf("[%04d] [%s] [%s]--- rc[%05d]ER gl_tSat.strSatProtLogFilePath[%s]\n", __LINE__, kApiSourcePath,
+           kCreate, rc, directory);
+    API_TRACE(kError, "---   rc[%06d]ER: dir[%s]Not Created!!!!!!!!!\n", rc, directory);
+    return;
+  }
+  if (gl_iFd != 0) {
+    printf("[%04d] [%s] [%s]--- rc[%05d] gl_tSat.strSatProtLogFilePath[%s] gl_iFd[%08Xh]\n", __LINE__,
+           kApiSourcePath, kCreate, rc, directory, hex32(gl_iFd));
+    return;
+  }
+  const tm today = local_time_in_current_zone().calendar;
+  char name[sizeof gl_tSat.strSatProtLogFilePath + 64];
+  snprintf(name, sizeof name, "%s/%04d%02d%02d_SAT_ProtocolLog.txt", directory, today.tm_year + 1900,
+           today.tm_mon + 1, today.tm_mday);
+  copy_text(gl_tSat.strSatProtLogFileName, name);
+  gl_iFd = open_log(name);
+  if (gl_iFd != 0 && gl_iFd != -1) {
+    API_TRACE(kInfo, "---  rc[%06d]OK:logFd[%08Xh] pcLogName[%s]Created!!!\n", rc, hex32(gl_iFd),
+              gl_tSat.strSatProtLogFileName);
+  } else {
+    rc = kNotOpened;
+    API_TRACE(kError, "---   rc[%06d]ER:logFd[%08Xh]=NULL or -1 pcLogName[%s]File Not Created\n", rc,
+              hex32(gl_iFd), gl_tSat.strSatProtLogFileName);
+  }
+}
+
+void LogSATProtocolSzCtl() {
+  if (gl_TmpBuf[0] == '\0') return;
+  if (gl_iFd != 0) {
+    close(gl_iFd);
+    gl_iFd = 0;
+  }
+  // Kept: an outgrown protocol log is neither moved nor cut, it grows for the whole day.
+  if (tLog.iLogFileMaxSize == 0) tLog.iLogFileMaxSize = kDefaultMaxSize;
+}
+
+void LogSzCtlTherad(void) {
+  constexpr int kSecondsPerCycle = 5;
+  constexpr unsigned kSecond = 1000000;
+  constexpr int kCyclesHeldBack = 19;
+
+  API_PLAIN_TRACE(kWarning, " Entering hT[%08Xh]\n", gl_tSat.hT);
+  int cycles = 0;
+  for (;;) {
+    for (int second = 0; second < kSecondsPerCycle; ++second) pause_microseconds(kSecond);
+    if (gl_hComm != 0 && gl_hComm != -1 && is_held_back_while_running(gl_tSat.CurSatCmdInProc)) {
+      if (++cycles <= kCyclesHeldBack) continue;
+      API_PLAIN_TRACE(kWarning, " hT[%08Xh] i[%02d] CurSatCmdInProc[%s]Running for Long Time!!!\n",
+                      gl_tSat.hT, cycles, gl_tSat.CurSatCmdInProc);
+    }
+    cycles = 0;
+    TraleFileLogSzCtl();
+    LogSATProtocolSzCtl();
+  }
+}

@@ -1,0 +1,73 @@
+#include "api/result_files.h"
+
+#include <stdio.h>
+#include <string.h>
+
+#include "api/context.h"
+#include "olk_utils/system_clock.h"
+#include "olk_utils/trace_log.h"
+
+namespace {
+
+constexpr char kBaseFolder[] = ".";
+constexpr int kOk = 1;
+constexpr int kDirectory = 1;
+
+using Path = char[512];
+
+// Kept: the name carries neither month nor year, so it comes back after a month and is written over.
+void compose_file_name(Path& name, const char* prefix, const tm& now, uint32_t session) {
+  snprintf(name, sizeof name, "%s%02d%02d%02d%02d-%02d-1.sat", prefix, now.tm_mday, now.tm_hour, now.tm_min,
+           now.tm_sec, static_cast<int>(session));
+}
+
+void compose_target_folder(Path& folder) {
+  snprintf(folder, sizeof folder, "%s/%s", kBaseFolder, "Arvolen/Cupons/New");
+  if (gl_tSat.strResultPathLinux[0] != '\0')
+    snprintf(folder, sizeof folder, "%s", gl_tSat.strResultPathLinux);
+}
+
+void save(const char* path, const tm& now, const char* buffer, uint32_t length) {
+  char time_stamp[64];
+  snprintf(time_stamp, sizeof time_stamp, "%02d/%02d/%04d %02d:%02d:%02d", now.tm_mday, now.tm_mon + 1,
+           now.tm_year + 1900, now.tm_hour, now.tm_min, now.tm_sec);
+  FILE* file = fopen(path, "w+e");
+  if (file == nullptr) {
+    API_TRACE_IN("write_operation_result", kInfo,
+                 "Win: rc[%06d]ER:Timestamp Not Saved on File[%s]\n\t          [DD/MM/YYYY HH:MM:SS]\n\t "
+                 "strTmpTimeStamp[%s]\n",
+                 kOk, path, time_stamp);
+    return;
+  }
+  API_TRACE_IN(
+      "write_operation_result", kInfo,
+      "Win: rc[%06d]OK:\n\tSaved File[%s]\n\t          [DD/MM/YYYY HH:MM:SS]\n\t strTmpTimeStamp[%s]\n", kOk,
+      path, time_stamp);
+  fwrite(buffer, 1, length, file);
+  fclose(file);
+}
+
+}  // namespace
+
+void write_operation_result(const char* buffer, uint32_t session, uint32_t length, const char* prefix,
+                            const char* cancellation_data, int32_t cancellation_length) {
+  (void)cancellation_data;
+  (void)cancellation_length;
+  if (gl_tSat.lResultFilesOn == 0) return;
+  // Kept: "Win:" in all of these lines; they read the same on every platform.
+  API_TRACE(kInfo, "Win: strTmpFolderPath[%05d:%s]\n", length_field(strlen(kBaseFolder)), kBaseFolder);
+
+  const tm now = local_time_in_current_zone().calendar;
+  Path name;
+  compose_file_name(name, prefix, now, session);
+  API_TRACE(kInfo, "Win: strFinalFile[%05d:%s]\n", length_field(strlen(name)), name);
+
+  Path folder;
+  compose_target_folder(folder);
+  API_TRACE(kInfo, " rc[%06d]Win:OK \n\t<Operation><DHMS-<Session>.sat\n\tstrTarget[%s]\n", kOk, folder);
+  if (OLK_Exist(folder) != kDirectory) return;
+
+  char path[sizeof folder + sizeof name + 1];
+  snprintf(path, sizeof path, "%s/%s", folder, name);
+  save(path, now, buffer, length);
+}
