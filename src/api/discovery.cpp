@@ -1,0 +1,204 @@
+#include "api/discovery.h"
+
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "api/context.h"
+#include "api/link_codes.h"
+#include "olk_utils/bounded_text.h"
+#include "olk_utils/ini_file.h"
+#include "olk_utils/trace_log.h"
+
+namespace {
+
+constexpr char kFindSat[] = "findSat";
+constexpr char kPortFile[] = "SAT.conf";
+constexpr int kShortestFixedPort = 3;
+
+using DeviceName = char[kDeviceNameSize];
+
+// Walks the "dev" files of the USB tree and prints the node of every ttyACM device whose properties name
+// the device line. Kept: the redirection stands behind the loop's end and silences nothing.
+constexpr char kSearchCommand[] =
+    "for sysdevpath in $(find /sys/bus/usb/devices/usb*/ -name \"dev\"); do   syspath=${sysdevpath%/dev};   "
+    "devname=$(udevadm info -q name -p $syspath);   teste=$(udevadm info -q property --export -p $syspath | "
+    "grep -e TALVEX -e VDR-K20);   if test \"$teste\"; then     dev=$(echo $devname | grep ttyACM);     "
+    "if test \"$dev\"; then       echo /dev/$devname;     fi   fi done; 2> /dev/null ";
+
+// ---- The search -------------------------------------------------------------------------------------
+
+int next_character(FILE* stream) {
+  for (;;) {
+    errno = 0;
+    const int character = fgetc(stream);
+    if (character != EOF || !ferror(stream) || errno != EINTR) return character;
+    clearerr(stream);
+  }
+}
+
+// As fgets does, but not ended by a signal.
+bool read_line(FILE* stream, DeviceName& line) {
+  size_t length = 0;
+  while (length + 1 < sizeof line) {
+    const int character = next_character(stream);
+    if (character == EOF) break;
+    line[length++] = static_cast<char>(character);
+    if (character == '\n') break;
+  }
+  line[length] = '\0';
+  return length > 0;
+}
+
+// The last line wins. False when the search could not be started.
+bool search_usb(DeviceName& found) {
+  FILE* command = popen(kSearchCommand, "re");
+  if (command == nullptr) {
+    API_TRACE_IN(kFindSat, kError, "Lnx: rc[%06d]:ER\n\t > popen[%s] fpComPorts[%08Xh]FAIL\n",
+                 SAT_API_ERR_LNX_DEV_NOT_FOUND, kSearchCommand, hex32(command));
+    return false;
+  }
+  DeviceName line = {};
+  for (int lines = 0; read_line(command, line); ++lines) {
+    memcpy(found, line, sizeof line);
+    API_TRACE_IN(kFindSat, kInfo, "Lnx: rc[%06d]WR portNameFmt[%05d:%s]\n", lines,
+                 length_field(strlen(found)), found);
+  }
+  pclose(command);
+  trim_to_last_digit(found);
+  return true;
+}
+
+// ---- The settings that override it ------------------------------------------------------------------
+
+// A fixed port always wins; the labels of these lines are what technicians look for.
+void prefer_fixed_port(int rc, DeviceName& name) {
+  DeviceName fixed = {};
+  const int result = GetFixedSerialPort(fixed);
+  const int name_length = length_field(strlen(name));
+  const int fixed_length = length_field(strlen(fixed));
+  if (result < kShortestFixedPort) {
+    API_TRACE_IN(kFindSat, kInfo,
+                 "Lnx: rc[%06d]WR\n\t portNameFmt[%05d:%s] <<     DEFAULT NO USER SET!!\n\t    "
+                 "FixedPort[%05d:%s]<DEFAULT>\n",
+                 rc, name_length, name, fixed_length, fixed);
+    return;
+  }
+  if (name[0] == '\0') {
+    API_TRACE_IN(kFindSat, kWarning,
+                 "Lnx: rc[%06d]ER\n\t portNameFmt[%05d:%s] << MISSMATCH FAIL  NO  PORT!!\n\t   "
+                 "FixedPort[%05d:%s] SAT MAY FAIL CUSTOMER PORT SET!!!\n",
+                 rc, name_length, name, fixed_length, fixed);
+  } else if (strcmp(name, fixed) != 0) {
+    API_TRACE_IN(kFindSat, kWarning,
+                 "Lnx: rc[%06d]WR\n\t portNameFmt[%05d:%s] << MISSMATCH FOUND SAT PORT!!\n\t   "
+                 "FixedPort[%05d:%s] SAT MAY FAIL CUSTOMER PORT SET!!!\n",
+                 rc, name_length, name, fixed_length, fixed);
+  } else {
+    API_TRACE_IN(kFindSat, kWarning,
+                 "Lnx: rc[%06d]ER\n\t portNameFmt[%05d:%s] <<     MATCH FOUND SAT PORT!!\n\t   "
+                 "FixedPort[%05d:%s] SAT MAY  WORK CUSTOMER PORT SET!!!\n",
+                 rc, name_length, name, fixed_length, fixed);
+  }
+  copy_text(name, fixed);
+}
+
+int use_emulator_port(DeviceName& name) {
+  char port[32] = {};
+  const int rc = read_ini_value(kIniFileName, "SAT_EMULATOR", "SerialPortLinux", port, sizeof port);
+  if (rc < 0 || port[0] == '\0') {
+    API_TRACE_IN(kFindSat, kError, "Lnx:ER NO_SAT_DEVICE_FOUND and NO_EMULATOR_DEV_SET\n");
+    return SAT_API_ERR_LNX_DEV_NOT_FOUND;
+  }
+  copy_text(name, port);
+  API_TRACE_IN(kFindSat, kWarning, "Lnx:WR Port[%05d:%s]IOLK:USING_SAT_EMULATOR!!!\n",
+               length_field(strlen(name)), name);
+  return rc;
+}
+
+int give_up_search(DeviceName& name) {
+  copy_text(name, kNoDevice);
+  API_TRACE_IN(kFindSat, kError, "Lnx:WR rc[%04d]ER\n\t Port[%05d:%s]NO_SAT_DEVICE_FOUND!!!!!\n",
+               SAT_API_ERR_LNX_DEV_NOT_FOUND, length_field(strlen(name)), name);
+  return SAT_API_ERR_LNX_DEV_NOT_FOUND;
+}
+
+// ---- The port file ----------------------------------------------------------------------------------
+
+// Once the name is saved it alone decides: anything but "/dev/ttyNONE" counts as found, an empty name too.
+int save_port(const char* name, int rc) {
+  const int length = length_field(strlen(name));
+  FILE* file = fopen(kPortFile, "w+e");
+  if (file == nullptr) {
+    API_TRACE_IN(
+        kFindSat, kError,
+        "Lnx:  rc[%06d]ER rc[%06d]SAT_API_ERR_LNX_DEV_NOT_FOUND \n\t Port[%05d:%s] Not Saved on file[%s]\n",
+        rc, rc, length, name, kPortFile);
+    return rc;
+  }
+  API_TRACE_IN(kFindSat, kInfo, "Lnx:WR Saving on File[%s] Port[%05d:%s]\n", kPortFile, length, name);
+  fwrite(name, 1, strlen(name), file);
+  if (strcmp(name, kNoDevice) != 0) {
+    rc = 0;
+    API_TRACE_IN(kFindSat, kInfo, "Lnx: rc[%06d]OK \n\t Port[%05d:%s] Saved on file[%s]\n", rc, length, name,
+                 kPortFile);
+  } else {
+    if (rc >= 0) rc = SAT_API_ERR_LNX_DEV_NOT_FOUND;
+    API_TRACE_IN(kFindSat, kError, "Lnx: rc[%06d]ER \n\t Port[%05d:%s] Saved on file[%s]NO_SAT_FOUND!!!\n",
+                 rc, length, name, kPortFile);
+  }
+  fclose(file);
+  return rc;
+}
+
+}  // namespace
+
+int findSat(char* deviceName) {
+  auto* found = static_cast<DeviceName*>(calloc(1, sizeof(DeviceName)));
+  if (found == nullptr) {
+    API_TRACE(kError, "Lnx: rc[%06d]:ER:calloc()\n\t >> popen[%s] portNameFmt[%08Xh]=NULL\n",
+              SAT_API_ERR_LNX_DEV_NOT_FOUND, kSearchCommand, hex32(found));
+    return SAT_API_ERR_LNX_DEV_NOT_FOUND;
+  }
+  DeviceName& name = *found;
+  int rc = SAT_API_ERR_LNX_DEV_NOT_FOUND;
+  if (search_usb(name)) {
+    rc = 0;
+    prefer_fixed_port(rc, name);
+    if (strstr(name, "/dev/") == nullptr) {
+      rc = gl_tSat.lSatEmulatorOn != 0 ? use_emulator_port(name) : give_up_search(name);
+    }
+  }
+  rc = save_port(name, rc);
+  if (deviceName != nullptr) copy_text(deviceName, kDeviceNameSize, name);
+  free(found);
+  return rc;
+}
+
+int GetFixedSerialPort(char* value) {
+  constexpr char kSection[] = "SERIAL_PORT_CONFIG";
+  if (value == nullptr) {
+    CONFIG_TRACE(kError, "rc[%04d]ER: Ini[%s]  Session[%s]  pFixedSerialPort=NULL\n", kFixedPortNoBuffer,
+                 kIniFileName, "SERIAL_PORT_CONFIG\n");
+    return kFixedPortNoBuffer;
+  }
+  memset(value, 0, kDeviceNameSize);
+  if (read_ini_value(kIniFileName, kSection, "FixarPorta", value, kDeviceNameSize) < 0) {
+    gl_tSat.strFixedPort[0] = '\0';
+    // Kept: the stray "]" behind the section's name.
+    CONFIG_TRACE(kInfo, "rc[%04d]OK:\n\t     Ini[%s]\n\t Session[%s]\n\t    Item[%s]\n", 0, kIniFileName,
+                 "SERIAL_PORT_CONFIG]", "FixarPorta= << NAO EXISTIR <DEFAULT>\n");
+    return 0;
+  }
+  const int length = length_field(trim_to_last_digit(value));
+  copy_text(gl_tSat.strFixedPort, value);
+  if (length == 0) {
+    CONFIG_TRACE(kInfo, "rc[%04d]OK:\n\t     Ini[%s]\n\t Session[%s]\n\t    Item[%s]\n", 1, kIniFileName,
+                 kSection, "FixarPorta= << SEM VALOR <NAO USAR>\n");
+    return 1;
+  }
+  CONFIG_TRACE(kWarning, "rc[%04d]WR:\n\t     Ini[%s]\n\t Session[%s]\n\t    Item[%s%s]%s\n", length,
+               kIniFileName, kSection, "FixarPorta=", value, "<< ADICIONADO MANUALMENTE PELO CLIENTE\n");
+  return length;
+}

@@ -1,0 +1,56 @@
+#include "api/link_io.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "olk_utils/system_clock.h"
+
+namespace {
+
+constexpr unsigned kPaceMicroseconds = 1000;
+
+int64_t endless_wait_ms = kEndlessWaitMs;
+
+// The last wait ended early and no byte has been read since.
+bool woke_for_nothing;
+
+}  // namespace
+
+void set_function_timeout(uint32_t seconds) {
+  endless_wait_ms = std::max<int64_t>(kEndlessWaitMs, 3 * 1000 * static_cast<int64_t>(seconds));
+}
+
+bool is_endless_wait(int64_t elapsed) {
+  return elapsed > endless_wait_ms;
+}
+
+ssize_t read_port(int descriptor, void* buffer, size_t size) {
+  ssize_t count;
+  do {
+    errno = 0;
+    count = read(descriptor, buffer, size);
+  } while (count == -1 && errno == EINTR);
+  if (count > 0) woke_for_nothing = false;
+  return count;
+}
+
+ssize_t write_port(int descriptor, const void* bytes, size_t count) {
+  ssize_t written;
+  do {
+    errno = 0;
+    written = write(descriptor, bytes, count);
+  } while (written == -1 && errno == EINTR);
+  return written;
+}
+
+void wait_for_bytes(int descriptor, int64_t timeout_ms) {
+  const WaitResult result = wait_readable(descriptor, timeout_ms);
+  if (result == kTimedOut) return;
+  if (result != kReadable || woke_for_nothing) pace();
+  woke_for_nothing = true;
+}
+
+void pace() {
+  pause_microseconds(kPaceMicroseconds);
+}

@@ -1,0 +1,117 @@
+#include "api/serial_port.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <initializer_list>
+
+#include "api/link_codes.h"
+#include "api/link_io.h"
+#include "olk_utils/bounded_text.h"
+#include "olk_utils/system_clock.h"
+#include "olk_utils/trace_log.h"
+
+int hComm;
+
+namespace {
+
+char gl_ComPortName[132];
+
+int open_device(const char* path) {
+  int descriptor;
+  do {
+    descriptor = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+  } while (descriptor == -1 && errno == EINTR);
+  return descriptor;
+}
+
+void raise_modem_lines() {
+  for (int line : {TIOCM_DTR, TIOCM_RTS}) ioctl(hComm, TIOCMBIS, &line);
+}
+
+}  // namespace
+
+int lSerialOpenW(const char* path) {
+  if (path == nullptr) {
+    API_TRACE(kError,
+              "Lnx: rc[%06d]ER:SAT_API_ERR_LNX_DEV_NOT_FOUND\n\t pLnxSerialPortName[NULL]=hComm[%08Xh]\n",
+              SAT_API_ERR_LNX_DEV_NOT_FOUND, hex32(hComm));
+    return SAT_API_ERR_LNX_DEV_NOT_FOUND;
+  }
+  copy_text(gl_ComPortName, path);
+  hComm = open_device(path);
+  if (hComm == -1) {
+    API_TRACE(
+        kError,
+        "Lnx: rc[%06d]ER:SAT_API_ERR_LNX_DEV_NOT_FOUND\n\t pLnxSerialPortName[%s]=hComm[%08Xh]Open Fail\n",
+        SAT_API_ERR_LNX_DEV_NOT_FOUND, path, hex32(hComm));
+    return SAT_API_ERR_LNX_DEV_NOT_FOUND;
+  }
+  raise_modem_lines();
+  return 0;
+}
+
+int lSerialLock() {
+  if (flock(hComm, LOCK_EX | LOCK_NB) == 0) return 0;
+  API_TRACE(kError, "Lnx rc[%06d]ER: flock fail: hComm[%08Xh]\n", kLinkLock, hex32(hComm));
+  return kLinkLock;
+}
+
+int lSerialUnlock() {
+  if (flock(hComm, LOCK_UN | LOCK_NB) == 0) return 0;
+  API_TRACE(kError, "Lnx rc[%06d]ER: Unlock fail: hComm[%08Xh]\n", kLinkUnlock, hex32(hComm));
+  return kLinkUnlock;
+}
+
+int lSerialSettingsL() {
+  termios settings{};
+  if (tcgetattr(hComm, &settings) != 0) {
+    API_TRACE(kError, "Lnx rc[%06d]ER hComm[%08Xh] ER:errno[:%d:%s]Fail to tcgetattr\n", kLinkSettings,
+              hex32(hComm), errno, strerror(errno));
+    return kLinkSettings;
+  }
+  settings.c_iflag = IGNPAR;
+  settings.c_oflag = 0;
+  settings.c_cflag = CS8 | CREAD | CLOCAL | CBAUD;
+  settings.c_lflag = 0;
+  cfmakeraw(&settings);
+  if (tcsetattr(hComm, TCSANOW, &settings) != 0) {
+    API_TRACE(kError, "Lnx rc[%06d]ER hComm[%08Xh] ER:errno[:%d:%s]Fail to tcsetattr\n", kLinkSettings,
+              hex32(hComm), errno, strerror(errno));
+    return kLinkSettings;
+  }
+  // Kept: the record is not written again. The USB device ignores the line speed, and the port keeps the
+  // whole speed field set.
+  cfsetospeed(&settings, B115200);
+  cfsetispeed(&settings, B115200);
+  return lSerialFlushRx();
+}
+
+int lSerialFlushRx() {
+  const timespec start = monotonic_now();
+  char dropped[10];
+  while (read_port(hComm, dropped, sizeof dropped) >= 1) {
+    if (elapsed_ms(start, monotonic_now()) > kEndlessWaitMs) break;  // a port that never runs dry
+  }
+  return 0;
+}
+
+int lSerialCloseL() {
+  const int unlocked = lSerialUnlock();
+  if (unlocked != 0) API_TRACE(kError, "Lnx rc[%06d]ER: hComm[%08Xh]\n", unlocked, hex32(hComm));
+
+  int rc = 0;
+  if (hComm == -1) {
+    API_TRACE(kWarning, "Lnx rc[%06d]WR: hComm[%08Xh]Already Closed!\n", rc, hex32(hComm));
+  } else if (close(hComm) == -1) {
+    rc = kLinkPortClosed;
+    API_TRACE(kError, "Lnx rc[%06d]ER: hComm[%08Xh]\n", rc, hex32(hComm));
+  }
+  hComm = -1;
+  return rc;
+}
