@@ -1,5 +1,6 @@
 #include "olk_sat_utils/dissectors.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdarg>
 #include <cstdlib>
@@ -28,7 +29,6 @@ void* __wrap_calloc(std::size_t count, std::size_t size) {
 
 namespace {
 
-using testing::ElementsAre;
 using testing::IsEmpty;
 using Lines = std::vector<std::string>;
 

@@ -1,6 +1,8 @@
 #include "olk_sat_utils/frames.h"
 
 #include <climits>
+#include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <numeric>
