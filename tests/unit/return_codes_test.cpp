@@ -5,12 +5,14 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstring>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "api/configuration.h"
 #include "olk_utils/trace_log.h"
 #include "support/scratch_directory.h"
 #include "support/text_files.h"
@@ -247,6 +249,31 @@ TEST(BusyReplyTable, HoldsEveryRow) {
     EXPECT_EQ(tRetCode98[i].index, static_cast<int32_t>(i));
     EXPECT_EQ(tRetCode98[i].codePrefix + std::string("98"), kFunctions[i].busy_code);
     EXPECT_EQ(tRetCode98[i].timeoutSeconds, kFunctions[i].timeout_seconds);
+  }
+}
+
+class ConfiguredTimeout : public testing::Test {
+ protected:
+  ~ConfiguredTimeout() override { tRetCode98[kEnviarDadosVenda].timeoutSeconds = 30; }
+  static void configure(const std::string& item_and_value) {
+    write_file("SAT.ini", "[SAT_TIMEOUT]\n" + item_and_value + "\n");
+    UpdateTalvexConfiguration();
+  }
+  ScratchDirectory directory_;
+};
+
+TEST_F(ConfiguredTimeout, ReplacesTheDefaultForGood) {
+  configure("EnviarDadosVenda=45");
+  EXPECT_EQ(tRetCode98[kEnviarDadosVenda].timeoutSeconds, 45U);
+  // A line that goes away does not bring the default back.
+  configure("");
+  EXPECT_EQ(tRetCode98[kEnviarDadosVenda].timeoutSeconds, 45U);
+}
+
+TEST_F(ConfiguredTimeout, OfZeroOrNoNumberLeavesTheDefault) {
+  for (const char* value : {"0", "abc", "-5", ""}) {
+    configure(std::string("EnviarDadosVenda=") + value);
+    EXPECT_EQ(tRetCode98[kEnviarDadosVenda].timeoutSeconds, 30U) << value;
   }
 }
 
