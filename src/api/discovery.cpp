@@ -1,12 +1,12 @@
 #include "api/discovery.h"
 
-#include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include "api/context.h"
 #include "api/link_codes.h"
+#include "api/usb_search.h"
 #include "olk_utils/bounded_text.h"
 #include "olk_utils/ini_file.h"
 #include "olk_utils/trace_log.h"
@@ -17,55 +17,22 @@ constexpr char kFindSat[] = "findSat";
 constexpr char kPortFile[] = "SAT.conf";
 constexpr int kShortestFixedPort = 3;
 
-using DeviceName = char[kDeviceNameSize];
-
-// Walks the "dev" files of the USB tree and prints the node of every ttyACM device whose properties name
-// the device line. Kept: the redirection stands behind the loop's end and silences nothing.
-constexpr char kSearchCommand[] =
-    "for sysdevpath in $(find /sys/bus/usb/devices/usb*/ -name \"dev\"); do   syspath=${sysdevpath%/dev};   "
-    "devname=$(udevadm info -q name -p $syspath);   teste=$(udevadm info -q property --export -p $syspath | "
-    "grep -e TALVEX -e VDR-K20);   if test \"$teste\"; then     dev=$(echo $devname | grep ttyACM);     "
-    "if test \"$dev\"; then       echo /dev/$devname;     fi   fi done; 2> /dev/null ";
-
 // ---- The search -------------------------------------------------------------------------------------
 
-int next_character(FILE* stream) {
-  for (;;) {
-    errno = 0;
-    const int character = fgetc(stream);
-    if (character != EOF || !ferror(stream) || errno != EINTR) return character;
-    clearerr(stream);
-  }
+// The last line wins.
+void take_line(const UsbSearchLine& line, int number, UsbSearchLine& found) {
+  memcpy(found, line, sizeof line);
+  API_TRACE_IN(kFindSat, kInfo, "Lnx: rc[%06d]WR portNameFmt[%05d:%s]\n", number, length_field(strlen(found)),
+               found);
 }
 
-// As fgets does, but not ended by a signal.
-bool read_line(FILE* stream, DeviceName& line) {
-  size_t length = 0;
-  while (length + 1 < sizeof line) {
-    const int character = next_character(stream);
-    if (character == EOF) break;
-    line[length++] = static_cast<char>(character);
-    if (character == '\n') break;
-  }
-  line[length] = '\0';
-  return length > 0;
-}
-
-// The last line wins. False when the search could not be started.
-bool search_usb(DeviceName& found) {
-  FILE* command = popen(kSearchCommand, "re");
-  if (command == nullptr) {
+// False when the search could not be started.
+bool find_on_usb(UsbSearchLine& found) {
+  if (!search_usb(take_line, found)) {
     API_TRACE_IN(kFindSat, kError, "Lnx: rc[%06d]:ER\n\t > popen[%s] fpComPorts[%08Xh]FAIL\n",
-                 SAT_API_ERR_LNX_DEV_NOT_FOUND, kSearchCommand, hex32(command));
+                 SAT_API_ERR_LNX_DEV_NOT_FOUND, kUsbSearchCommand, hex32(nullptr));
     return false;
   }
-  DeviceName line = {};
-  for (int lines = 0; read_line(command, line); ++lines) {
-    memcpy(found, line, sizeof line);
-    API_TRACE_IN(kFindSat, kInfo, "Lnx: rc[%06d]WR portNameFmt[%05d:%s]\n", lines,
-                 length_field(strlen(found)), found);
-  }
-  pclose(command);
   trim_to_last_digit(found);
   return true;
 }
@@ -73,8 +40,8 @@ bool search_usb(DeviceName& found) {
 // ---- The settings that override it ------------------------------------------------------------------
 
 // A fixed port always wins; the labels of these lines are what technicians look for.
-void prefer_fixed_port(int rc, DeviceName& name) {
-  DeviceName fixed = {};
+void prefer_fixed_port(int rc, UsbSearchLine& name) {
+  UsbSearchLine fixed = {};
   const int result = GetFixedSerialPort(fixed);
   const int name_length = length_field(strlen(name));
   const int fixed_length = length_field(strlen(fixed));
@@ -104,7 +71,7 @@ void prefer_fixed_port(int rc, DeviceName& name) {
   copy_text(name, fixed);
 }
 
-int use_emulator_port(DeviceName& name) {
+int use_emulator_port(UsbSearchLine& name) {
   char port[32] = {};
   const int rc = read_ini_value(kIniFileName, "SAT_EMULATOR", "SerialPortLinux", port, sizeof port);
   if (rc < 0 || port[0] == '\0') {
@@ -117,7 +84,7 @@ int use_emulator_port(DeviceName& name) {
   return rc;
 }
 
-int give_up_search(DeviceName& name) {
+int give_up_search(UsbSearchLine& name) {
   copy_text(name, kNoDevice);
   API_TRACE_IN(kFindSat, kError, "Lnx:WR rc[%04d]ER\n\t Port[%05d:%s]NO_SAT_DEVICE_FOUND!!!!!\n",
                SAT_API_ERR_LNX_DEV_NOT_FOUND, length_field(strlen(name)), name);
@@ -155,15 +122,15 @@ int save_port(const char* name, int rc) {
 }  // namespace
 
 int findSat(char* deviceName) {
-  auto* found = static_cast<DeviceName*>(calloc(1, sizeof(DeviceName)));
+  auto* found = static_cast<UsbSearchLine*>(calloc(1, sizeof(UsbSearchLine)));
   if (found == nullptr) {
     API_TRACE(kError, "Lnx: rc[%06d]:ER:calloc()\n\t >> popen[%s] portNameFmt[%08Xh]=NULL\n",
-              SAT_API_ERR_LNX_DEV_NOT_FOUND, kSearchCommand, hex32(found));
+              SAT_API_ERR_LNX_DEV_NOT_FOUND, kUsbSearchCommand, hex32(found));
     return SAT_API_ERR_LNX_DEV_NOT_FOUND;
   }
-  DeviceName& name = *found;
+  UsbSearchLine& name = *found;
   int rc = SAT_API_ERR_LNX_DEV_NOT_FOUND;
-  if (search_usb(name)) {
+  if (find_on_usb(name)) {
     rc = 0;
     prefer_fixed_port(rc, name);
     if (strstr(name, "/dev/") == nullptr) {
