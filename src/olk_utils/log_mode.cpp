@@ -16,6 +16,7 @@ constexpr int kDefaultMaxSize = 800000;
 constexpr uint8_t kMark = 0xAA;
 constexpr uint8_t kExpectedTail = 0x55;
 constexpr size_t kShortestFileName = 4;
+constexpr int kItemRead = 3;
 
 using Value = char[512];
 
@@ -57,29 +58,29 @@ void reset_log(const char* log_file_name) {
 #define LOG_MODE_TRACE(level, text, rc, item, value) \
   UTILS_PATH_TRACE_IN(kFunction, level, text, rc, text_or_empty(ini_file_name), kSection, item, value)
 
-void set_log_path(const char* ini_file_name, int& rc) {
+void set_log_path(const char* ini_file_name) {
   static constexpr char kItem[] = "LogFilePath";
   Value value{};
-  const int lookup = read_ini_value(ini_file_name, kSection, kItem, value, sizeof value);
-  if (lookup < 0) {
+  int rc = read_ini_value(ini_file_name, kSection, kItem, value, sizeof value);
+  if (rc < 0) {
     copy_text(value, "Log");
     LOG_MODE_TRACE(kError, " rc[%04d]ER FileName[%s] Session[%s] item[%s=%s]<DEFAULT>\n", rc, kItem, value);
   } else {
-    rc = 3;
+    rc = kItemRead;
     LOG_MODE_TRACE(kWarning, " rc[%04d]WR FileName[%s] Session[%s] item[%s=%s]\n", rc, kItem, value);
   }
   copy_text(tLog.strLogFilePath, value);
 }
 
-void set_log_file_name(const char* ini_file_name, int& rc) {
+void set_log_file_name(const char* ini_file_name) {
   static constexpr char kItem[] = "LogFileName";
   Value value{};
-  const int lookup = read_ini_value(ini_file_name, kSection, kItem, value, sizeof value);
-  if (lookup < 0) {
+  int rc = read_ini_value(ini_file_name, kSection, kItem, value, sizeof value);
+  if (rc < 0) {
     copy_text(value, pOlkUtilsLogFile);
     LOG_MODE_TRACE(kError, " rc[%04d]ER FileName[%s] Session[%s] item[%s=%s]<DEFAULT>\n", rc, kItem, value);
   } else {
-    rc = 3;
+    rc = kItemRead;
     if (strlen(value) >= kShortestFileName) {
       LOG_MODE_TRACE(kWarning, " rc[%04d]WR FileName[%s] Session[%s] item[%s=%s]\n", rc, kItem, value);
     } else {
@@ -91,11 +92,11 @@ void set_log_file_name(const char* ini_file_name, int& rc) {
   copy_text(tLog.strLogFileName, value);
 }
 
-void set_log_max_size(const char* ini_file_name, int rc) {
+void set_log_max_size(const char* ini_file_name) {
   static constexpr char kItem[] = "LogFileMaxSize";
   Value value{};
-  const int lookup = read_ini_value(ini_file_name, kSection, kItem, value, sizeof value);
-  if (lookup < 0) {
+  const int rc = read_ini_value(ini_file_name, kSection, kItem, value, sizeof value);
+  if (rc < 0) {
     tLog.iLogFileMaxSize = kDefaultMaxSize;
     LOG_MODE_TRACE(kWarning, " rc[%04d]WR FileName[%s] Session[%s] item[%s=%s]<DEFAULT>\n", rc, kItem, value);
     return;
@@ -120,24 +121,22 @@ const LogMode& log_mode_of(char digit) {
 }  // namespace
 
 int OLK_SetIniFileLogMode(const char* log_file_name, const char* ini_file_name) {
-  int rc = 1;
-  if (ini_file_name == nullptr) UTILS_PATH_TRACE_IN(kFunction, kError, " rc[%04d]ER pIniFileName=NULL\n", rc);
+  if (ini_file_name == nullptr) UTILS_PATH_TRACE_IN(kFunction, kError, " rc[%04d]ER pIniFileName=NULL\n", 1);
 
   reset_log(log_file_name);
-  set_log_path(ini_file_name, rc);
-  set_log_file_name(ini_file_name, rc);
-  set_log_max_size(ini_file_name, rc);
+  set_log_path(ini_file_name);
+  set_log_file_name(ini_file_name);
+  set_log_max_size(ini_file_name);
 
   static constexpr char kItem[] = "LogMode";
   Value value{};
-  const int lookup = read_ini_value(ini_file_name, kSection, kItem, value, sizeof value);
-  if (lookup < 0) {
+  const int rc = read_ini_value(ini_file_name, kSection, kItem, value, sizeof value);
+  if (rc < 0) {
     copy_text(value, "1");
-    LOG_MODE_TRACE(kError, " rc[%04d]ER FileName[%s] Session[%s] item[%s=%s]<DEFAULT>\n", lookup, kItem,
-                   value);
+    LOG_MODE_TRACE(kError, " rc[%04d]ER FileName[%s] Session[%s] item[%s=%s]<DEFAULT>\n", rc, kItem, value);
     tLog.ucModeMask = kDefaultLogMode.mask;
     *kDefaultLogMode.flag = 1;
-    return lookup;
+    return rc;
   }
 
   // The mode's own flag is raised after its message, which therefore never shows up.

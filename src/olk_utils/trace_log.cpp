@@ -8,7 +8,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "olk_utils/bounded_text.h"
 #include "olk_utils/system_clock.h"
 
 int64_t bErrorLogsEnabled;
@@ -43,16 +42,20 @@ constexpr LevelFilter kLevelFilters[] = {
     {&bTraceLogsEnabled, 15}, {&bJniTraceLogsEnabled, 16}, {&bDebugLogsEnabled, 31},
 };
 
+struct LevelTag {
+  uint32_t level;
+  const char* tag;
+};
+
+constexpr LevelTag kLevelTags[] = {
+    {kError, "ERR"}, {kWarning, "WRN"}, {kInfo, "INF"}, {kTrace, "TRC"}, {kJni, "JNI"}, {kDebug, "DBG"},
+};
+
 const char* level_tag(uint32_t level) {
-  switch (level) {
-    case kError: return "ERR";
-    case kWarning: return "WRN";
-    case kInfo: return "INF";
-    case kTrace: return "TRC";
-    case kJni: return "JNI";
-    case kDebug: return "DBG";
-    default: return "Unk";
+  for (const LevelTag& known : kLevelTags) {
+    if (known.level == level) return known.tag;
   }
+  return "Unk";
 }
 
 bool is_directory(const char* path) {
@@ -61,7 +64,9 @@ bool is_directory(const char* path) {
 }
 
 // Kept: the printed hour runs three hours behind, 01 to 24, while the date is not moved with it.
-int shifted_hour(int hour) { return hour - 3 > 0 ? hour - 3 : hour + 21; }
+int shifted_hour(int hour) {
+  return hour - 3 > 0 ? hour - 3 : hour + 21;
+}
 
 // Name of the day's file; path_prefix stands in front of the configured path only.
 void dated_file_name(char (&name)[kFileNameSize], const char* path_prefix, const tm& date,
