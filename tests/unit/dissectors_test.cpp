@@ -404,9 +404,9 @@ TEST_F(ResponseDissector, NumbersLeadingSeparators) {
 }
 
 // Bytes that differ, so that a shift shows: "abc...zabc...".
-std::string letters(std::size_t count) {
+std::string letters(int count) {
   std::string text;
-  for (std::size_t i = 0; i < count; ++i) text += static_cast<char>('a' + i % 26);
+  for (int i = 0; i < count; ++i) text += static_cast<char>('a' + i % 26);
   return text;
 }
 
@@ -736,11 +736,11 @@ class RandomFrames {
       case 6:
         return "\2";
       case 7:
-        return letters(static_cast<std::size_t>(95 + pick(12)));
+        return letters(95 + pick(12));
       case 8:
         return "\xE7\xFF";
       default:
-        return letters(static_cast<std::size_t>(1 + pick(5)));
+        return letters(1 + pick(5));
     }
   }
 

@@ -21,7 +21,7 @@ const unsigned char* bytes(const std::string& text) {
 }
 
 // The text with a last byte that makes the sum of all bytes the wanted one.
-std::string with_sum(std::string text, unsigned wanted) {
+std::string with_sum(const std::string& text, unsigned wanted) {
   unsigned sum = 0;
   for (const char byte : text) sum += static_cast<unsigned char>(byte);
   return text + static_cast<char>(wanted - sum);

@@ -123,7 +123,9 @@ TEST_F(CmdParcer, ASingleFieldNeedsNoSeparator) {
 }
 
 TEST_F(CmdParcer, IgnoresItsFirstArgument) {
-  EXPECT_EQ(SAT_APP_CmdParcer(reinterpret_cast<const void*>(std::uintptr_t{1}), "A|B"), 3u);
+  EXPECT_EQ(SAT_APP_CmdParcer("C|D|E|F", "A|B"), 3u);
+  EXPECT_EQ(take_lines(),
+            lines({"--- >> P01  ------------[00000001:A]\n", "--- >> P02  ------------[00000001:B]\n"}));
 }
 
 TEST_F(CmdParcer, RefusesNull) {

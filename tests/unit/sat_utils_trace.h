@@ -46,6 +46,7 @@ inline std::vector<std::string> lines_of(const std::string& function,
                                          std::initializer_list<const char*> texts,
                                          const std::string& tag = "INF") {
   std::vector<std::string> lines;
-  for (const char* text : texts) lines.push_back(tag + " [" + function + "]" + text);
+  const std::string start = tag + " [" + function + "]";
+  for (const char* text : texts) lines.push_back(start + text);
   return lines;
 }
