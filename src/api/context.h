@@ -7,8 +7,8 @@
 
 inline constexpr char kIniFileName[] = "SAT.ini";
 
-inline constexpr size_t kPacketBufferSize = 10 * 1024 * 1024;
-inline constexpr size_t kReplyLimit = 5 * 1024 * 1024;
+inline constexpr size_t kPacketBufferSize = size_t{10} * 1024 * 1024;
+inline constexpr size_t kReplyLimit = size_t{5} * 1024 * 1024;
 
 struct SatContext {
   uint8_t ucInitMark;  // 0xAA and 0x55 in ucInitTail: the record is set up

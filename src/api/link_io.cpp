@@ -18,7 +18,7 @@ bool woke_for_nothing;
 }  // namespace
 
 void set_function_timeout(uint32_t seconds) {
-  endless_wait_ms = std::max<int64_t>(kEndlessWaitMs, 3 * 1000 * static_cast<int64_t>(seconds));
+  endless_wait_ms = std::max<int64_t>(kEndlessWaitMs, int64_t{3} * 1000 * seconds);
 }
 
 bool is_endless_wait(int64_t elapsed) {
