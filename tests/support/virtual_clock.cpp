@@ -1,6 +1,11 @@
 #include "support/virtual_clock.h"
 
+#include <errno.h>
 #include <poll.h>
+
+#include <algorithm>
+#include <limits>
+#include <utility>
 
 #include "olk_utils/system_clock.h"
 
@@ -13,6 +18,11 @@ constexpr int64_t kNanosecondsPerSecond = 1000000000;
 int64_t monotonic_ns = 1234567890123456;
 int64_t wall_ns = 1700000000LL * kNanosecondsPerSecond;
 constexpr int64_t kMonotonicStart = 1234567890123456;
+
+int64_t tick_ns = 0;
+std::function<int64_t()> other_end;
+
+int64_t give_turn() { return other_end ? other_end() : std::numeric_limits<int64_t>::max(); }
 
 void advance_ns(int64_t nanoseconds) {
   monotonic_ns += nanoseconds;
@@ -45,6 +55,10 @@ void advance_ms(std::int64_t milliseconds) { advance_ns(milliseconds * kNanoseco
 
 std::int64_t monotonic_ms() { return (monotonic_ns - kMonotonicStart) / kNanosecondsPerMillisecond; }
 
+void on_turn(std::function<std::int64_t()> turn) { other_end = std::move(turn); }
+
+void set_tick_ms(std::int64_t milliseconds) { tick_ns = milliseconds * kNanosecondsPerMillisecond; }
+
 }  // namespace virtual_clock
 
 LocalTime local_time_now() {
@@ -62,17 +76,34 @@ LocalTime local_time_in_current_zone() {
 
 uint64_t GetCurrentMilliTime() { return static_cast<uint64_t>(wall_ns / kNanosecondsPerMillisecond); }
 
-timespec monotonic_now() { return to_timespec(monotonic_ns); }
+timespec monotonic_now() {
+  give_turn();
+  advance_ns(tick_ns);
+  return to_timespec(monotonic_ns);
+}
 
 // A readable port answers at once; a silent one costs the whole wait, in virtual time only.
 WaitResult wait_readable(int descriptor, int64_t timeout_ms) {
+  if (descriptor < 0) {
+    errno = EBADF;
+    return kWaitFailed;
+  }
   pollfd port{descriptor, POLLIN, 0};
-  if (poll(&port, 1, 0) <= 0) {
-    virtual_clock::advance_ms(timeout_ms);
-    return kTimedOut;
+  for (int64_t remaining = timeout_ms;;) {
+    const int64_t next_turn = give_turn();
+    const int ready = poll(&port, 1, 0);
+    if (ready > 0) break;
+    if (ready < 0 && errno != EINTR) return kWaitFailed;
+    if (remaining <= 0) return kTimedOut;
+    const int64_t step = std::clamp<int64_t>(next_turn, 1, remaining);
+    virtual_clock::advance_ms(step);
+    remaining -= step;
   }
   if ((port.revents & POLLNVAL) != 0) return kWaitFailed;
   return (port.revents & (POLLHUP | POLLERR)) != 0 ? kHungUp : kReadable;
 }
 
-void pause_microseconds(unsigned microseconds) { advance_ns(static_cast<int64_t>(microseconds) * 1000); }
+void pause_microseconds(unsigned microseconds) {
+  advance_ns(static_cast<int64_t>(microseconds) * 1000);
+  give_turn();
+}

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
 namespace virtual_clock {
 
@@ -13,5 +14,12 @@ void advance_ms(std::int64_t milliseconds);
 
 // Milliseconds that have passed on the monotonic clock since the start of the process.
 std::int64_t monotonic_ms();
+
+// The other end's turn: called in every wait and at every reading of the monotonic clock. Returns the
+// milliseconds until it wants to be called again; a wait does not pass over that moment.
+void on_turn(std::function<std::int64_t()> turn);
+
+// Lets every reading of the monotonic clock take time, so that a loop which never waits comes to its end.
+void set_tick_ms(std::int64_t milliseconds);
 
 }  // namespace virtual_clock

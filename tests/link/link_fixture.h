@@ -1,0 +1,116 @@
+// What the tests of the link share: a scripted device on a pseudo-terminal, a directory of their own, the
+// trace lines by function, and an alarm, so that a hang ends the test.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <regex>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "api/context.h"
+#include "api/link_io.h"
+#include "api/reception.h"
+#include "api/serial_port.h"
+#include "api/transmission.h"
+#include "olk_utils/trace_log.h"
+#include "support/scratch_directory.h"
+#include "support/scripted_device.h"
+#include "support/text_files.h"
+
+using Lines = std::vector<std::string>;
+
+__attribute__((format(printf, 1, 2))) inline std::string printed(const char* format, ...) {
+  va_list values;
+  va_start(values, format);
+  char* text = nullptr;
+  const int length = vasprintf(&text, format, values);
+  va_end(values);
+  const std::string result(text, static_cast<std::size_t>(length));
+  std::free(text);
+  return result;
+}
+
+inline std::string times(std::size_t count, const std::string& text) {
+  std::string all;
+  for (std::size_t i = 0; i < count; ++i) all += text;
+  return all;
+}
+
+// The lines of one function of the SAT interface module: level tag, then the text behind "[function]".
+inline Lines traced(const std::string& function) {
+  const std::string prefix = "[] [../src/api/TALVEX] [" + function + "]";
+  constexpr std::size_t kTag = 4;
+  Lines lines;
+  for (const std::string& message : trace_messages("SAT_api.log")) {
+    if (message.compare(kTag, prefix.size(), prefix) == 0)
+      lines.push_back(message.substr(0, kTag) + message.substr(kTag + prefix.size()));
+  }
+  return lines;
+}
+
+inline Lines with_text(const Lines& lines, const std::string& text) {
+  Lines found;
+  for (const std::string& line : lines) {
+    if (line.find(text) != std::string::npos) found.push_back(line);
+  }
+  return found;
+}
+
+// Where no call has just failed, errno and its text are whatever they are.
+inline Lines without_errno(Lines lines) {
+  static const std::regex field(R"(errno\[\d{5}:[^\]]*\])");
+  for (std::string& line : lines) line = std::regex_replace(line, field, "errno[]");
+  return lines;
+}
+
+// Behind the text a buffer must hold nothing but zeros.
+inline bool is_zero_behind_text(const char* buffer, std::size_t size) {
+  const std::size_t length = std::strlen(buffer);
+  return buffer[size - 1] == 0 && std::memcmp(buffer + length, buffer + length + 1, size - length - 1) == 0;
+}
+
+class LinkTest : public testing::Test {
+ protected:
+  explicit LinkTest(scripted::ScriptedDevice::Clock clock) : device_(std::move(clock)) { alarm(kAlarmSeconds); }
+  ~LinkTest() override { alarm(0); }
+
+  scripted::ScriptedDevice& device() { return device_; }
+
+  static void log_everything() { bDebugLogsEnabled = 1; }
+  static void log_errors_only() {
+    bDebugLogsEnabled = 0;
+    bErrorLogsEnabled = 1;
+  }
+
+  // Opens the device's port as a transaction finds it after the settings.
+  void open_port() {
+    ASSERT_EQ(lSerialOpenW(device_.path().c_str()), 0);
+    ASSERT_EQ(lSerialSettingsL(), 0);
+  }
+
+  // "%08Xh" of the open port.
+  static std::string handle() { return printed("%08Xh", static_cast<unsigned>(hComm)); }
+
+  // A configuration that leads to the scripted device. More lines can be added per section.
+  static std::string configuration(const std::string& port, const std::string& more = "",
+                                   const std::string& log_mode = "5") {
+    return "[SERIAL_PORT_CONFIG]\nFixarPorta=" + port + "\n" + more + "[LOG]\nLogFilePath=Log\nLogMode=" +
+           log_mode + "\n";
+  }
+
+ private:
+  static constexpr unsigned kAlarmSeconds = 100;
+
+  ScratchDirectory scratch_;
+  scripted::ScriptedDevice device_;
+};
