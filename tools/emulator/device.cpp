@@ -1,77 +1,71 @@
 #include "device.h"
 
-#include <array>
-#include <cstdio>
-
+#include "function_call.h"
 #include "messages.h"
 
 namespace emulator {
 
 namespace {
 
-const std::string kKey = "CFe35261111222333000181599000000010000011234564";
-const std::string kStamp = "20261101120000";
-const std::string kXml = "PENGZT48L0NGZT4=";
+// A command that no device knows; there is no family of codes for it.
+Reply unknown_command(const Command& command) {
+  return {99099, {command.session, "99099", "Comando desconhecido", "", ""}};
+}
 
-std::string five_digits(int code) {
-  std::array<char, 8> text{};
-  std::snprintf(text.data(), text.size(), "%05d", code);
-  return text.data();
+// The device's memory failed. Nothing of the call has happened.
+Reply memory_failure(const Command& command) {
+  const int code = command.function->code(99);
+  Reply reply{code, {command.session, std::to_string(100'000 + code).substr(1)}};
+  if (command.function->fiscal) reply.fields.emplace_back("0000");
+  reply.fields.insert(reply.fields.end(), {std::string(return_code_message(code)), "", ""});
+  return reply;
 }
 
 }  // namespace
 
-std::string Device::execute(const Command& command) {
-  if (command.function == nullptr) return join_fields({command.session, "99099", "Comando desconhecido", "", ""});
-  const Function& function = *command.function;
-  int code = function.code(0);
-  if (command.arguments.size() < function.arguments || !session_number(command.session)) {
-    code = function.code(99);
-  } else if (!activated_ && function.not_activated != 0) {
-    code = function.not_activated;
-  } else if (function.code_check == CodeCheck::always &&
-             (!activated_ || command.arguments[0] != options_.activation_code)) {
-    code = function.code(1);
-  } else if (function.id == FunctionId::consultar_numero_sessao) {
-    code = 11003;
-  } else if (function.id == FunctionId::consultar_ultima_sessao_fiscal) {
-    code = 19003;
-  } else if (function.id == FunctionId::ativar_sat) {
-    activated_ = true;
-    options_.activation_code = command.arguments[1];
-  }
+Device::Device(DeviceState state, const StateFile& file, std::uint64_t seed)
+    : state_(std::move(state)), file_(file), seed_(seed) {
+  if (!file_.keeps()) return;
+  if (state_.signing_key.empty()) state_.signing_key = signing_key().pem();
+  file_.save(state_);
+}
 
-  std::vector<std::string> fields{command.session, five_digits(code)};
-  const bool success = code == function.code(0);
-  if (function.fiscal) fields.push_back(success ? "0000" : "1999");
-  fields.emplace_back(return_code_message(code));
-  fields.insert(fields.end(), {"", ""});
-  if (!success) return join_fields(fields);
-
-  switch (function.id) {
-    case FunctionId::ativar_sat:
-      fields.push_back(kXml);
-      break;
-    case FunctionId::enviar_dados_venda:
-    case FunctionId::cancelar_ultima_venda:
-      fields.insert(fields.end(), {kXml, kStamp, kKey, "10.00", "", "QQ=="});
-      break;
-    case FunctionId::teste_fim_a_fim:
-      fields.insert(fields.end(), {kXml, kStamp, "000001", kKey});
-      break;
-    case FunctionId::consultar_status_operacional:
-      fields.insert(fields.end(), {"900000001", "DHCP", "192.168.1.50", "02:00:00:00:00:01", "255.255.255.0",
-                                   "192.168.1.1", "192.168.1.1", "0.0.0.0", "CONECTADO", "ALTO", "1 Gbytes",
-                                   "12 Mbytes", kStamp, "01.00.00", "0.07", kKey, "", "", kStamp, kStamp, "20260101",
-                                   "20310101", "0"});
-      break;
-    case FunctionId::extrair_logs:
-      fields.emplace_back("QQ==");
-      break;
-    default:
-      break;
+Reply Device::execute(const Command& command, const FiscalFaults& faults) {
+  if (command.function == nullptr) return unknown_command(command);
+  DeviceState next = state_;
+  Reply reply = FunctionCall(*this, next, command, faults).run();
+  try {
+    commit(std::move(next));
+  } catch (const StateError&) {
+    return memory_failure(command);
   }
-  return join_fields(fields);
+  return reply;
+}
+
+void Device::commit(DeviceState next) {
+  file_.save(next);
+  state_ = std::move(next);
+}
+
+const SigningKey& Device::signing_key() {
+  if (!key_) {
+    key_ = state_.signing_key.empty() ? SigningKey::from_seed(seed_) : SigningKey::from_pem(state_.signing_key);
+  }
+  return *key_;
+}
+
+void start_certificate(DeviceState& state, Moment now) {
+  constexpr Moment kFiveYears = 5 * 365 * 86'400;
+  state.certificate_issued = format_date(now);
+  state.certificate_expires = format_date(now + kFiveYears);
+}
+
+void make_ready_to_sell(DeviceState& state, const std::string& activation_code, Moment now) {
+  state.activation = Activation::active;
+  state.activation_code = activation_code;
+  state.associated = true;
+  start_certificate(state, now);
+  state.last_communication = format_moment(now);
 }
 
 }  // namespace emulator

@@ -85,7 +85,7 @@ bool Line::pause(Clock::duration duration) {
 
 void Line::unplug(const Absence& absence) {
   requested_absence_.reset();
-  const std::string name = absence.new_name.empty() ? link_.name() : absence.new_name;
+  const std::string name = name_after(absence);
   terminal_.hang_up();
   link_.remove();
   input_.clear();
@@ -94,6 +94,15 @@ void Line::unplug(const Absence& absence) {
   terminal_.come_back();
   if (!name.empty()) link_.create(name, terminal_.path());
   throw HungUp{};
+}
+
+// A bare name lies beside the link that there was.
+std::string Line::name_after(const Absence& absence) const {
+  if (absence.new_name.empty()) return link_.name();
+  const auto slash = link_.name().rfind('/');
+  const bool bare = absence.new_name.find('/') == std::string::npos;
+  return bare && slash != std::string::npos ? link_.name().substr(0, slash + 1) + absence.new_name
+                                            : absence.new_name;
 }
 
 bool Line::till_speaks() const {

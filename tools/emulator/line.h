@@ -59,12 +59,14 @@ class Line {
   [[noreturn]] void unplug(const Absence& absence);
 
   void discard_unread() const { terminal_.discard_unread(); }
+  int unread() const { return terminal_.unread(); }
   const std::string& port() const { return terminal_.path(); }
   const std::string& link_name() const { return link_.name(); }
 
  private:
   Sent write_piece(std::string_view bytes);
   bool till_speaks() const;
+  std::string name_after(const Absence& absence) const;
   short wait(short events, Clock::time_point deadline);
   void read_available();
 

@@ -1,62 +1,193 @@
 // sat-emulator: a SAT device on a pseudo-terminal.
 
-#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <random>
 
+#include "control.h"
+#include "control_socket.h"
 #include "conversation.h"
-#include "device.h"
+#include "emulated_device.h"
+#include "masking.h"
 #include "options.h"
+#include "replay.h"
+#include "settings.h"
+#include "state_file.h"
 
 namespace {
 
 using namespace emulator;
 
-class EmulatedDevice : public Service {
+// An error whose cause lies outside the program, with the exit code that says where.
+class Failure : public std::runtime_error {
  public:
-  explicit EmulatedDevice(const Options& options) : options_(options), device_(options) {}
-
-  LinkFaults link_faults(const std::string&) override {
-    LinkFaults faults;
-    faults.delay = Milliseconds(options_.latency_ms);
-    return faults;
-  }
-  std::string reply(const std::string& command) override { return device_.execute(parse_command(command)); }
-  void delivered(bool) override {}
+  Failure(int exit_code, const std::string& text) : std::runtime_error(text), exit_code_(exit_code) {}
+  int exit_code() const { return exit_code_; }
 
  private:
-  Options options_;
-  Device device_;
+  int exit_code_;
 };
 
-void run(const Options& options) {
+template <typename Action>
+auto failing_with(int exit_code, Action action) {
+  try {
+    return action();
+  } catch (const std::exception& error) {
+    throw Failure(exit_code, error.what());
+  }
+}
+
+std::string read_file(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) throw Failure(kExitInputFile, "cannot read " + path);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+std::vector<RecordedBytes> read_recording(const std::string& path) {
+  try {
+    return parse_recording(read_file(path));
+  } catch (const std::runtime_error& error) {
+    throw Failure(kExitInputFile, path + ": " + error.what());
+  }
+}
+
+void mask_file(const std::string& from, const std::string& to) {
+  auto records = read_recording(from);
+  mask_personal_data(records);
+  std::ofstream file(to, std::ios::binary | std::ios::trunc);
+  for (const RecordedBytes& record : records) file << to_recording_line(record) << '\n';
+  if (!file.flush()) throw Failure(kExitInputFile, "cannot write " + to);
+}
+
+FaultRules read_rules(const Options& options, std::uint64_t seed) {
+  FaultRules rules(seed);
+  for (const std::string& path : options.fault_files) {
+    try {
+      rules.add(read_file(path));
+    } catch (const FaultSyntaxError& error) {
+      throw Failure(kExitInputFile, path + ": " + error.what());
+    }
+  }
+  for (const std::string& rule : options.faults) rules.add(rule);
+  return rules;
+}
+
+DeviceState new_state(const Options& options, Moment now) {
+  DeviceState state;
+  state.emergency_code = options.emergency_code;
+  if (options.cnpj) state.cnpj = *options.cnpj;
+  if (options.uf) state.uf = uf_code(*options.uf);
+  if (options.serial) state.serial = *options.serial;
+  if (options.activated) make_ready_to_sell(state, options.activation_code.value_or("12345678"), now);
+  return state;
+}
+
+Surroundings surroundings_of(const Options& options) {
+  Surroundings surroundings;
+  if (!options.clock.empty()) surroundings.clock.stop_at(moment_of(options.clock));
+  surroundings.sefaz_reachable = !options.offline;
+  surroundings.sefaz_notice = options.sefaz_notice;
+  surroundings.battery = options.battery;
+  surroundings.memory_total = options.memory;
+  surroundings.wrong_code_limit = options.wrong_codes;
+  return surroundings;
+}
+
+EventLog::Form log_form(const Options& options) {
+  if (options.quiet) return EventLog::Form::silent;
+  return options.json_log ? EventLog::Form::json : EventLog::Form::text;
+}
+
+std::uint64_t random_seed() {
+  std::random_device source;
+  return (static_cast<std::uint64_t>(source()) << 32) | source();
+}
+
+// The port with everything that hangs on it.
+struct Port {
+  explicit Port(const Options& options) : line(terminal, link, waiter) {
+    if (!options.link.empty()) link.create(options.link, terminal.path());
+    line.set_byte_delay(std::chrono::microseconds(options.byte_delay_us));
+  }
+
   Waiter waiter;
   PseudoTerminal terminal;
   PortLink link;
-  if (!options.link.empty()) link.create(options.link, terminal.path());
-  Line line(terminal, link, waiter);
-  EmulatedDevice device(options);
+  Line line;
+};
+
+void announce(const PseudoTerminal& terminal) {
   std::printf("%s\n", terminal.path().c_str());
   std::fflush(stdout);
-  Conversation(line, device).run();
+}
+
+void serve_tills(const Options& options, Port& port, const EventLog& log) {
+  const std::uint64_t seed = options.seed ? *options.seed : random_seed();
+  FaultRules rules = read_rules(options, seed);
+  const auto file = failing_with(kExitState, [&] { return std::make_unique<StateFile>(options.state); });
+  const Surroundings surroundings = surroundings_of(options);
+  auto device = failing_with(kExitState, [&] {
+    auto state = file->load();
+    return Device(state ? std::move(*state) : new_state(options, surroundings.clock.now()), *file, seed);
+  });
+  device.surroundings() = surroundings;
+
+  EmulatedDevice emulated(device, rules, log);
+  emulated.set_latency(Milliseconds(options.latency_ms));
+  std::vector<const Profile*> profiles;
+  for (const std::string& name : options.profiles) profiles.push_back(&profile_called(name));
+  emulated.set_profiles(std::move(profiles));
+
+  Control control(device, emulated, rules, port.line);
+  std::optional<ControlSocket> socket;
+  if (!options.control.empty()) {
+    failing_with(kExitPort, [&] {
+      socket.emplace(options.control, [&](const std::string& line) { return control.execute(line); });
+    });
+    port.waiter.attach(&*socket);
+  }
+  announce(port.terminal);
+  Conversation(port.line, emulated).run();
+}
+
+void run(const Options& options) {
+  if (!options.mask_files.empty()) return mask_file(options.mask_files[0], options.mask_files[1]);
+  const EventLog log(log_form(options));
+  const auto recording = options.replay.empty() ? std::vector<RecordedBytes>() : read_recording(options.replay);
+  const auto port = failing_with(kExitPort, [&] { return std::make_unique<Port>(options); });
+  std::optional<Recorder> recorder;
+  if (!options.record.empty()) {
+    failing_with(kExitInputFile, [&] { recorder.emplace(options.record, options.mask); });
+    port->line.observe([&](Direction direction, std::string_view bytes) { recorder->record(direction, bytes); });
+  }
+  if (options.replay.empty()) return serve_tills(options, *port, log);
+  announce(port->terminal);
+  Replay(recording, port->line, log).run(options.as_recorded);
+}
+
+int fail(int exit_code, const char* text) {
+  std::fprintf(stderr, "sat-emulator: %s\n", text);
+  return exit_code;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  Options options;
-  CLI::App app{"A SAT device on a pseudo-terminal"};
-  app.add_option("--link", options.link, "Also make a symbolic link PATH to the port");
-  app.add_option("--activation-code", options.activation_code, "Activation code of an activated device");
-  app.add_option("--latency", options.latency_ms, "Milliseconds between acknowledgement and reply");
-  app.add_flag("--activated", options.activated, "Start activated and ready to sell");
-  CLI11_PARSE(app, argc, argv);
+  int exit_code = kExitEnded;
   try {
-    run(options);
+    const auto options = parse_options(argc, argv, exit_code);
+    if (options) run(*options);
+    return exit_code;
   } catch (const Stopped&) {
-    return 0;
+    return kExitEnded;
+  } catch (const Departed& departed) {
+    return fail(kExitDeparted, departed.what());
+  } catch (const Failure& failure) {
+    return fail(failure.exit_code(), failure.what());
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "sat-emulator: %s\n", error.what());
-    return 1;
+    return fail(kExitInternal, error.what());
   }
 }
