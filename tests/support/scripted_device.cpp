@@ -75,6 +75,7 @@ Script operator*(int times, const Script& script) {
 Step expect_frame() { return {Step::Kind::kExpectFrame, "", 0, 0}; }
 Step expect_block(std::size_t count) { return {Step::Kind::kExpectCount, "", count, 0}; }
 Step expect(std::string bytes) { return {Step::Kind::kExpectBytes, std::move(bytes), 0, 0}; }
+Step take(std::size_t count) { return {Step::Kind::kTake, "", count, 0}; }
 Step expect_ack() { return expect({kAck}); }
 Step expect_nak() { return expect({kNak}); }
 
@@ -144,7 +145,7 @@ bool ScriptedDevice::awaits_bytes() const {
   if (is_over()) return false;
   const Step::Kind kind = script_[next_].kind;
   return kind == Step::Kind::kExpectFrame || kind == Step::Kind::kExpectCount ||
-         kind == Step::Kind::kExpectBytes;
+         kind == Step::Kind::kExpectBytes || kind == Step::Kind::kTake;
 }
 
 // True when the step has been made; false when it cannot be made yet, or never.
@@ -166,6 +167,9 @@ bool ScriptedDevice::try_step(const Step& step) {
     case Step::Kind::kExpectBytes:
       fill_inbox();
       return receive(step.bytes.size(), step);
+    case Step::Kind::kTake:
+      fill_inbox(step.count);
+      return receive(step.count, step);
     case Step::Kind::kSend:
       return send_rest(step.bytes);
     case Step::Kind::kPause:
@@ -213,10 +217,11 @@ bool ScriptedDevice::host_has_read_all() const {
   return poll(&queue, 1, 0) == 0;
 }
 
-void ScriptedDevice::fill_inbox() {
+// Takes what is on the line until the inbox holds limit bytes.
+void ScriptedDevice::fill_inbox(std::size_t limit) {
   char bytes[4096];
-  while (master_ != -1) {
-    const ssize_t count = read(master_, bytes, sizeof bytes);
+  while (master_ != -1 && inbox_.size() < limit) {
+    const ssize_t count = read(master_, bytes, std::min(sizeof bytes, limit - inbox_.size()));
     if (count < 0 && errno == EINTR) continue;
     if (count <= 0) return;
     inbox_.append(bytes, static_cast<std::size_t>(count));

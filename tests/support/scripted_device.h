@@ -35,7 +35,7 @@ std::string bad_frame(std::string_view text);
 std::string text_for_frame_of(std::size_t length);
 
 struct Step {
-  enum class Kind { kExpectFrame, kExpectCount, kExpectBytes, kSend, kPause, kAwaitRelease, kAwaitReader, kFlood, kHangUp };
+  enum class Kind { kExpectFrame, kExpectCount, kExpectBytes, kTake, kSend, kPause, kAwaitRelease, kAwaitReader, kFlood, kHangUp };
   Kind kind;
   std::string bytes;
   std::size_t count = 0;
@@ -50,6 +50,8 @@ Step expect_frame();
 // So many bytes and for the moment no more: the host waits for an answer now.
 Step expect_block(std::size_t count);
 Step expect(std::string bytes);
+// Takes so many bytes off the line and leaves the rest of them there.
+Step take(std::size_t count);
 Step expect_ack();
 Step expect_nak();
 
@@ -105,7 +107,7 @@ class ScriptedDevice {
   bool receive(std::size_t count, const Step& step);
   bool send_rest(const std::string& bytes);
   bool host_has_read_all() const;
-  void fill_inbox();
+  void fill_inbox(std::size_t limit = std::string::npos);
   bool fail(const std::string& reason);
 
   Clock clock_;

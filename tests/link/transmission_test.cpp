@@ -1,0 +1,448 @@
+#include "api/transmission.h"
+
+#include "link/virtual_link_fixture.h"
+
+namespace {
+
+using namespace scripted;
+using testing::AllOf;
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+using testing::StartsWith;
+
+class TransmissionTest : public VirtualLinkTest {
+ protected:
+  TransmissionTest() { log_everything(); }
+  void SetUp() override { open_port(); }
+
+  // Sends STX, the text and a placeholder, as the SAT functions format a command.
+  int transmit(const std::string& text) {
+    command_.assign(text.size() + 8, '\0');
+    command_[0] = kStx;
+    std::copy(text.begin(), text.end(), command_.begin() + 1);
+    command_[text.size() + 1] = kEtx;
+    return lSerialWriteBufL(command_.data(), static_cast<uint32_t>(text.size() + 2));
+  }
+
+  std::string sent_text() const { return {command_.begin(), command_.end() - 5}; }
+
+  // A text of a command whose frame has this length.
+  static std::string command_for_frame_of(std::size_t length) {
+    std::string text = "EnviarDadosVenda|000042|";
+    while (text.size() + 3 < length) text += static_cast<char>('A' + text.size() % 23);
+    return text;
+  }
+
+  void expect_received(const std::vector<std::string>& parts) {
+    EXPECT_TRUE(device().received() == parts) << device().received().size() << " parts";
+  }
+
+  // So that the port takes nothing until the device reads. Returns the number of bytes on the line.
+  static std::size_t fill_line() {
+    const std::string filling(4096, '-');
+    std::size_t size = 0;
+    for (ssize_t written; (written = write(hComm, filling.data(), filling.size())) > 0;) {
+      size += static_cast<std::size_t>(written);
+    }
+    return size;
+  }
+
+  static Lines answer_lines() { return traced("cSerialReadAck"); }
+
+ private:
+  std::vector<char> command_;
+};
+
+constexpr char kReadAckLine[] = "INF   rc[00001]WR:Lnx\n\t << SAT->PC Rcvd[06h]ACK\n";
+constexpr char kReadNakLine[] = "INF   rc[00000]WR:Lnx\n\t << SAT->PC Rcvd[15h]NAK\n";
+constexpr char kStrayStxLine[] = "WRN   rc[00002]WR:Lnx\n\t << SAT->PC Rcvd[02h]STX Expected ACK or NAK\n";
+
+// ---- The frame --------------------------------------------------------------------------------------
+
+TEST_F(TransmissionTest, PlaceholderBecomesTheChecksumAndEtxFollows) {
+  device().play({expect("\x02" "AB\x83\x03"), ack()});
+  EXPECT_EQ(transmit("AB"), 5);
+  EXPECT_EQ(sent_text(), std::string("\x02" "AB\x83\x03"));
+  expect_script_played();
+}
+
+TEST_F(TransmissionTest, SmallFrameAndItsAcknowledgementAreTraced) {
+  device().play({expect_frame(), ack()});
+  ASSERT_EQ(transmit("AB"), 5);
+  EXPECT_THAT(traced("lSerialWriteBufL"), ElementsAre("INF Lnx\n\t >> Sent[0005] hC[" + handle() +
+                                                      "]\n\t >> PC->SAT Sent[00005:\x02" "AB\x83\x03]\n"));
+  EXPECT_THAT(answer_lines(), ElementsAre(kReadAckLine));
+}
+
+struct ChecksumCase {
+  const char* name;
+  std::string text;
+  unsigned char checksum;
+};
+
+class ChecksumTest : public TransmissionTest, public testing::WithParamInterface<ChecksumCase> {};
+
+TEST_P(ChecksumTest, FrameCarriesIt) {
+  const auto& [name, text, check] = GetParam();
+  const std::string expected = "\x02" + text + static_cast<char>(check) + "\x03";
+  device().play({expect(expected), ack()});
+  EXPECT_EQ(transmit(text), static_cast<int>(expected.size()));
+  EXPECT_EQ(sent_text(), expected);
+  expect_script_played();
+}
+
+INSTANTIATE_TEST_SUITE_P(Values, ChecksumTest,
+                         testing::Values(ChecksumCase{"Zero", "A|\x43", 0x00},
+                                         ChecksumCase{"Pipe", "z\x02", 0x7C},
+                                         ChecksumCase{"ClosingBrace", "\x7D", 0x7D},
+                                         ChecksumCase{"Three", "\x83\x80", 0x04},
+                                         ChecksumCase{"Four", "\x84\x80", 0x04},
+                                         ChecksumCase{"UnsignedBytes", "\xC3\xA7\xC3\xA3o", 0x3F},
+                                         ChecksumCase{"EmptyText", "", 0x00}),
+                         [](const auto& test) { return test.param.name; });
+
+TEST_F(TransmissionTest, FrameWithChecksumZeroGoesByLengthNotByStringLength) {
+  const std::string zero_sum = command_for_frame_of(kBlock - 1) + '\0';
+  std::string text = zero_sum.substr(0, zero_sum.size() - 1);
+  text += static_cast<char>(256 - checksum(text));
+  ASSERT_EQ(checksum(text), 0);
+  const std::string bytes = frame(text);
+  ASSERT_EQ(bytes.size(), kBlock);
+  device().play({expect_block(kBlock), ack()});
+  EXPECT_EQ(transmit(text), static_cast<int>(kBlock));
+  expect_received({bytes});
+}
+
+// ---- Blocks -----------------------------------------------------------------------------------------
+
+TEST_F(TransmissionTest, FrameOfOneBlockAwaitsOneAcknowledgement) {
+  const std::string text = command_for_frame_of(kBlock);
+  device().play({expect_block(kBlock), ack()});
+  EXPECT_EQ(transmit(text), static_cast<int>(kBlock));
+  expect_script_played();
+  expect_received({frame(text)});
+  EXPECT_THAT(answer_lines(), ElementsAre(kReadAckLine));
+}
+
+TEST_F(TransmissionTest, FrameOfOneByteMoreIsTwoBlocksWithAnAcknowledgementAfterEach) {
+  const std::string text = command_for_frame_of(kBlock + 1);
+  device().play({expect_block(kBlock), ack(), expect_block(1), ack()});
+  EXPECT_EQ(transmit(text), static_cast<int>(kBlock + 1));
+  expect_script_played();
+  expect_received({frame(text).substr(0, kBlock), "\x03"});
+  EXPECT_THAT(answer_lines(), ElementsAre(kReadAckLine, kReadAckLine));
+}
+
+TEST_F(TransmissionTest, LongFrameIsSentBlockByBlock) {
+  const std::string text = command_for_frame_of(40000);
+  device().play({expect_block(kBlock), ack(), expect_block(kBlock), ack(), expect_block(40000 - 2 * kBlock), ack()});
+  EXPECT_EQ(transmit(text), 40000);
+  expect_script_played();
+  EXPECT_EQ(times(1, device().received()[0]) + device().received()[1] + device().received()[2], frame(text));
+}
+
+TEST_F(TransmissionTest, EveryBlockOfEveryTransmissionGoesToDissectorAndProtocolLog) {
+  std::filesystem::create_directory("Log");
+  tLog.ucModeMask = 31;
+  const std::string text = command_for_frame_of(kBlock + 2);
+  const Script both_blocks = {expect_block(kBlock), ack(), expect_block(2)};
+  device().play(both_blocks + Script{nak()} + both_blocks + Script{ack()});
+  ASSERT_EQ(transmit(text), static_cast<int>(kBlock + 2));
+  expect_script_played();
+
+  // The whole frame each time, not the block.
+  const Lines messages = trace_messages("SAT_api.log");
+  EXPECT_THAT(with_text(messages, "--- >> P01=[00000016:EnviarDadosVenda]Sat:NomeDoComando"), SizeIs(4));
+  EXPECT_THAT(with_text(messages, "LastParam"), SizeIs(4));
+  std::string protocol;
+  for (const auto& entry : std::filesystem::directory_iterator("Log")) protocol += read_file(entry.path());
+  const std::string rendered = "PC->SAT >> [<02>" + text + "<" + printed("%02X", checksum(text)) + "><03>]OK:a\n";
+  std::size_t lines = 0;
+  for (std::size_t at = protocol.find(rendered); at != std::string::npos; at = protocol.find(rendered, at + 1)) ++lines;
+  EXPECT_EQ(lines, 4u);
+}
+
+// ---- NAK --------------------------------------------------------------------------------------------
+
+TEST_F(TransmissionTest, ThreeNaksAndAnAckSendTheFrameFourTimes) {
+  device().play(3 * Script{expect_frame(), nak()} + Script{expect_frame(), ack()});
+  EXPECT_EQ(transmit("ConsultarSAT|000042"), 22);
+  expect_script_played();
+  EXPECT_THAT(device().received(), AllOf(SizeIs(4), Each(frame("ConsultarSAT|000042"))));
+  EXPECT_THAT(answer_lines(), ElementsAre(kReadNakLine, kReadNakLine, kReadNakLine, kReadAckLine));
+  EXPECT_THAT(with_text(without_errno(traced("lSerialWriteBufL")), "Read NAK"),
+              AllOf(SizeIs(3), Each("INF Lnx errno[]:WR Read NAK\n")));
+}
+
+TEST_F(TransmissionTest, FourthNakFails) {
+  device().play(4 * Script{expect_frame(), nak()});
+  EXPECT_EQ(transmit("ConsultarSAT|000042"), -2009);
+  expect_script_played();
+  const Lines lines = without_errno(traced("lSerialWriteBufL"));
+  EXPECT_THAT(with_text(lines, "WR Read NAK"), SizeIs(3));
+  EXPECT_EQ(lines.back(), "ERR Lnx errno[]:ER Read NAK\n");
+}
+
+TEST_F(TransmissionTest, NakAfterTheSecondBlockSendsTheWholeFrameAgain) {
+  const std::string text = command_for_frame_of(3 * kBlock);
+  const std::string bytes = frame(text);
+  device().play({expect_block(kBlock), ack(), expect_block(kBlock), nak(), expect_block(kBlock), ack(),
+                 expect_block(kBlock), ack(), expect_block(kBlock), ack()});
+  EXPECT_EQ(transmit(text), static_cast<int>(3 * kBlock));
+  expect_script_played();
+  const std::string first = bytes.substr(0, kBlock);
+  const std::string second = bytes.substr(kBlock, kBlock);
+  expect_received({first, second, first, second, bytes.substr(2 * kBlock)});
+}
+
+TEST_F(TransmissionTest, NakBudgetBelongsToTheCallNotToABlock) {
+  const std::string text = command_for_frame_of(kBlock + 1);
+  const Script refused_late = {expect_block(kBlock), ack(), expect_block(1), nak()};
+  device().play(3 * refused_late + Script{expect_block(kBlock), nak()});
+  EXPECT_EQ(transmit(text), -2009);
+  expect_script_played();
+}
+
+// ---- Stray STX --------------------------------------------------------------------------------------
+
+TEST_F(TransmissionTest, StxThenAckRetransmits) {
+  device().play({expect_frame(), send("\x02\x06"), expect_frame(), ack()});
+  EXPECT_EQ(transmit("AB"), 5);
+  expect_script_played();
+  EXPECT_THAT(answer_lines(), ElementsAre(kStrayStxLine, "WRN  SAT->PC Rcvd[06h]ACK Expected ETX\n", kReadAckLine));
+}
+
+TEST_F(TransmissionTest, StxThenNakProceedsAsIfAcknowledged) {
+  const std::string text = command_for_frame_of(kBlock + 1);
+  device().play({expect_block(kBlock), send("\x02\x15"), expect_block(1), send("\x02\x15")});
+  EXPECT_EQ(transmit(text), static_cast<int>(kBlock + 1));
+  expect_script_played();
+  EXPECT_THAT(answer_lines(), ElementsAre(kStrayStxLine, "WRN  SAT->PC Rcvd[15h]NAK Expected ETX\n", kStrayStxLine,
+                                          "WRN  SAT->PC Rcvd[15h]NAK Expected ETX\n"));
+}
+
+TEST_F(TransmissionTest, StxThenEtxProceeds) {
+  const std::string text = command_for_frame_of(kBlock + 1);
+  device().play({expect_block(kBlock), send("\x02\x03"), expect_block(1), send("\x02\x03")});
+  EXPECT_EQ(transmit(text), static_cast<int>(kBlock + 1));
+  expect_script_played();
+  EXPECT_THAT(answer_lines(), ElementsAre(kStrayStxLine, "WRN  SAT->PC Rcvd[03h]ETX\n", kStrayStxLine,
+                                          "WRN  SAT->PC Rcvd[03h]ETX\n"));
+}
+
+TEST_F(TransmissionTest, GarbageBehindAStrayStxIsTracedUntilAnAnswer) {
+  device().play({expect_frame(), send("\x02Z\x02\x03")});
+  EXPECT_EQ(transmit("AB"), 5);
+  expect_script_played();
+  EXPECT_THAT(answer_lines(), ElementsAre(kStrayStxLine, "WRN  SAT->PC Rcvd[5Ah]---\n", "WRN  SAT->PC Rcvd[02h]---\n",
+                                          "WRN  SAT->PC Rcvd[03h]ETX\n"));
+}
+
+TEST_F(TransmissionTest, ByteBehindAStrayStxMustAlreadyBeThere) {
+  device().play({expect_frame(), send("\x02"), await_reader(), pause_ms(1), ack()});
+  EXPECT_EQ(transmit("AB"), -2);
+  EXPECT_EQ(virtual_clock::monotonic_ms(), 0);
+  Lines lines = answer_lines();
+  ASSERT_THAT(lines, SizeIs(2));
+  EXPECT_EQ(lines[0], kStrayStxLine);
+  EXPECT_THAT(lines[1], testing::MatchesRegex("WRN  rc\\[-00002\\]ER SAT->PC Rcvd\\[..h\\]Exiting\n"));
+  EXPECT_THAT(without_errno(traced("lSerialWriteBufL")), Contains("ERR Lnx errno[]:ER Waiting ACK/NAK from SAT\n"));
+}
+
+TEST_F(TransmissionTest, HangUpBehindAStrayStxEndsTheWait) {
+  device().play({expect_frame(), send("\x02"), await_reader(), hang_up()});
+  EXPECT_EQ(transmit("AB"), -2);
+}
+
+TEST_F(TransmissionTest, StrayStxAndAckSpendTheNakBudget) {
+  device().play(2 * Script{expect_frame(), send("\x02\x06")} + 2 * Script{expect_frame(), nak()});
+  EXPECT_EQ(transmit("AB"), -2009);
+  expect_script_played();
+}
+
+// ---- Garbage and silence ----------------------------------------------------------------------------
+
+TEST_F(TransmissionTest, GarbageInsteadOfAnAnswerIsTracedAndTheWaitContinues) {
+  device().play({expect_frame(), send("Z\xFF"), pause_ms(2900), ack()});
+  EXPECT_EQ(transmit("AB"), 5);
+  expect_script_played();
+  EXPECT_THAT(answer_lines(), ElementsAre("ERR   rc[-0001]ER:Lnx\n\t << SAT->PC Rcvd[5Ah]--- Expected ACK or NAK\n",
+                                          "ERR   rc[-0001]ER:Lnx\n\t << SAT->PC Rcvd[FFh]--- Expected ACK or NAK\n",
+                                          kReadAckLine));
+}
+
+TEST_F(TransmissionTest, EtxAloneIsGarbage) {
+  device().play({expect_frame(), send("\x03\x06")});
+  EXPECT_EQ(transmit("AB"), 5);
+  EXPECT_THAT(answer_lines(), ElementsAre("ERR   rc[-0001]ER:Lnx\n\t << SAT->PC Rcvd[03h]--- Expected ACK or NAK\n",
+                                          kReadAckLine));
+}
+
+TEST_F(TransmissionTest, SilentDeviceFailsAfterFourWaitsOfThreeSeconds) {
+  device().play({expect_frame()});
+  EXPECT_EQ(transmit("AB"), -2);
+  EXPECT_EQ(virtual_clock::monotonic_ms(), 12000);
+  EXPECT_THAT(answer_lines(),
+              ElementsAre("WRN  rc[-0001]WR: Lnx:FAIL select Trying Read\n\t       hComm[" + handle() +
+                              "] \n\t selectRetry[-1]\n",
+                          "ERR   rc[-0002]ER:Lnx hComm[" + handle() +
+                              "] Timeout[Resource temporarily unavailable] t[12000]ms\n"));
+  EXPECT_EQ(without_errno(traced("lSerialWriteBufL")).back(), "ERR Lnx errno[]:ER Waiting ACK/NAK from SAT\n");
+}
+
+TEST_F(TransmissionTest, AnswerInTheFourthWaitIsTaken) {
+  device().play({expect_frame(), pause_ms(11999), ack()});
+  EXPECT_EQ(transmit("AB"), 5);
+}
+
+TEST_F(TransmissionTest, WaitsAreCountedPerAnswerNotPerCall) {
+  device().play(4 * Script{expect_frame(), pause_ms(11999), nak()});
+  EXPECT_EQ(transmit("AB"), -2009);
+  EXPECT_EQ(virtual_clock::monotonic_ms(), 4 * 11999);
+}
+
+TEST_F(TransmissionTest, WaitCounterIsNotRenewedByGarbage) {
+  device().play({expect_frame(), pause_ms(10000), send("Z")});
+  EXPECT_EQ(transmit("AB"), -2);
+  EXPECT_EQ(virtual_clock::monotonic_ms(), 13000) << "three waits before the garbage, the fourth behind it";
+  EXPECT_EQ(answer_lines().back(),
+            "ERR   rc[-0002]ER:Lnx hComm[" + handle() + "] Timeout[Resource temporarily unavailable] t[13000]ms\n");
+}
+
+TEST_F(TransmissionTest, EndlessGarbageEndsAfterAMinute) {
+  log_errors_only();
+  device().play({expect_frame(), flood("ZZZZZZZZZZ")});
+  virtual_clock::set_tick_ms(50);
+  set_function_timeout(20);
+  EXPECT_EQ(transmit("AB"), -2);
+  EXPECT_GT(virtual_clock::monotonic_ms(), 60000);
+  EXPECT_LT(virtual_clock::monotonic_ms(), 61000);
+  EXPECT_THAT(answer_lines().back(), StartsWith("ERR   rc[-0002]ER:Lnx hComm["));
+}
+
+TEST_F(TransmissionTest, EndlessGarbageToALongFunctionEndsAfterThreeTimeouts) {
+  log_errors_only();
+  device().play({expect_frame(), flood("ZZZZZZZZZZ")});
+  virtual_clock::set_tick_ms(500);
+  set_function_timeout(30);
+  EXPECT_EQ(transmit("AB"), -2);
+  EXPECT_GT(virtual_clock::monotonic_ms(), 90000);
+  EXPECT_LT(virtual_clock::monotonic_ms(), 95000);
+}
+
+TEST_F(TransmissionTest, EndlessGarbageBehindAStrayStxEnds) {
+  log_errors_only();
+  device().play({expect_frame(), send("\x02"), flood("ZZZZZZZZZZ")});
+  virtual_clock::set_tick_ms(50);
+  set_function_timeout(10);
+  EXPECT_EQ(transmit("AB"), -2);
+  EXPECT_LT(virtual_clock::monotonic_ms(), 61000);
+}
+
+TEST_F(TransmissionTest, HungUpPortEndsTheWaitAfterTwoSeconds) {
+  device().play({expect_frame(), hang_up()});
+  EXPECT_EQ(transmit("AB"), -2);
+  EXPECT_GT(virtual_clock::monotonic_ms(), 2000);
+  EXPECT_LT(virtual_clock::monotonic_ms(), 2010) << "read again at a slow pace, but not waited for";
+  EXPECT_THAT(answer_lines(), ElementsAre(AllOf(StartsWith("ERR   rc[-0002]ER:Lnx hComm[" + handle() + "] Timeout["),
+                                                EndsWith("] t[2001]ms\n"))));
+}
+
+// ---- Writing ----------------------------------------------------------------------------------------
+
+TEST_F(TransmissionTest, PortThatTakesNoBytesFailsAfterTwoSeconds) {
+  device().play({await_release()});
+  fill_line();
+  EXPECT_EQ(transmit("ConsultarSAT|000042"), -2007);
+  EXPECT_EQ(virtual_clock::monotonic_ms(), 2001);
+
+  const Lines lines = traced("lSerialWriteBufL");
+  ASSERT_THAT(lines, SizeIs(2003)) << "one look a millisecond, and the end";
+  for (int i = 0; i <= 2001; ++i) {
+    ASSERT_EQ(lines[static_cast<std::size_t>(i)],
+              printed("ERR Win: uiPktSz[00000022] errno[00000011]EAGAIN:EWOULDBLOCK diff[%d] iTimeout[2000]\n", i));
+  }
+  EXPECT_EQ(lines.back(), "ERR Lnx errno[00011:Resource temporarily unavailable]ER iBytesWritten[-001] uiOffset[0000] "
+                          "uiTxBufSz[0022] diff[2001] Timeout...\n");
+}
+
+TEST_F(TransmissionTest, EveryWrittenByteRenewsTheTwoSeconds) {
+  log_errors_only();
+  const std::size_t waiting = fill_line();
+  const std::string text = command_for_frame_of(kBlock);
+  device().play({pause_ms(1990), take(8192), pause_ms(1990), take(8192), pause_ms(1990), take(waiting), ack()});
+  EXPECT_EQ(transmit(text), static_cast<int>(kBlock));
+  expect_script_played();
+  EXPECT_GE(virtual_clock::monotonic_ms(), 3 * 1990);
+}
+
+TEST_F(TransmissionTest, TenMebibytesPass) {
+  log_errors_only();
+  constexpr std::size_t kBlocks = 640;
+  const std::string text = command_for_frame_of(kBlocks * kBlock);
+  device().play(static_cast<int>(kBlocks) * Script{expect_block(kBlock), ack()});
+  EXPECT_EQ(transmit(text), static_cast<int>(kBlocks * kBlock));
+  expect_script_played();
+  std::string all;
+  for (const std::string& block : device().received()) all += block;
+  EXPECT_TRUE(all == frame(text));
+}
+
+TEST_F(TransmissionTest, NothingToSendIsRefused) {
+  EXPECT_EQ(lSerialWriteBufL(nullptr, 10), -2006);
+  char text[] = "\x02";
+  EXPECT_EQ(lSerialWriteBufL(text, 1), -2006);
+}
+
+// ---- Large blocks in the trace ----------------------------------------------------------------------
+
+class LargeTraceTest : public TransmissionTest {
+ protected:
+  std::string large_line(std::size_t block_end, const std::string& frame_bytes) {
+    const std::string excerpt = frame_bytes.substr(0, 900) + "...**BIGPKG SLL-SAT**...." +
+                                frame_bytes.substr(block_end - 900);
+    return printed("WRN Win: OK:hC[%08Xh]Sent ulTxPktSz[%05zu]BIG \n\t PC->SAT >>   pusTxPkt[%03zu:",
+                   static_cast<unsigned>(hComm), block_end, excerpt.size()) +
+           excerpt + "]\n";
+  }
+};
+
+TEST_F(LargeTraceTest, BlockOfThousandBytesIsTracedInFull) {
+  const std::string text = command_for_frame_of(1000);
+  device().play({expect_frame(), ack()});
+  ASSERT_EQ(transmit(text), 1000);
+  EXPECT_THAT(traced("lSerialWriteBufL"), ElementsAre("INF Lnx\n\t >> Sent[1000] hC[" + handle() +
+                                                      "]\n\t >> PC->SAT Sent[01000:" + frame(text) + "]\n"));
+}
+
+TEST_F(LargeTraceTest, BlockOfOneByteMoreIsTracedAsHeadAndTail) {
+  const std::string text = command_for_frame_of(1001);
+  device().play({expect_frame(), ack()});
+  ASSERT_EQ(transmit(text), 1001);
+  EXPECT_THAT(traced("lSerialWriteBufL"), ElementsAre(large_line(1001, frame(text))));
+}
+
+TEST_F(LargeTraceTest, ExcerptRunsFromBeforeTheBlocksEndToTheFramesEnd) {
+  const std::string text = command_for_frame_of(kBlock + 500);
+  device().play({expect_block(kBlock), ack(), expect_block(500), ack()});
+  ASSERT_EQ(transmit(text), static_cast<int>(kBlock + 500));
+  EXPECT_THAT(traced("lSerialWriteBufL"),
+              ElementsAre(large_line(kBlock, frame(text)), large_line(kBlock + 500, frame(text))));
+}
+
+TEST_F(LargeTraceTest, LargeBlockIsAWarningSmallOneIsNot) {
+  bDebugLogsEnabled = 0;
+  bWarningLogsEnabled = 1;
+  device().play(2 * Script{expect_frame(), ack()});
+  ASSERT_EQ(transmit(command_for_frame_of(1001)), 1001);
+  ASSERT_EQ(transmit(command_for_frame_of(1000)), 1000);
+  EXPECT_THAT(traced("lSerialWriteBufL"), ElementsAre(HasSubstr("BIG")));
+}
+
+}  // namespace
