@@ -13,6 +13,12 @@ namespace emulator {
 
 using nlohmann::json;
 
+namespace {
+
+constexpr const char* kBlanks = " \t\r";
+
+}  // namespace
+
 const std::vector<Control::Row>& Control::table() {
   static const std::vector<Row> rows{
       {{"state", "", "shows the state"}, &Control::show_state},
@@ -50,23 +56,29 @@ const std::vector<ControlOrder>& Control::orders() {
 std::string Control::execute(const std::string& line) {
   json answer{{"ok", true}};
   try {
-    if (line.find_first_not_of(" \t\r") != std::string::npos && line[line.find_first_not_of(" \t\r")] == '{') {
-      for (const auto& [name, value] : json::parse(line).items()) {
-        apply(name, value.is_string() ? value.get<std::string>() : value.dump(), answer);
-      }
-    } else {
-      std::istringstream words(line);
-      std::string name, argument;
-      words >> name >> std::ws;
-      std::getline(words, argument);
-      while (!argument.empty() && std::isspace(static_cast<unsigned char>(argument.back())) != 0) argument.pop_back();
-      apply(name, argument, answer);
-    }
+    const auto start = line.find_first_not_of(kBlanks);
+    if (start != std::string::npos && line[start] == '{') execute_json(line, answer);
+    else execute_text(line, answer);
   } catch (const std::exception& error) {
     answer = {{"ok", false}, {"error", error.what()}};
   }
   answer["state"] = state();
   return answer.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+void Control::execute_json(const std::string& line, json& answer) {
+  const json orders = json::parse(line);
+  for (const auto& [name, value] : orders.items()) {
+    apply(name, value.is_string() ? value.get<std::string>() : value.dump(), answer);
+  }
+}
+
+void Control::execute_text(const std::string& line, json& answer) {
+  std::istringstream words(line);
+  std::string name, argument;
+  words >> name >> std::ws;
+  std::getline(words, argument);
+  apply(name, argument.substr(0, argument.find_last_not_of(kBlanks) + 1), answer);
 }
 
 void Control::apply(const std::string& name, const std::string& argument, json& answer) {

@@ -36,6 +36,8 @@ class Control {
   };
   static const std::vector<Row>& table();
 
+  void execute_json(const std::string& line, nlohmann::json& answer);
+  void execute_text(const std::string& line, nlohmann::json& answer);
   void apply(const std::string& name, const std::string& argument, nlohmann::json& answer);
   nlohmann::json state() const;
 

@@ -32,6 +32,8 @@ Device::Device(DeviceState state, const StateFile& file, std::uint64_t seed)
 
 Reply Device::execute(const Command& command, const FiscalFaults& faults) {
   if (command.function == nullptr) return unknown_command(command);
+  // Without a memory on disk there is nothing that can fail half-way, and no copy to fall back on.
+  if (!file_.keeps()) return FunctionCall(*this, state_, command, faults).run();
   DeviceState next = state_;
   Reply reply = FunctionCall(*this, next, command, faults).run();
   try {
