@@ -1,5 +1,7 @@
 #include "api/transmission.h"
 
+#include <poll.h>
+
 #include "link/virtual_link_fixture.h"
 
 namespace {
@@ -45,11 +47,15 @@ class TransmissionTest : public VirtualLinkTest {
 
   // So that the port takes nothing until the device reads. Returns the number of bytes on the line.
   static std::size_t fill_line() {
+    constexpr int kSettled = 200;  // the kernel moves bytes up the line in the background
     const std::string filling(4096, '-');
+    pollfd line{hComm, POLLOUT, 0};
     std::size_t size = 0;
-    for (ssize_t written; (written = write(hComm, filling.data(), filling.size())) > 0;) {
-      size += static_cast<std::size_t>(written);
-    }
+    do {
+      for (ssize_t written; (written = write(hComm, filling.data(), filling.size())) > 0;) {
+        size += static_cast<std::size_t>(written);
+      }
+    } while (poll(&line, 1, kSettled) > 0);
     return size;
   }
 

@@ -169,7 +169,7 @@ bool ScriptedDevice::try_step(const Step& step) {
       return receive(step.bytes.size(), step);
     case Step::Kind::kTake:
       fill_inbox(step.count);
-      return receive(step.count, step);
+      return receive(step.count, step) && line_has_room();
     case Step::Kind::kSend:
       return send_rest(step.bytes);
     case Step::Kind::kPause:
@@ -215,6 +215,13 @@ bool ScriptedDevice::send_rest(const std::string& bytes) {
 bool ScriptedDevice::host_has_read_all() const {
   pollfd queue{port_, POLLIN, 0};
   return poll(&queue, 1, 0) == 0;
+}
+
+// The kernel moves the bytes on the line up a moment later; by then the host's next write goes through.
+bool ScriptedDevice::line_has_room() const {
+  constexpr int kLongestMoment = 5000;
+  pollfd line{port_, POLLOUT, 0};
+  return poll(&line, 1, kLongestMoment) == 1;
 }
 
 // Takes what is on the line until the inbox holds limit bytes.

@@ -107,6 +107,7 @@ class ScriptedDevice {
   bool receive(std::size_t count, const Step& step);
   bool send_rest(const std::string& bytes);
   bool host_has_read_all() const;
+  bool line_has_room() const;
   void fill_inbox(std::size_t limit = std::string::npos);
   bool fail(const std::string& reason);
 
