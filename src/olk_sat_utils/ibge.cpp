@@ -38,7 +38,7 @@ const UfIbgeRow tTabelaUfIbge[kUfIbgeRowCount] = {
 
 namespace {
 
-constexpr int kNotFound = -1;
+constexpr int kNotFound = TALVEX_IBGE_NOT_FOUND;
 
 using TextField = const char* UfIbgeRow::*;
 
