@@ -1,0 +1,815 @@
+// "SAT.ini": its default text, its 31 items, and what each of them does when missing, empty or present.
+#include "api/configuration.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstring>
+#include <functional>
+
+#include "api/context.h"
+#include "olk_sat_utils/return_codes.h"
+#include "support/api_trace.h"
+
+// Every calloc of the library passes here: the linker is told to wrap it.
+namespace {
+std::function<bool()> allocation_succeeds;
+}
+extern "C" void* __real_calloc(size_t count, size_t size);
+extern "C" void* __wrap_calloc(size_t count, size_t size) {
+  if (allocation_succeeds && !allocation_succeeds()) return nullptr;
+  return __real_calloc(count, size);
+}
+
+namespace {
+
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+constexpr char kDefaultFile[] = R"(#
+# IMPORTANTE: Para fixar a porta adicione >> FixarPorta=<NomeDaPorta>
+#
+[SERIAL_PORT_CONFIG]
+SerialPortConfig=115200,8,N,1
+ReadIntervalTimeout=10
+ReadTotalTimeoutMultiplier=1
+ReadTotalTimeoutConstant=1
+WriteTotalTimeoutMultiplier=1
+WriteTotalTimeoutConstant=1000
+
+#
+# Define o timeout em Segundos de resposta para as funcaes do SAT
+#
+[SAT_TIMEOUT]
+AtivarSAT                     =1800
+ComunicarCertificadoICPBRASIL = 300
+EnviarDadosVenda              =  30
+CancelarUltimaVenda           =  30
+ConsultarSAT                  =  10
+TesteFimAFim                  =  20
+ConsultarStatusOperacional    =  10
+ConsultarNumeroSessao         =  20
+ConfigurarInterfaceDeRede     =  20
+AssociarAssinatura            =1800
+AtualizarSoftwareSAT          =1800
+ExtrairLogs                   =  30
+BloquearSAT                   = 300
+DesbloquearSAT                =  20
+TrocarCodigoDeAtivacao        =  30
+ConsultarUltimaSessaoFiscal   =  20
+
+#
+# SAT_EMULATOR <default>0=Disable
+#
+[SAT_EMULATOR]
+SerialPortWindows=CNCA0
+SerialPortLinux=/dev/ttyVSP0
+Enable=0
+
+#
+# Arvolen <default>0=Disable
+#
+[ARVOLEN]
+PathWindows=C:\ProgramData\Arvolen\Cupons\New
+PathLinux=/etc/Arvolen/Cupons/New
+Enable=0
+
+#
+# LogMode 0=Disable, 1=Error, 2=Warning, 3=Info, 4=Trace, 5=Debug
+#
+[LOG]
+LogFilePath=Log
+LogFileName=
+LogFileMaxSize=1300000
+LogMode=1
+
+)";
+
+constexpr uint32_t kDefaultTimeouts[kSatFunctionCount] = {1800, 300,  30,   30, 10,  20, 10, 20,
+                                                          20,   1800, 1800, 30, 300, 20, 30, 20};
+
+// The lines that an item can have besides the common three.
+enum class Wording { kCommon, kLogPath, kFixedPort, kEmulator };
+
+struct Item {
+  int step;
+  const char* section;
+  const char* name;
+  const char* value;  // a value unlike the default
+  int rc;             // shown with that value
+  Wording wording = Wording::kCommon;
+};
+
+constexpr Item kItems[] = {
+    {1, "LOG", "LogFilePath", "Log", 0, Wording::kLogPath},
+    {2, "LOG", "LogFileName", "watched.log", 0},
+    {3, "LOG", "LogFileMaxSize", "5000", 0},
+    {4, "LOG", "LogMode", "4", 0},
+    {4, "SERIAL_PORT_CONFIG", "FixarPorta", "/dev/ttyS0", 0, Wording::kFixedPort},
+    {5, "SERIAL_PORT_CONFIG", "SerialPortConfig", "9600,7,e,2", 0},
+    {6, "SERIAL_PORT_CONFIG", "ReadIntervalTimeout", "MAXDWORD", 0},
+    {7, "SERIAL_PORT_CONFIG", "ReadTotalTimeoutMultiplier", "MAXDWORD", 0},
+    {8, "SERIAL_PORT_CONFIG", "ReadTotalTimeoutConstant", "MAXDWORD-10", 0},
+    {9, "SERIAL_PORT_CONFIG", "WriteTotalTimeoutMultiplier", "7", 0},
+    {10, "SERIAL_PORT_CONFIG", "WriteTotalTimeoutConstant", "-3", 0},
+    {11, "SAT_TIMEOUT", "AtivarSAT", "101", 101},
+    {12, "SAT_TIMEOUT", "ComunicarCertificadoICPBRASIL", "102", 102},
+    {13, "SAT_TIMEOUT", "EnviarDadosVenda", "103", 103},
+    {14, "SAT_TIMEOUT", "CancelarUltimaVenda", "104", 104},
+    {15, "SAT_TIMEOUT", "ConsultarSAT", "105", 105},
+    {16, "SAT_TIMEOUT", "TesteFimAFim", "106", 106},
+    {17, "SAT_TIMEOUT", "ConsultarStatusOperacional", "107", 107},
+    {18, "SAT_TIMEOUT", "ConsultarNumeroSessao", "108", 0},
+    {19, "SAT_TIMEOUT", "ConfigurarInterfaceDeRede", "109", 0},
+    {20, "SAT_TIMEOUT", "AssociarAssinatura", "110", 0},
+    {21, "SAT_TIMEOUT", "AtualizarSoftwareSAT", "111", 0},
+    {22, "SAT_TIMEOUT", "ExtrairLogs", "112", 0},
+    {23, "SAT_TIMEOUT", "BloquearSAT", "113", 0},
+    {24, "SAT_TIMEOUT", "DesbloquearSAT", "114", 0},
+    {25, "SAT_TIMEOUT", "TrocarCodigoDeAtivacao", "115", 0},
+    {26, "SAT_TIMEOUT", "ConsultarUltimaSessaoFiscal", "116", 0},
+    {27, "ARVOLEN", "PathWindows", "D:\\cupons", 0},
+    {28, "ARVOLEN", "PathLinux", "/srv/cupons", 0},
+    {29, "ARVOLEN", "Enable", "1", 0},
+    {30, "SAT_EMULATOR", "Enable", "1", 0, Wording::kEmulator},
+};
+constexpr int kFirstTimeout = 11;
+constexpr int kAppliedTimeouts = 7;
+constexpr int kLastStep = 30;
+
+std::string update_line(const std::string& tag, const std::string& text) {
+  return config_line(tag, "UpdateTalvexConfiguration", text);
+}
+
+std::string item_text(const Item& item, int rc, const char* status, char letter, const std::string& value,
+                      const char* tail = "") {
+  return formatted("rc[%04d]%s  STEP%02d%c  TalvexIniFileName[SAT.ini]  strSessionName[%s]  item[%s=%s]%s\n",
+                   rc, status, item.step, letter, item.section, item.name, value.c_str(), tail);
+}
+
+Lines missing_line(const Item& item, int rc = -305) {
+  switch (item.wording) {
+    case Wording::kFixedPort:
+      return {update_line("INF", item_text(item, 0, "OK:PASS", 'c', "", "NORMAL_NAO_EXISTIR!!!"))};
+    case Wording::kEmulator:
+      return {update_line("ERR", item_text(item, rc, "ER:FAIL", 'c', "", "SAT_EMU=OFF"))};
+    default:
+      return {update_line("ERR", item_text(item, rc, "ER:FAIL", 'c', ""))};
+  }
+}
+
+Lines empty_line(const Item& item) {
+  switch (item.wording) {
+    case Wording::kFixedPort:
+      return {update_line("INF", item_text(item, 1, "OK:PASS", 'b', "", "NORMAL_NAO_EXISTIR!!!"))};
+    case Wording::kEmulator:
+      return {update_line("WRN", item_text(item, 0, "WR:WARN", 'b', "", "SAT_EMU=OFF"))};
+    default:
+      return {update_line("WRN", item_text(item, 0, "WR:WARN", 'b', ""))};
+  }
+}
+
+Lines present_line(const Item& item) {
+  switch (item.wording) {
+    case Wording::kLogPath:
+      return {};
+    case Wording::kFixedPort:
+      return {update_line("WRN", item_text(item, 0, "WR:WARN", 'a', item.value,
+                                           "PARAMETRO ADICIONADO MANUALMENTE PELO CLIENTE!!!"))};
+    case Wording::kEmulator:
+      return {update_line("INF", item_text(item, 0, "OK:PASS", 'a', item.value, "SAT_EMU=ON"))};
+    default:
+      return {update_line("INF", item_text(item, item.rc, "OK:PASS", 'a', item.value))};
+  }
+}
+
+using LinesOfItem = std::function<Lines(const Item&)>;
+Lines lines_of_all_items(const LinesOfItem& lines_of_item) {
+  Lines all;
+  for (const Item& item : kItems) {
+    for (std::string& line : lines_of_item(item)) all.push_back(std::move(line));
+  }
+  return all;
+}
+
+// A file with all sections and the items that have a text here: "name=value", or nothing.
+using TextOfItem = std::function<std::string(const Item&)>;
+std::string file_of(const TextOfItem& text_of_item) {
+  std::string file;
+  const char* section = "";
+  for (const Item& item : kItems) {
+    if (std::string(section) != item.section) file += formatted("[%s]\n", section = item.section);
+    if (const std::string text = text_of_item(item); !text.empty()) file += text + "\n";
+  }
+  return file;
+}
+std::string missing(const Item&) {
+  return "";
+}
+std::string empty(const Item& item) {
+  return formatted("%s=", item.name);
+}
+std::string present(const Item& item) {
+  return formatted("%s=%s", item.name, item.value);
+}
+
+class Configuration : public ApiTraceTest {
+ protected:
+  Configuration() {
+    static const std::array<BusyReplyRow, kSatFunctionCount> compiled_in = std::to_array(tRetCode98);
+    std::copy(compiled_in.begin(), compiled_in.end(), tRetCode98);
+    gl_tSat = {};
+    tLog.ucModeMask = 0;
+    log_up_to(kInfo);
+  }
+  ~Configuration() override { allocation_succeeds = nullptr; }
+
+  static int update_from(const std::string& file) {
+    write_file("SAT.ini", file);
+    return UpdateTalvexConfiguration();
+  }
+  static int update_from_default_with(const std::string& line, const std::string& replacement) {
+    std::string file = kDefaultFile;
+    const std::size_t at = file.find(line + "\n");
+    EXPECT_NE(at, std::string::npos) << line;
+    return update_from(file.replace(at, line.size(), replacement));
+  }
+};
+class DefaultFile : public Configuration {};
+class ConfigurationLines : public Configuration {};
+class FixedPortItem : public Configuration {};
+class Timeouts : public Configuration {};
+class SwitchItems : public Configuration, public testing::WithParamInterface<std::pair<const char*, int>> {};
+class LogPathItem : public Configuration {};
+class ConfigurationBounds : public Configuration {};
+
+// ---- The default file -------------------------------------------------------------------------------
+
+std::string created_line(const std::string& tag, const std::string& text) {
+  return api_line(tag, "CreateFile_TalvexIni", text);
+}
+
+TEST_F(DefaultFile, HasExactlyIts57Lines) {
+  const int result = CreateFile_TalvexIni();
+  const std::string written = read_file("SAT.ini");
+  EXPECT_EQ(written, kDefaultFile);
+  EXPECT_EQ(std::count(written.begin(), written.end(), '\n'), 57);
+  EXPECT_EQ(result, static_cast<int>(written.size()));
+  EXPECT_THAT(take_lines(),
+              ElementsAre(created_line(
+                  "WRN", formatted(" rc[%06d]OK file[SAT.ini]Successfull Created!!!\n", result))));
+}
+
+TEST_F(DefaultFile, IsNotWrittenOverContent) {
+  write_file("SAT.ini", "#\n");
+  EXPECT_EQ(CreateFile_TalvexIni(), 2);
+  EXPECT_EQ(read_file("SAT.ini"), "#\n");
+  EXPECT_THAT(take_lines(), ElementsAre(created_line("INF", " rc[000002]OK file[SAT.ini]Already Exist!\n")));
+}
+
+TEST_F(DefaultFile, ReplacesAnEmptyFile) {
+  write_file("SAT.ini", "");
+  EXPECT_GT(CreateFile_TalvexIni(), 0);
+  EXPECT_EQ(read_file("SAT.ini"), kDefaultFile);
+}
+
+TEST_F(DefaultFile, ThatCannotBeOpenedGivesTheNegativeExistenceResult) {
+  ASSERT_EQ(symlink("no/such/directory/SAT.ini", "SAT.ini"), 0);
+  EXPECT_EQ(CreateFile_TalvexIni(), -1);
+  EXPECT_THAT(take_lines(),
+              ElementsAre(created_line("ERR", " rc[-00001]ER file[SAT.ini]Could not be Created!!!\n")));
+}
+
+TEST_F(DefaultFile, InThePlaceOfAFifoGivesTheExistenceResultZeroAndDoesNotWait) {
+  ASSERT_EQ(mkfifo("SAT.ini", 0600), 0);
+  EXPECT_EQ(CreateFile_TalvexIni(), 0);
+  EXPECT_THAT(take_lines(),
+              ElementsAre(created_line("ERR", " rc[000000]ER file[SAT.ini]Could not be Created!!!\n")));
+}
+
+TEST_F(DefaultFile, WithoutMemoryIsLeftEmptyAndThenMissingAgain) {
+  allocation_succeeds = [] { return false; };
+  EXPECT_EQ(CreateFile_TalvexIni(), -1);
+  EXPECT_EQ(read_file("SAT.ini"), "");
+  EXPECT_EQ(CreateFile_TalvexIni(), 0);
+  EXPECT_THAT(take_lines(), ElementsAre(created_line("ERR", " rc[-00001]ER file[SAT.ini] calloc fail!!!\n"),
+                                        created_line("ERR", " rc[000000]ER file[SAT.ini] calloc fail!!!\n")));
+  allocation_succeeds = nullptr;
+  EXPECT_GT(CreateFile_TalvexIni(), 0);
+  EXPECT_EQ(read_file("SAT.ini"), kDefaultFile);
+}
+
+TEST_F(DefaultFile, ThatIsGoneOnceWrittenIsReported) {
+  allocation_succeeds = [] { return std::filesystem::remove("SAT.ini"); };
+  EXPECT_EQ(CreateFile_TalvexIni(), -1);
+  EXPECT_THAT(take_lines(),
+              ElementsAre(created_line("ERR", " rc[-00001]ER file[SAT.ini]Could not be Created!!!\n")));
+}
+
+TEST_F(DefaultFile, OnAFullDiskEndsWithItsSizeZero) {
+  ASSERT_EQ(symlink("/dev/full", "SAT.ini"), 0);
+  EXPECT_EQ(CreateFile_TalvexIni(), 0);
+}
+
+TEST_F(DefaultFile, YieldsTheseSettings) {
+  ASSERT_GT(CreateFile_TalvexIni(), 0);
+  EXPECT_EQ(UpdateTalvexConfiguration(), kLastStep);
+  EXPECT_STREQ(gl_tSat.strFixedPort, "");
+  EXPECT_STREQ(gl_tSat.strSerialPortConfig, "115200,8,N,1");
+  EXPECT_EQ(static_cast<uint32_t>(gl_tSat.iReadIntervalTimeout), 0xFFFFFFFFu);
+  EXPECT_EQ(static_cast<uint32_t>(gl_tSat.iReadTotalTimeoutMultiplier), 0xFFFFFFFFu);
+  EXPECT_EQ(static_cast<uint32_t>(gl_tSat.iReadTotalTimeoutConstant), 0xFFFFFFF5u);
+  EXPECT_EQ(gl_tSat.iWriteTotalTimeoutMultiplier, 1);
+  EXPECT_EQ(gl_tSat.iWriteTotalTimeoutConstant, 1000);
+  for (uint32_t row = 0; row < kSatFunctionCount; ++row) {
+    EXPECT_EQ(tRetCode98[row].timeoutSeconds, kDefaultTimeouts[row]) << row;
+  }
+  EXPECT_STREQ(gl_tSat.strResultPathWindows, "C:\\ProgramData\\Arvolen\\Cupons\\New");
+  EXPECT_STREQ(gl_tSat.strResultPathLinux, "/etc/Arvolen/Cupons/New");
+  EXPECT_EQ(gl_tSat.lResultFilesOn, 0);
+  EXPECT_EQ(gl_tSat.lSatEmulatorOn, 0);
+}
+
+TEST_F(DefaultFile, IsMadeByAnUpdateThatFindsNone) {
+  EXPECT_EQ(UpdateTalvexConfiguration(), kLastStep);
+  EXPECT_EQ(read_file("SAT.ini"), kDefaultFile);
+}
+
+// ---- The items and their lines ----------------------------------------------------------------------
+
+TEST_F(ConfigurationLines, OfMissingItems) {
+  EXPECT_EQ(update_from(file_of(missing)), kLastStep);
+  EXPECT_THAT(take_lines(),
+              ElementsAreArray(lines_of_all_items([](const Item& item) { return missing_line(item); })));
+}
+
+TEST_F(ConfigurationLines, OfEmptyItems) {
+  EXPECT_EQ(update_from(file_of(empty)), kLastStep);
+  EXPECT_THAT(take_lines(), ElementsAreArray(lines_of_all_items(empty_line)));
+}
+
+TEST_F(ConfigurationLines, OfPresentItems) {
+  EXPECT_EQ(update_from(file_of(present)), kLastStep);
+  EXPECT_THAT(take_lines(), ElementsAreArray(lines_of_all_items(present_line)));
+}
+
+TEST_F(ConfigurationLines, OfMissingSections) {
+  EXPECT_EQ(update_from("# nothing here\n"), kLastStep);
+  EXPECT_THAT(
+      take_lines(),
+      ElementsAreArray(lines_of_all_items([](const Item& item) { return missing_line(item, -304); })));
+}
+
+TEST_F(ConfigurationLines, OfAnEmptyFileWhichIsNotRewritten) {
+  EXPECT_EQ(update_from(""), kLastStep);
+  EXPECT_EQ(read_file("SAT.ini"), "");
+  EXPECT_THAT(
+      take_lines(),
+      ElementsAreArray(lines_of_all_items([](const Item& item) { return missing_line(item, -301); })));
+  EXPECT_STREQ(gl_tSat.strSerialPortConfig, "115200,8,n,1");
+  EXPECT_STREQ(gl_tSat.strResultPathLinux, "/etc/Arvolen/Cupons/New");
+}
+
+TEST_F(ConfigurationLines, OfADirectoryInThePlaceOfTheFile) {
+  std::filesystem::create_directory("SAT.ini");
+  EXPECT_EQ(UpdateTalvexConfiguration(), kLastStep);
+  EXPECT_THAT(
+      take_lines(),
+      ElementsAreArray(lines_of_all_items([](const Item& item) { return missing_line(item, -304); })));
+}
+
+TEST_F(ConfigurationLines, OfOneItemDoNotDependOnTheOthers) {
+  for (const Item& odd : kItems) {
+    update_from(file_of([&](const Item& item) { return &item == &odd ? missing(item) : present(item); }));
+    EXPECT_THAT(take_lines(), ElementsAreArray(lines_of_all_items([&](const Item& item) {
+                  return &item == &odd ? missing_line(item) : present_line(item);
+                })));
+    update_from(file_of([&](const Item& item) { return &item == &odd ? empty(item) : present(item); }));
+    EXPECT_THAT(take_lines(), ElementsAreArray(lines_of_all_items([&](const Item& item) {
+                  return &item == &odd ? empty_line(item) : present_line(item);
+                })));
+  }
+}
+
+TEST_F(ConfigurationLines, FilteredByLevel) {
+  log_up_to(kError);
+  update_from(file_of(empty));
+  update_from(file_of(present));
+  EXPECT_THAT(take_lines(), IsEmpty());
+  log_up_to(kWarning);
+  update_from(file_of(present));
+  EXPECT_THAT(take_lines(), ElementsAreArray(present_line(kItems[4])));
+}
+
+TEST_F(ConfigurationLines, BeginWithAPassLineOnceTheLibraryIsSetUp) {
+  gl_tSat.ucInitMark = 0xAA;
+  gl_tSat.ucInitTail = 0x55;
+  update_from(file_of(present));
+  const Lines lines = take_lines();
+  ASSERT_FALSE(lines.empty());
+  EXPECT_EQ(lines[0], update_line("INF", "rc[0000]OK:PASS  STEP00a  TalvexIniFileName[SAT.ini]OK\n"));
+  EXPECT_THAT(lines, SizeIs(1 + lines_of_all_items(present_line).size()));
+}
+
+TEST_F(ConfigurationLines, OfAFileThatCannotBeCreated) {
+  ASSERT_EQ(symlink("no/such/directory/SAT.ini", "SAT.ini"), 0);
+  std::memset(&gl_tSat, 0x33, sizeof gl_tSat);
+  SatContext before = gl_tSat;
+  EXPECT_EQ(UpdateTalvexConfiguration(), -1);
+  EXPECT_THAT(
+      take_lines(),
+      ElementsAre(
+          created_line("ERR", " rc[-00001]ER file[SAT.ini]Could not be Created!!!\n"),
+          update_line("ERR",
+                      "rc[-001]ER:FAIL  STEP00b  TalvexIniFileName[SAT.ini]Could  Not  Be  Created!!\n")));
+  EXPECT_EQ(std::memcmp(&gl_tSat, &before, sizeof before), 0);
+}
+
+TEST_F(ConfigurationLines, OfTheEngineLeaveOutOnlyTheMissingFixedPort) {
+  update_from(file_of(missing));
+  const Lines lines = take_all_lines("olk_utils.log");
+  EXPECT_THAT(lines, SizeIs(std::size(kItems) - 1));
+  EXPECT_THAT(with_text(lines, "FixarPorta"), IsEmpty());
+  EXPECT_THAT(with_text(lines, "[LogMode]"),
+              ElementsAre("ERR [] OLK_GetIniFileValue rc[-00305]ER:INI_FILE_ERR_ITEM_NOT_FOUND "
+                          "OLK_GetIniFileValue Fail\n\t pIniFileName[SAT.ini] \n\t pSession[LOG] \n\t        "
+                          "pItem[LogMode]ITEM NOT FOUND!!\n"));
+}
+
+TEST_F(ConfigurationLines, OfTheEngineNameTheFixedPortWhenItsSectionOrTheFileIsMissing) {
+  update_from("# nothing here\n");
+  Lines lines = take_all_lines("olk_utils.log");
+  EXPECT_THAT(lines, SizeIs(std::size(kItems)));
+  EXPECT_THAT(with_text(lines, "FixarPorta"),
+              ElementsAre("ERR [] OLK_GetIniFileValue rc[-00304]ER:INI_FILE_ERR_SESSION_NOT_FOUND Fail\n\t "
+                          "pIniFileName[SAT.ini] \n\t     pSession[SERIAL_PORT_CONFIG] \n\t        "
+                          "pItem[FixarPorta] \n\t    pRetValue[]\n"));
+  update_from("");
+  lines = take_all_lines("olk_utils.log");
+  EXPECT_THAT(with_text(lines, "FixarPorta"),
+              ElementsAre("ERR [] OLK_GetIniFileValue rc[-00301]ER:INI_FILE_ERR_NOT_FOUND \n\t "
+                          "pIniFileName[SAT.ini] \n\t     pSession[SERIAL_PORT_CONFIG] \n\t        "
+                          "pItem[FixarPorta] \n\t    pRetValue[]\n\t sztFileSize[0]=0\n"));
+}
+
+TEST_F(ConfigurationLines, OfTheEngineNameTheFixedPortWhenMemoryIsShort) {
+  write_file("SAT.ini", file_of(present));
+  allocation_succeeds = [] { return false; };
+  UpdateTalvexConfiguration();
+  EXPECT_THAT(
+      take_lines(),
+      ElementsAreArray(lines_of_all_items([](const Item& item) { return missing_line(item, -302); })));
+  EXPECT_THAT(with_text(take_all_lines("olk_utils.log"), "FixarPorta"), SizeIs(1));
+}
+
+// ---- What the items set -----------------------------------------------------------------------------
+
+struct Settings {
+  std::string fixed_port, serial_port, windows_path, linux_path;
+  int read_interval, read_multiplier, read_constant, write_multiplier, write_constant;
+  int64_t result_files, emulator;
+  bool operator==(const Settings&) const = default;
+};
+
+Settings settings() {
+  return {gl_tSat.strFixedPort,
+          gl_tSat.strSerialPortConfig,
+          gl_tSat.strResultPathWindows,
+          gl_tSat.strResultPathLinux,
+          gl_tSat.iReadIntervalTimeout,
+          gl_tSat.iReadTotalTimeoutMultiplier,
+          gl_tSat.iReadTotalTimeoutConstant,
+          gl_tSat.iWriteTotalTimeoutMultiplier,
+          gl_tSat.iWriteTotalTimeoutConstant,
+          gl_tSat.lResultFilesOn,
+          gl_tSat.lSatEmulatorOn};
+}
+
+const Settings kPresentSettings = {
+    "/dev/ttyS0", "9600,7,e,2", "D:\\cupons", "/srv/cupons", 0, 0, 0, 7, -3, 1, 1};
+const Settings kFallbackSettings = {"",
+                                    "115200,8,n,1",
+                                    "C:\\ProgramData\\Arvolen\\Cupons\\New",
+                                    "/etc/Arvolen/Cupons/New",
+                                    -1,
+                                    -1,
+                                    -11,
+                                    1,
+                                    1,
+                                    0,
+                                    0};
+
+TEST_F(Configuration, PresentItemsAreApplied) {
+  update_from(file_of(present));
+  EXPECT_EQ(settings(), kPresentSettings);
+}
+
+TEST_F(Configuration, MissingItemsGetTheirFallback) {
+  update_from(file_of(present));
+  update_from(file_of(missing));
+  EXPECT_EQ(settings(), kFallbackSettings);
+}
+
+TEST_F(Configuration, EmptyItemsGetTheirFallbackExceptTheFixedPortWhichStays) {
+  update_from(file_of(present));
+  update_from(file_of(empty));
+  Settings expected = kFallbackSettings;
+  expected.fixed_port = "/dev/ttyS0";
+  EXPECT_EQ(settings(), expected);
+}
+
+TEST_F(Configuration, ReadTimeoutsTakeOnlyTheirKeywordAndReadItAsZero) {
+  for (const char* value : {"0", "10", "maxdword", "MAXDWORD-10", "MAXDWORD1", "MAXDWOR"}) {
+    update_from(std::string("[SERIAL_PORT_CONFIG]\nReadIntervalTimeout=") + value +
+                "\nReadTotalTimeoutMultiplier=" + value + "\n");
+    EXPECT_EQ(gl_tSat.iReadIntervalTimeout, -1) << value;
+    EXPECT_EQ(gl_tSat.iReadTotalTimeoutMultiplier, -1) << value;
+  }
+  for (const char* value : {"0", "1", "MAXDWORD", "MAXDWORD-1", "MAXDWORD-100"}) {
+    update_from(std::string("[SERIAL_PORT_CONFIG]\nReadTotalTimeoutConstant=") + value + "\n");
+    EXPECT_EQ(gl_tSat.iReadTotalTimeoutConstant, -11) << value;
+  }
+  update_from_default_with("ReadIntervalTimeout=10", "ReadIntervalTimeout=MAXDWORD");
+  EXPECT_EQ(gl_tSat.iReadIntervalTimeout, 0);
+  update_from_default_with("ReadTotalTimeoutMultiplier=1", "ReadTotalTimeoutMultiplier=MAXDWORD");
+  EXPECT_EQ(gl_tSat.iReadTotalTimeoutMultiplier, 0);
+  update_from_default_with("ReadTotalTimeoutConstant=1", "ReadTotalTimeoutConstant=MAXDWORD-10");
+  EXPECT_EQ(gl_tSat.iReadTotalTimeoutConstant, 0);
+}
+
+TEST_F(Configuration, WriteTimeoutsAreLeadingDecimalNumbers) {
+  struct {
+    const char* text;
+    int number;
+  } const cases[] = {{"0", 0},
+                     {"12", 12},
+                     {"-7", -7},
+                     {"+9", 9},
+                     {"12ab", 12},
+                     {"abc", 0},
+                     {"0x10", 0},
+                     {"1 000", 1000},
+                     {"\t8", 8},
+                     {"007", 7},
+                     {"99999999999", 2147483647}};
+  for (const auto& c : cases) {
+    update_from(std::string("[SERIAL_PORT_CONFIG]\nWriteTotalTimeoutMultiplier=") + c.text +
+                "\nWriteTotalTimeoutConstant=" + c.text + "\n");
+    EXPECT_EQ(gl_tSat.iWriteTotalTimeoutMultiplier, c.number) << c.text;
+    EXPECT_EQ(gl_tSat.iWriteTotalTimeoutConstant, c.number) << c.text;
+  }
+}
+
+TEST_F(Configuration, AnEmptySerialPortConfigStoresItsFallback) {
+  update_from_default_with("SerialPortConfig=115200,8,N,1", "SerialPortConfig=");
+  EXPECT_STREQ(gl_tSat.strSerialPortConfig, "115200,8,n,1");
+}
+
+TEST_F(Configuration, ItemsAreMatchedCaseSensitively) {
+  update_from_default_with("[SERIAL_PORT_CONFIG]", "[serial_port_config]");
+  EXPECT_STREQ(gl_tSat.strSerialPortConfig, "115200,8,n,1");
+  update_from_default_with("PathLinux=/etc/Arvolen/Cupons/New", "pathlinux=/srv");
+  EXPECT_STREQ(gl_tSat.strResultPathLinux, "/etc/Arvolen/Cupons/New");
+}
+
+// ---- The fixed port ---------------------------------------------------------------------------------
+
+TEST_F(FixedPortItem, AddedByHandIsSetWithAWarning) {
+  update_from_default_with("[SERIAL_PORT_CONFIG]", "[SERIAL_PORT_CONFIG]\nFixarPorta=/dev/ttyS0");
+  EXPECT_STREQ(gl_tSat.strFixedPort, "/dev/ttyS0");
+  EXPECT_THAT(with_text(take_lines(), "FixarPorta"),
+              ElementsAre(update_line("WRN",
+                                      "rc[0000]WR:WARN  STEP04a  TalvexIniFileName[SAT.ini]  "
+                                      "strSessionName[SERIAL_PORT_CONFIG]  item[FixarPorta=/dev/ttyS0]"
+                                      "PARAMETRO ADICIONADO MANUALMENTE PELO CLIENTE!!!\n")));
+}
+
+TEST_F(FixedPortItem, InTheDefaultFilesCommentIsNone) {
+  update_from(kDefaultFile);
+  EXPECT_STREQ(gl_tSat.strFixedPort, "");
+  EXPECT_THAT(with_text(take_lines(), "FixarPorta"),
+              ElementsAre(update_line(
+                  "INF",
+                  "rc[0000]OK:PASS  STEP04c  TalvexIniFileName[SAT.ini]  "
+                  "strSessionName[SERIAL_PORT_CONFIG]  item[FixarPorta=]NORMAL_NAO_EXISTIR!!!\n")));
+  EXPECT_THAT(take_all_lines("olk_utils.log"), IsEmpty());
+}
+
+TEST_F(FixedPortItem, IsCopiedAsItStands) {
+  update_from("[SERIAL_PORT_CONFIG]\nFixarPorta=COM3:\n");
+  EXPECT_STREQ(gl_tSat.strFixedPort, "COM3:");
+}
+
+// 128 bytes are cleared, with the serial parameters, the file's time and the handle behind the port; the
+// parameters are read again at once.
+TEST_F(FixedPortItem, MissingClears128Bytes) {
+  std::memset(&gl_tSat, 0x5A, sizeof gl_tSat);
+  update_from("[SERIAL_PORT_CONFIG]\nSerialPortConfig=9600\n");
+  const auto* bytes = reinterpret_cast<const char*>(&gl_tSat) + offsetof(SatContext, strFixedPort);
+  std::string expected(128, '\0');
+  expected.replace(offsetof(SatContext, strSerialPortConfig) - offsetof(SatContext, strFixedPort), 4, "9600");
+  EXPECT_EQ(std::string(bytes, 128), expected);
+  EXPECT_EQ(bytes[128], 0x5A);
+  EXPECT_EQ(gl_tSat.tIniFileTime, 0);
+  EXPECT_EQ(gl_tSat.hT, 0u);
+  EXPECT_EQ(gl_tSat.ucInitTail, 0x5A);
+}
+
+TEST_F(FixedPortItem, EmptyOrPresentLeavesTheFilesTimeAlone) {
+  gl_tSat.tIniFileTime = 77;
+  gl_tSat.hT = 5;
+  update_from("[SERIAL_PORT_CONFIG]\nFixarPorta=\n");
+  update_from("[SERIAL_PORT_CONFIG]\nFixarPorta=/dev/ttyS1\n");
+  EXPECT_EQ(gl_tSat.tIniFileTime, 77);
+  EXPECT_EQ(gl_tSat.hT, 5u);
+}
+
+// ---- Time-outs --------------------------------------------------------------------------------------
+
+std::string timeouts_file(const std::string& value) {
+  return file_of([&](const Item& item) {
+    return item.section == std::string("SAT_TIMEOUT") ? formatted("%s=%s", item.name, value.c_str()) : "";
+  });
+}
+
+void expect_timeouts(const uint32_t* expected_first_seven) {
+  for (uint32_t row = 0; row < kSatFunctionCount; ++row) {
+    const uint32_t expected = row < kAppliedTimeouts ? expected_first_seven[row] : kDefaultTimeouts[row];
+    EXPECT_EQ(tRetCode98[row].timeoutSeconds, expected) << row;
+  }
+}
+
+TEST_F(Timeouts, OfSevenFunctionsAreAppliedAndOfNineNever) {
+  update_from(file_of(present));
+  constexpr uint32_t kApplied[kAppliedTimeouts] = {101, 102, 103, 104, 105, 106, 107};
+  expect_timeouts(kApplied);
+}
+
+TEST_F(Timeouts, OneOfEachGroup) {
+  update_from_default_with("EnviarDadosVenda              =  30", "EnviarDadosVenda=45");
+  EXPECT_EQ(tRetCode98[kEnviarDadosVenda].timeoutSeconds, 45u);
+  update_from_default_with("ConsultarNumeroSessao         =  20", "ConsultarNumeroSessao=45");
+  EXPECT_EQ(tRetCode98[kConsultarNumeroSessao].timeoutSeconds, 20u);
+}
+
+// The seven show the converted number, the nine the lookup's 0.
+TEST_F(Timeouts, OfZeroBelowOrNoNumberAreLoggedAndNotApplied) {
+  struct {
+    const char* text;
+    int number;
+  } const cases[] = {{"0", 0}, {"-5", -5}, {"abc", 0}, {"-99999999999", -2147483647 - 1}};
+  for (const auto& c : cases) {
+    update_from(timeouts_file(c.text));
+    expect_timeouts(kDefaultTimeouts);
+    const Lines lines = with_text(take_lines(), "strSessionName[SAT_TIMEOUT]");
+    ASSERT_THAT(lines, SizeIs(kSatFunctionCount));
+    for (int row = 0; row < static_cast<int>(kSatFunctionCount); ++row) {
+      Item item = kItems[kFirstTimeout + row];
+      EXPECT_EQ(
+          lines[static_cast<std::size_t>(row)],
+          update_line("INF", item_text(item, row < kAppliedTimeouts ? c.number : 0, "OK:PASS", 'a', c.text)));
+    }
+  }
+}
+
+TEST_F(Timeouts, ConvertLeadingDigitsAndSaturate) {
+  update_from(timeouts_file("12s"));
+  EXPECT_EQ(tRetCode98[kAtivarSAT].timeoutSeconds, 12u);
+  update_from(timeouts_file("99999999999"));
+  EXPECT_EQ(tRetCode98[kAtivarSAT].timeoutSeconds, 2147483647u);
+}
+
+TEST_F(Timeouts, OnceAppliedOutliveTheirRemoval) {
+  update_from(timeouts_file("45"));
+  update_from(file_of(missing));
+  update_from(file_of(empty));
+  constexpr uint32_t kApplied[kAppliedTimeouts] = {45, 45, 45, 45, 45, 45, 45};
+  expect_timeouts(kApplied);
+}
+
+// ---- Switches ---------------------------------------------------------------------------------------
+
+TEST_P(SwitchItems, AreOnByTheirFirstCharacter) {
+  const auto& [value, expected] = GetParam();
+  gl_tSat.lResultFilesOn = gl_tSat.lSatEmulatorOn = 1 - expected;
+  update_from(std::string("[ARVOLEN]\nEnable=") + value + "\n[SAT_EMULATOR]\nEnable=" + value + "\n");
+  EXPECT_EQ(gl_tSat.lResultFilesOn, expected);
+  EXPECT_EQ(gl_tSat.lSatEmulatorOn, expected);
+  std::string shown = value;
+  std::erase(shown, ' ');
+  std::erase(shown, '=');
+  const Item& emulator = kItems[std::size(kItems) - 1];
+  const char* note = expected == 1 ? "SAT_EMU=ON" : "SAT_EMU=OFF";
+  const Lines line = shown.empty()
+                         ? empty_line(emulator)
+                         : Lines{update_line("INF", item_text(emulator, 0, "OK:PASS", 'a', shown, note))};
+  EXPECT_THAT(with_text(take_lines(), "SAT_EMU"), ElementsAreArray(line));
+}
+INSTANTIATE_TEST_SUITE_P(Values, SwitchItems,
+                         testing::Values(std::pair("1", 1), std::pair("10", 1), std::pair(" 1", 1),
+                                         std::pair("=1", 1), std::pair("1yes", 1), std::pair("0", 0),
+                                         std::pair("01", 0), std::pair("yes", 0), std::pair("", 0),
+                                         std::pair("\t1", 0), std::pair("2", 0)));
+
+// ---- The log's directory ----------------------------------------------------------------------------
+
+const std::string kBanner = api_line("WRN", "UpdateTalvexConfiguration",
+                                     "\n\t   Version[TALVEX DLL Ver. 02.00 - 23-JUL-2020]\n\t "
+                                     "BuildDate[Jul 27 2020-10:41:14]\n\t   This Is[64 Bits] Platform\n");
+
+TEST_F(LogPathItem, WithLoggingOnIsMadeAndTheBannerLogged) {
+  tLog.ucModeMask = 1;
+  update_from(file_of(present));
+  EXPECT_TRUE(std::filesystem::is_directory("Log"));
+  const Lines lines = take_lines();
+  ASSERT_FALSE(lines.empty());
+  EXPECT_EQ(lines[0], kBanner);
+  EXPECT_THAT(with_text(lines, "Version["), SizeIs(1));
+  EXPECT_THAT(with_text(lines, "STEP01"), IsEmpty());
+}
+
+TEST_F(LogPathItem, ThatExistsGetsTheBannerToo) {
+  tLog.ucModeMask = 1;
+  std::filesystem::create_directory("Log");
+  update_from(file_of(present));
+  EXPECT_EQ(take_lines().at(0), kBanner);
+}
+
+TEST_F(LogPathItem, WithLoggingOffIsNeitherMadeNorAnnounced) {
+  tLog.ucModeMask = 0;
+  update_from(file_of(present));
+  EXPECT_FALSE(std::filesystem::exists("Log"));
+  EXPECT_THAT(with_text(take_lines(), "Version["), IsEmpty());
+}
+
+TEST_F(LogPathItem, ThatCannotBeMadeStillGetsTheBanner) {
+  tLog.ucModeMask = 1;
+  write_file("Log", "in the way");
+  EXPECT_EQ(update_from(file_of(present)), kLastStep);
+  EXPECT_EQ(take_lines().at(0), kBanner);
+}
+
+TEST_F(LogPathItem, EmptyOrMissingHasItsOrdinaryLineAndNoBanner) {
+  tLog.ucModeMask = 1;
+  update_from(file_of(empty));
+  Lines lines = take_lines();
+  EXPECT_EQ(lines.at(0), empty_line(kItems[0]).at(0));
+  EXPECT_THAT(with_text(lines, "Version["), IsEmpty());
+  update_from(file_of(missing));
+  lines = take_lines();
+  EXPECT_EQ(lines.at(0), missing_line(kItems[0]).at(0));
+  EXPECT_THAT(with_text(lines, "Version["), IsEmpty());
+}
+
+// ---- Bounds -----------------------------------------------------------------------------------------
+
+// The whole record is painted first; what a pass may change is cut out of the comparison.
+TEST_F(ConfigurationBounds, LongestValuesAreCutAndLeaveTheNeighboursAlone) {
+  const std::string longest(127, '7');
+  std::memset(&gl_tSat, 0x5A, sizeof gl_tSat);
+  SatContext expected = gl_tSat;
+  update_from("[LOG]\nLogFilePath=Log\n[SERIAL_PORT_CONFIG]\nFixarPorta=" + longest + "\nSerialPortConfig=" +
+              longest + "\n[ARVOLEN]\nPathWindows=" + longest + "\nPathLinux=" + longest + "\n");
+  EXPECT_EQ(gl_tSat.strFixedPort, longest.substr(0, 31));
+  EXPECT_EQ(gl_tSat.strSerialPortConfig, longest.substr(0, 59));
+  EXPECT_EQ(gl_tSat.strResultPathWindows, longest);
+  EXPECT_EQ(gl_tSat.strResultPathLinux, longest);
+
+  std::memcpy(expected.strFixedPort, gl_tSat.strFixedPort, sizeof expected.strFixedPort);
+  std::memcpy(expected.strSerialPortConfig, gl_tSat.strSerialPortConfig, sizeof expected.strSerialPortConfig);
+  std::memcpy(expected.strResultPathWindows, gl_tSat.strResultPathWindows,
+              sizeof expected.strResultPathWindows);
+  std::memcpy(expected.strResultPathLinux, gl_tSat.strResultPathLinux, sizeof expected.strResultPathLinux);
+  expected.iReadIntervalTimeout = expected.iReadTotalTimeoutMultiplier = -1;
+  expected.iReadTotalTimeoutConstant = -11;
+  expected.iWriteTotalTimeoutMultiplier = expected.iWriteTotalTimeoutConstant = 1;
+  expected.lResultFilesOn = expected.lSatEmulatorOn = 0;
+  EXPECT_EQ(std::memcmp(&gl_tSat, &expected, sizeof expected), 0);
+}
+
+TEST_F(ConfigurationBounds, ALongFixedPortDoesNotReachIntoTheSerialParameters) {
+  std::memset(gl_tSat.strSerialPortConfig, 0x5A, sizeof gl_tSat.strSerialPortConfig);
+  update_from("[SERIAL_PORT_CONFIG]\nFixarPorta=" + std::string(127, '7') + "\nSerialPortConfig=x\n");
+  EXPECT_EQ(std::string(gl_tSat.strSerialPortConfig, 3), std::string("x\0Z", 3));
+}
+
+TEST_F(ConfigurationBounds, AValueOfMoreThan127CharactersIsAFailedRead) {
+  update_from("[ARVOLEN]\nPathLinux=" + std::string(127, '7') + "\n");
+  EXPECT_EQ(gl_tSat.strResultPathLinux, std::string(127, '7'));
+  take_lines();
+  take_all_lines("olk_utils.log");
+  update_from("[ARVOLEN]\nPathLinux=" + std::string(128, '7') + "\n");
+  EXPECT_STREQ(gl_tSat.strResultPathLinux, "/etc/Arvolen/Cupons/New");
+  EXPECT_THAT(with_text(take_lines(), "item[PathLinux"),
+              ElementsAre(update_line("ERR",
+                                      "rc[-302]ER:FAIL  STEP28c  TalvexIniFileName[SAT.ini]  "
+                                      "strSessionName[ARVOLEN]  item[PathLinux=]\n")));
+  EXPECT_THAT(with_text(take_all_lines("olk_utils.log"), "[PathLinux]"), SizeIs(1));
+}
+
+}  // namespace
