@@ -1,5 +1,9 @@
 #include "decimal.h"
 
+#include <array>
+#include <cinttypes>
+#include <cstdio>
+
 namespace emulator {
 
 namespace {
@@ -37,10 +41,9 @@ std::optional<std::int64_t> parse_decimal(std::string_view text, int places) {
 std::optional<Cents> parse_amount(std::string_view text) { return parse_decimal(text, 2); }
 
 std::string format_amount(Cents cents) {
-  const std::string sign = cents < 0 ? "-" : "";
-  std::string digits = std::to_string(cents < 0 ? -cents : cents);
-  if (digits.size() < 3) digits.insert(0, 3 - digits.size(), '0');
-  return sign + digits.insert(digits.size() - 2, ".");
+  std::array<char, 32> text{};
+  std::snprintf(text.data(), text.size(), "%" PRId64 ".%02" PRId64, cents / 100, cents % 100);
+  return text.data();
 }
 
 std::optional<std::int64_t> multiply(std::int64_t a, std::int64_t b, int drop, Rounding rounding) {

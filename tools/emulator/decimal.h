@@ -19,7 +19,7 @@ inline constexpr Cents kLargestAmount = 999'999'999'999'999;
 std::optional<std::int64_t> parse_decimal(std::string_view text, int places);
 std::optional<Cents> parse_amount(std::string_view text);
 
-std::string format_amount(Cents cents);
+std::string format_amount(Cents cents);  // of an amount that is not negative
 
 enum class Rounding {
   half_to_even,  // "A": the rule of ABNT NBR 5891

@@ -53,7 +53,10 @@ std::string EmulatedDevice::reply(const std::string& text) {
   std::string answer = reply.text();
   if (plan_.previous_reply && !former_reply_.empty()) std::swap(answer, former_reply_);
   else former_reply_ = answer;
-  if (answer.size() < plan_.reply_size) answer += "|" + std::string(plan_.reply_size - answer.size() - 1, 'X');
+  if (answer.size() < plan_.reply_size) {
+    answer += '|';
+    answer.resize(std::max(answer.size(), plan_.reply_size), 'X');
+  }
   const auto duration = std::chrono::duration_cast<Milliseconds>(Clock::now() - start);
   log_.call({printable(command.name), printable(command.session), padded(reply.code, 5), plan_.names, duration});
   return answer;

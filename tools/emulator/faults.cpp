@@ -43,6 +43,11 @@ void block(const ActionArguments& arguments, CallPlan& plan) {
   plan.fiscal.block = block_called(arguments.count() > 0 ? arguments.word(0) : "contributor");
 }
 
+void append_word(std::string& text, char separator, std::string_view word) {
+  if (!text.empty()) text += separator;
+  text += word;
+}
+
 std::vector<std::string> words_of(const std::string& line) {
   std::istringstream stream(line);
   std::vector<std::string> words;
@@ -117,7 +122,7 @@ ActionArguments::ActionArguments(const std::vector<std::string>& words) {
 
 std::string ActionArguments::words_from(std::size_t index) const {
   std::string text;
-  for (std::size_t i = index; i < plain_.size(); ++i) text += (text.empty() ? "" : " ") + plain_[i];
+  for (std::size_t i = index; i < plain_.size(); ++i) append_word(text, ' ', plain_[i]);
   return text;
 }
 
@@ -167,7 +172,7 @@ FaultRules::Rule FaultRules::parse(const std::string& line) {
     throw FaultSyntaxError("a rule reads: on WHAT [CONDITION...] do ACTION [ARGUMENT...]");
   }
   Rule rule;
-  for (const std::string& word : words) rule.line += (rule.line.empty() ? "" : " ") + word;
+  for (const std::string& word : words) append_word(rule.line, ' ', word);
   rule.what = words[1];
   if (rule.what != "any" && rule.what != "fiscal" && find_function(rule.what) == nullptr) {
     throw FaultSyntaxError("no function is called \"" + rule.what + "\" (nor is it any or fiscal)");
@@ -242,7 +247,7 @@ CallPlan FaultRules::plan(const Command& command) {
       rule.held = plan.hold_for - 1;
     }
     plan.hold_for = 1;
-    plan.names += (plan.names.empty() ? "" : ",") + std::string(rule.action->name);
+    append_word(plan.names, ',', rule.action->name);
   }
   std::stable_sort(plan.link.cuts.begin(), plan.link.cuts.end(),
                    [](const Cut& a, const Cut& b) { return a.at < b.at; });
