@@ -1,8 +1,10 @@
 #include "api/discovery.h"
 
-#include <stdio.h>
+#include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "api/context.h"
 #include "api/link_codes.h"
@@ -10,6 +12,7 @@
 #include "olk_utils/bounded_text.h"
 #include "olk_utils/ini_file.h"
 #include "olk_utils/trace_log.h"
+#include "olk_utils/whole_write.h"
 
 namespace {
 
@@ -93,11 +96,21 @@ int give_up_search(UsbSearchLine& name) {
 
 // ---- The port file ----------------------------------------------------------------------------------
 
+// The name becomes the file's whole content, written over the former one: a file that is emptied first makes
+// file systems write it to the disk at once, which takes longer than the rest of a call.
+// What cannot be written leaves an empty file, never a former name.
+void replace_content(int file, const char* name, size_t length) {
+  struct stat status {};
+  const off_t end = write_whole(file, name, length) ? static_cast<off_t>(length) : 0;
+  if (fstat(file, &status) == 0 && status.st_size == end) return;
+  if (ftruncate(file, end) != 0) return;  // no regular file, which is no matter
+}
+
 // Once the name is saved it alone decides: anything but "/dev/ttyNONE" counts as found, an empty name too.
 int save_port(const char* name, int rc) {
   const int length = length_field(strlen(name));
-  FILE* file = fopen(kPortFile, "w+e");
-  if (file == nullptr) {
+  const int file = open(kPortFile, O_RDWR | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666);
+  if (file == -1) {
     API_TRACE_IN(
         kFindSat, kError,
         "Lnx:  rc[%06d]ER rc[%06d]SAT_API_ERR_LNX_DEV_NOT_FOUND \n\t Port[%05d:%s] Not Saved on file[%s]\n",
@@ -105,7 +118,7 @@ int save_port(const char* name, int rc) {
     return rc;
   }
   API_TRACE_IN(kFindSat, kInfo, "Lnx:WR Saving on File[%s] Port[%05d:%s]\n", kPortFile, length, name);
-  fwrite(name, 1, strlen(name), file);
+  replace_content(file, name, strlen(name));
   if (strcmp(name, kNoDevice) != 0) {
     rc = 0;
     API_TRACE_IN(kFindSat, kInfo, "Lnx: rc[%06d]OK \n\t Port[%05d:%s] Saved on file[%s]\n", rc, length, name,
@@ -115,7 +128,7 @@ int save_port(const char* name, int rc) {
     API_TRACE_IN(kFindSat, kError, "Lnx: rc[%06d]ER \n\t Port[%05d:%s] Saved on file[%s]NO_SAT_FOUND!!!\n",
                  rc, length, name, kPortFile);
   }
-  fclose(file);
+  close(file);
   return rc;
 }
 

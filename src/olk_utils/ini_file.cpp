@@ -461,7 +461,8 @@ int read_ini_value(const char* ini_file_name, const char* section, const char* i
         INI_FILE_ERR_INVALID_PARAM, hex32(ini_file_name), hex32(section), hex32(item), hex32(value), 0, 0, 0);
     return INI_FILE_ERR_INVALID_PARAM;
   }
-  if (OLK_FileExist(ini_file_name) < 0) {
+  const int file_size = OLK_FileExist(ini_file_name);
+  if (file_size < 0) {
     // The buffer still holds what the caller left in it, perhaps without an end.
     char former_value[kLargestValueSize];
     copy_text(former_value, capacity < sizeof former_value ? capacity : sizeof former_value, value);
@@ -472,7 +473,6 @@ int read_ini_value(const char* ini_file_name, const char* section, const char* i
     return INI_FILE_ERR_NOT_FOUND;
   }
   value[0] = '\0';
-  const int file_size = OLK_GetFileSize(ini_file_name);
   if (file_size == 0) {
     UTILS_TRACE_IN(
         kReader, kError,
@@ -481,7 +481,7 @@ int read_ini_value(const char* ini_file_name, const char* section, const char* i
     return INI_FILE_ERR_NOT_FOUND;
   }
   const Lookup lookup = {ini_file_name, section, item, value, capacity};
-  return value_in_file(lookup, file_size > 0 ? static_cast<size_t>(file_size) : 0);
+  return value_in_file(lookup, static_cast<size_t>(file_size));
 }
 
 int OLK_GetIniFileValue(const char* pIniFileName, const char* pSession, const char* pItem, char* pRetValue) {
