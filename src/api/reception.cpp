@@ -150,6 +150,7 @@ Step wait_for_stx(Reception& r) {
       pace();
     } else {
       wait_for_bytes(r.descriptor, r.time_limit - elapsed + 1);
+      elapsed = elapsed_since(r.start);
     }
   }
 }
