@@ -91,6 +91,23 @@ FILE* open_for_append(const char* file_name) {
   return log;
 }
 
+// Opens, writes and closes: no handle is kept, and a file that cannot be opened loses the message.
+__attribute__((format(printf, 3, 0))) void append_message(const char* log_file_name, uint32_t level,
+                                                          const char* format, va_list arguments) {
+  const LocalTime now = local_time_now();
+  char file_name[kFileNameSize];
+  dated_file_name(file_name, "", now.calendar, log_file_name);
+  FILE* log = open_for_append(file_name);
+  if (log == nullptr) return;
+
+  char line_buffer[kLineBufferSize];
+  setvbuf(log, line_buffer, _IOFBF, sizeof line_buffer);
+  fprintf(log, "[%02d:%02d:%02d.%03d]%s ", shifted_hour(now.calendar.tm_hour), now.calendar.tm_min,
+          now.calendar.tm_sec, now.milliseconds, level_tag(level));
+  vfprintf(log, format, arguments);
+  fclose(log);
+}
+
 bool echoes_to_console(uint32_t level) {
   if (bConsoleLogsEnabled == 0) return false;
   return (bErrorLogsEnabled != 0 && level == kError) || (bWarningLogsEnabled != 0 && level == kWarning) ||
@@ -110,26 +127,15 @@ int64_t TraceFileLog(const char* log_file_name, uint32_t level, const char* form
   if (!trace_passes(level)) return 0;
   const int errno_of_caller = errno;
 
-  const LocalTime now = local_time_now();
-  char file_name[kFileNameSize];
-  dated_file_name(file_name, "", now.calendar, log_file_name);
-
   va_list arguments;
-  if (FILE* log = open_for_append(file_name); log != nullptr) {
-    char line_buffer[kLineBufferSize];
-    setvbuf(log, line_buffer, _IOFBF, sizeof line_buffer);
-    fprintf(log, "[%02d:%02d:%02d.%03d]%s ", shifted_hour(now.calendar.tm_hour), now.calendar.tm_min,
-            now.calendar.tm_sec, now.milliseconds, level_tag(level));
-    va_start(arguments, format);
-    vfprintf(log, format, arguments);
-    va_end(arguments);
-    fclose(log);
-  }
-  if (echoes_to_console(level)) {
-    va_start(arguments, format);
-    vprintf(format, arguments);
-    va_end(arguments);
-  }
+  va_start(arguments, format);
+  va_list arguments_of_echo;
+  va_copy(arguments_of_echo, arguments);
+  append_message(log_file_name, level, format, arguments);
+  if (echoes_to_console(level)) vprintf(format, arguments_of_echo);
+  va_end(arguments_of_echo);
+  va_end(arguments);
+
   errno = errno_of_caller;
   return 0;
 }

@@ -23,6 +23,7 @@
 namespace {
 std::function<void()> after_removal;
 std::string removal_to_follow;
+std::function<void()> after_refusal;
 }  // namespace
 
 extern "C" {
@@ -31,7 +32,12 @@ int __wrap_unlinkat(int directory, const char* name, int flags);
 
 int __wrap_unlinkat(int directory, const char* name, int flags) {
   const int result = __real_unlinkat(directory, name, flags);
-  if (after_removal && result == 0 && removal_to_follow == name) std::exchange(after_removal, nullptr)();
+  const int error = errno;
+  if (removal_to_follow == name) {
+    if (after_removal && result == 0) std::exchange(after_removal, nullptr)();
+    if (after_refusal && result != 0 && flags == AT_REMOVEDIR) std::exchange(after_refusal, nullptr)();
+  }
+  errno = error;
   return result;
 }
 }
@@ -52,6 +58,7 @@ class FileHelpers : public testing::Test {
     alarm(0);
     bTraceLogsEnabled = 0;
     after_removal = nullptr;
+    after_refusal = nullptr;
   }
 
   // In front of the next call, so that a test sees that call's lines alone.
@@ -571,6 +578,19 @@ TEST_F(FileHelpers, TreeThatIsMovedMeanwhileDoesNotLeadElsewhere) {
   EXPECT_EQ(OLK_DeleteDir("dir"), -1);
   EXPECT_EQ(read_file("elsewhere/precious"), "x");
   EXPECT_TRUE(fs::exists("elsewhere/b"));
+}
+
+TEST_F(FileHelpers, LinkInThePlaceOfADirectoryMeanwhileIsNotFollowed) {
+  fs::create_directory("precious");
+  write_file("precious/file", "x");
+  fs::create_directories("dir/sub/below");
+  removal_to_follow = "sub";
+  after_refusal = [] {
+    fs::rename("dir/sub", "moved");
+    fs::create_symlink("../precious", "dir/sub");
+  };
+  EXPECT_EQ(OLK_DeleteDir("dir"), -1);
+  EXPECT_EQ(read_file("precious/file"), "x");
 }
 
 TEST_F(FileHelpers, RemovalLeavesNoDescriptorOpen) {

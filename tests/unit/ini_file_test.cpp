@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <functional>
@@ -29,16 +30,19 @@ namespace {
 bool calloc_fails = false;
 std::function<void()> before_open;
 std::function<void()> after_seek;
+bool reads_fail = false;
 }  // namespace
 
 extern "C" {
 void* __real_calloc(size_t count, size_t size);
 int __real_open(const char* name, int flags, mode_t mode);
 off_t __real_lseek(int descriptor, off_t offset, int whence);
+ssize_t __real_read(int descriptor, void* buffer, size_t size);
 
 void* __wrap_calloc(size_t count, size_t size);
 int __wrap_open(const char* name, int flags, mode_t mode);
 off_t __wrap_lseek(int descriptor, off_t offset, int whence);
+ssize_t __wrap_read(int descriptor, void* buffer, size_t size);
 
 void* __wrap_calloc(size_t count, size_t size) {
   return calloc_fails ? nullptr : __real_calloc(count, size);
@@ -54,12 +58,22 @@ off_t __wrap_lseek(int descriptor, off_t offset, int whence) {
   if (after_seek) std::exchange(after_seek, nullptr)();
   return result;
 }
+
+// A medium that fails behind the first bytes, and a signal in front of them.
+ssize_t __wrap_read(int descriptor, void* buffer, size_t size) {
+  static int failing_calls = 0;
+  if (!reads_fail) return __real_read(descriptor, buffer, size);
+  const int call = failing_calls++ % 3;
+  if (call == 1) return __real_read(descriptor, buffer, size < 8 ? size : 8);
+  errno = call == 0 ? EINTR : EIO;
+  return -1;
+}
 }
 
 namespace {
 
 using std::string;
-using std::string_literals::operator""s;
+using namespace std::string_literals;
 
 constexpr char kIni[] = "x.ini";
 constexpr char kLog[] = "olk_utils.log";
@@ -75,6 +89,7 @@ class IniFile : public testing::Test {
     alarm(0);
     bTraceLogsEnabled = 0;
     calloc_fails = false;
+    reads_fail = false;
     before_open = nullptr;
     after_seek = nullptr;
   }
@@ -673,6 +688,19 @@ TEST_F(IniFile, FileTooLargeForMemoryFailsTheWriter) {
   EXPECT_EQ(std::filesystem::file_size(kIni), 5ULL << 30);
 }
 
+TEST_F(IniFile, FileThatCannotBeReadToItsEndIsNotWritten) {
+  const string content = "[S]\nK=1\n[T]\nL=2\n";
+  write_file(kIni, content);
+  reads_fail = true;
+  EXPECT_EQ(get("S", "K"), (Reading{0, "1"})) << "what could be read is read";
+  EXPECT_EQ(OLK_SetIniFileValue(kIni, "S", "K", "2"), -401);
+  reads_fail = false;
+  EXPECT_EQ(read_file(kIni), content);
+  EXPECT_EQ(messages(),
+            (Messages{"ERR [] OLK_SetIniFileValue rc[-00401]ER:INI_FILE_ERR_CREATE    fopen() Fail "
+                      "pIniFileName[x.ini] pSession[S] pItem[K]\n"}));
+}
+
 // A read-only file: every way of writing to it, with its own line.
 TEST_F(IniFile, ReadOnlyFileFailsEveryKindOfWrite) {
   const string content = "[A]\nx=1\n[S]\nK=1\n";
@@ -685,17 +713,14 @@ TEST_F(IniFile, ReadOnlyFileFailsEveryKindOfWrite) {
   EXPECT_EQ(OLK_SetIniFileValue(kIni, "S", "L", "2"), -301);
   EXPECT_EQ(OLK_SetIniFileValue(kIni, "A", "y", "2"), -301);
   EXPECT_EQ(read_file(kIni), content);
+  const string no_append =
+      "ERR [] OLK_SetIniFileValue rc[-00401]ER:INI_FILE_ERR_CREATE    fopen() Fail pIniFileName[x.ini]";
+  const string no_write =
+      "ERR [] OLK_SetIniFileValue rc[-00301]ER:INI_FILE_ERR_NOT_FOUND fopen() Fail pIniFileName[x.ini]";
   EXPECT_EQ(messages(),
-            (Messages{"ERR [] OLK_SetIniFileValue rc[-00401]ER:INI_FILE_ERR_CREATE    fopen() Fail "
-                      "pIniFileName[x.ini] pSession[T] pItem[K]\n",
-                      "ERR [] OLK_SetIniFileValue rc[-00301]ER:INI_FILE_ERR_NOT_FOUND fopen() Fail "
-                      "pIniFileName[x.ini] pSession[S] pItem[K]\n",
-                      "ERR [] OLK_SetIniFileValue rc[-00301]ER:INI_FILE_ERR_NOT_FOUND fopen() Fail "
-                      "pIniFileName[x.ini] pSession[S] pItem[K]\n",
-                      "ERR [] OLK_SetIniFileValue rc[-00301]ER:INI_FILE_ERR_NOT_FOUND fopen() Fail "
-                      "pIniFileName[x.ini] pSession[S] pItem[L] pNewValue[2]\n",
-                      "ERR [] OLK_SetIniFileValue rc[-00301]ER:INI_FILE_ERR_NOT_FOUND fopen() Fail "
-                      "pIniFileName[x.ini] pSession[A] pItem[y]\n"}));
+            (Messages{no_append + " pSession[T] pItem[K]\n", no_write + " pSession[S] pItem[K]\n",
+                      no_write + " pSession[S] pItem[K]\n", no_write + " pSession[S] pItem[L] pNewValue[2]\n",
+                      no_write + " pSession[A] pItem[y]\n"}));
 }
 
 TEST_F(IniFile, FullDiskIsAFailure) {
@@ -855,7 +880,7 @@ Setting model_set(const Argument& file, const string& section, const Argument& i
   const bool value_given = value && !value->empty();
   const string header = "[" + section + "]";
   const string line = value_given ? item.value_or("") + "=" + *value + "\n" : "";
-  const Setting refused{-401, file.value_or("absent")};
+  Setting refused{-401, file.value_or("absent")};
   if (header.size() + 1 > 255) return refused;
   if (!file) {
     const string content = header + "\n" + (item_given ? line : "");

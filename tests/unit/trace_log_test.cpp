@@ -675,8 +675,9 @@ TEST_F(SetUpLines, EveryModeHasItsNote) {
   for (const auto& [mode, note] : notes) {
     const std::vector<string> lines = lines_of(string(kComplete) + "LogMode=" + mode + "\n");
     ASSERT_EQ(lines.size(), 4U);
-    EXPECT_EQ(lines[3],
-              "WRN rc[0000]WR FileName[SAT.ini] Session[LOG] item[LogMode=" + mode + "]" + note + "\n");
+    string expected = "WRN rc[0000]WR FileName[SAT.ini] Session[LOG] item[LogMode=";
+    expected.append(mode).append("]").append(note).append("\n");
+    EXPECT_EQ(lines[3], expected);
   }
 }
 
