@@ -53,6 +53,10 @@ inline Lines with_text(const Lines& lines, const std::string& text) {
 
 class ApiTraceTest : public testing::Test {
  protected:
+  ApiTraceTest() {
+    tLog = {};
+    pOlkUtilsLogFile = "olk_utils.log";
+  }
   ~ApiTraceTest() override { log_up_to(0); }
 
   // Everything up to this level: kError, kWarning, kInfo or kTrace; nothing for 0.

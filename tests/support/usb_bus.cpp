@@ -43,7 +43,9 @@ std::string UsbBus::description() const {
 CannedSearch::CannedSearch(const std::vector<UsbNode>& nodes) {
   const char* path = std::getenv("PATH");
   former_path_ = path == nullptr ? "" : path;
-  directory_ = (std::filesystem::current_path() / "canned-search").string();
+  // A name of its own each time: the search depends on PATH, and a former answer must not be recalled.
+  static int searches = 0;
+  directory_ = (std::filesystem::current_path() / ("canned-search-" + std::to_string(searches++))).string();
   std::filesystem::create_directory(directory_);
   std::string listing;
   int number = 0;
