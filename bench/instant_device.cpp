@@ -2,9 +2,9 @@
 //
 //   instant-device
 //
-// Prints the path of its pseudo-terminal and serves it until it is terminated. A command's third field chooses
-// the reply: "R9000" asks for a text of 9,000 bytes; "W500" for a short one after a silence of 500 ms in front
-// of the acknowledgement and another one in front of the reply; anything else gets a short one.
+// Prints the path of its pseudo-terminal and serves it until it is terminated. A command's third field
+// chooses the reply: "R9000" asks for a text of 9,000 bytes; "W500" for a short one after a silence of 500 ms
+// in front of the acknowledgement and another one in front of the reply; anything else gets a short one.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -84,7 +84,8 @@ class Device {
 
   std::size_t take_frame(const char* bytes, std::size_t count) {
     const void* etx = std::memchr(bytes, bench::kEtx, count);
-    const std::size_t taken = etx == nullptr ? count : static_cast<std::size_t>(static_cast<const char*>(etx) - bytes) + 1;
+    const std::size_t taken =
+        etx == nullptr ? count : static_cast<std::size_t>(static_cast<const char*>(etx) - bytes) + 1;
     const std::size_t blocks_before = (1 + text_.size()) / kBlock;
     text_.append(bytes, taken);
     if (etx != nullptr) {

@@ -116,7 +116,6 @@ int send_command(char* buffer, const char* device) {
 }
 
 int receive_reply(char* buffer, const char* device, uint32_t timeout_seconds) {
-  clear_buffer(buffer, kReplyLimit);
   const int rc = cSerialReadBufW(buffer, kReplyLimit, &hComm, timeout_seconds);
   if (rc < 0) {
     write_failure_text(

@@ -9,11 +9,20 @@
 namespace {
 
 constexpr unsigned kPaceMicroseconds = 1000;
+constexpr int64_t kPaceMs = 1;
 
 int64_t endless_wait_ms = kEndlessWaitMs;
 
-// The last wait ended early and no byte has been read since.
+// The last wait ended early, and no byte has been read or written since.
 bool woke_for_nothing;
+bool woke_without_room;
+
+// A wait that ends early although nothing can be done must not be repeated at once.
+void pace_false_alarm(WaitResult result, bool& woke_in_vain) {
+  if (result == kTimedOut) return;
+  if (result == kHungUp || result == kWaitFailed || woke_in_vain) pace();
+  woke_in_vain = true;
+}
 
 }  // namespace
 
@@ -41,14 +50,16 @@ ssize_t write_port(int descriptor, const void* bytes, size_t count) {
     errno = 0;
     written = write(descriptor, bytes, count);
   } while (written == -1 && errno == EINTR);
+  if (written > 0) woke_without_room = false;
   return written;
 }
 
 void wait_for_bytes(int descriptor, int64_t timeout_ms) {
-  const WaitResult result = wait_readable(descriptor, timeout_ms);
-  if (result == kTimedOut) return;
-  if (result != kReadable || woke_for_nothing) pace();
-  woke_for_nothing = true;
+  pace_false_alarm(wait_readable(descriptor, timeout_ms), woke_for_nothing);
+}
+
+void wait_for_room(int descriptor) {
+  pace_false_alarm(wait_writable(descriptor, kPaceMs), woke_without_room);
 }
 
 void pace() {

@@ -27,5 +27,9 @@ inline bool is_failure(ssize_t result) {
 // reads nothing although it is hung up or failed is looked at a thousand times a second, no faster.
 void wait_for_bytes(int descriptor, int64_t timeout_ms);
 
+// After a write that was refused: waits until the port may take bytes again, at most a millisecond. A port
+// that refuses all the same is tried a thousand times a second, no faster.
+void wait_for_room(int descriptor);
+
 // Between two looks at such a port.
 void pace();

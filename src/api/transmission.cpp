@@ -99,7 +99,7 @@ BlockResult write_block(const char* frame, uint32_t frame_length, uint32_t block
           static_cast<int>(elapsed));
       return BlockResult::kStalled;
     }
-    pace();
+    wait_for_room(hComm);
   }
   return BlockResult::kWritten;
 }

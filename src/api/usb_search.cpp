@@ -1,25 +1,29 @@
 // Running the search costs several processes, a hundred milliseconds and more on a machine with many USB
-// devices, and its answer hardly ever changes between two calls. So before a run a snapshot is taken of all
-// that the answer depends on:
+// devices, and its answer hardly ever changes between two calls. So its last answer is recalled as long as
+// nothing that it depends on has changed:
 //
-//   /sys/bus/usb/devices    every USB device that the kernel has, by name and inode number
-//   /sys/class/tty          every ttyACM device, likewise
-//   /run/udev/data          time stamps of udev's database, whose files are replaced, never changed in place
-//   PATH                    which find, udevadm and grep the shell runs
+//   /sys/kernel/uevent_seqnum  the kernel's count of device events: while it stands still, no device has
+//                              come, gone or changed its name, and the folders need not be read again
+//   /sys/bus/usb/devices       every USB device that the kernel has, by name and inode number
+//   /sys/class/tty             every ttyACM device, likewise, with the properties that the kernel gives it
+//   /run/udev/data             time stamps of udev's database; it replaces its files, never changes them
+//   PATH                       which find, udevadm and grep the shell runs
 //
-// Sysfs gives a device that comes back under the same name new inode numbers. What cannot be read stands in
-// the snapshot with its error number. An answer is recalled only while a new snapshot is the same to the
-// byte; it is not kept at all when the bus changed during the run, when udev wrote its database so shortly
-// before that a second change could bear the same time stamp, or when something does not fit its buffer.
+// Sysfs gives a device that comes back under the same name new inode numbers, and shows a device before it
+// counts the event. What cannot be read is held with its error number. An answer is not kept at all when the
+// command failed, when the bus changed while it ran, when udev wrote its database so shortly before that a
+// second change could bear the same time stamp, or when something does not fit its buffer.
 #include "api/usb_search.h"
 
 #include <dirent.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "olk_utils/bounded_text.h"
 #include "olk_utils/system_clock.h"
@@ -31,6 +35,7 @@ const char kUsbSearchCommand[] =
 
 namespace {
 
+constexpr char kEventCount[] = "/sys/kernel/uevent_seqnum";
 constexpr char kUsbDevices[] = "/sys/bus/usb/devices";
 constexpr char kTtyDevices[] = "/sys/class/tty";
 constexpr char kUdevDatabase[] = "/run/udev/data";
@@ -45,8 +50,16 @@ struct Record {
   bool overflowed;
 };
 
-Record answer;           // output of the last run
-Record answer_snapshot;  // of the bus, as that run saw it
+// What the answer depends on.
+struct Snapshot {
+  char events[32];  // the kernel's count; empty when it cannot be read
+  Record devices;   // on the bus
+  Record udev;      // its database, and PATH
+  bool settled;     // the database has been at rest for a while
+};
+
+Record answer;             // output of the last run
+Snapshot answer_snapshot;  // as that run saw it
 bool answer_is_kept;
 
 void clear(Record& record) {
@@ -73,46 +86,101 @@ bool same(const Record& one, const Record& other) {
 
 // ---- Snapshot of the bus ----------------------------------------------------------------------------
 
-void append_directory(Record& snapshot, const char* path, const char* prefix) {
-  append(snapshot, "%s\n", path);
-  DIR* directory = opendir(path);
-  if (directory == nullptr) {
-    append(snapshot, "error %d\n", errno);
+// As much of a file as fits; false when it cannot be read.
+bool read_file(const char* path, char* content, size_t capacity) {
+  content[0] = '\0';
+  const int file = open(path, O_RDONLY | O_NOCTTY | O_CLOEXEC);
+  if (file == -1) return false;
+  const ssize_t length = read(file, content, capacity - 1);
+  const int error = errno;
+  close(file);
+  errno = error;
+  if (length >= 0) content[length] = '\0';
+  return length >= 0;
+}
+
+void append_properties(Record& devices, const char* path) {
+  char properties[4096];
+  if (read_file(path, properties, sizeof properties)) {
+    append(devices, "%s\n", properties);
+  } else {
+    append(devices, "error %d\n", errno);
+  }
+}
+
+// Takes an entry of a folder into the record.
+using AppendEntry = void (*)(Record& record, const dirent& entry);
+
+void append_device(Record& devices, const dirent& entry) {
+  append(devices, "%s %llu\n", entry.d_name, static_cast<unsigned long long>(entry.d_ino));
+}
+
+void append_acm_port(Record& devices, const dirent& entry) {
+  if (strncmp(entry.d_name, "ttyACM", 6) != 0) return;
+  append_device(devices, entry);
+  char path[sizeof kTtyDevices + sizeof entry.d_name + sizeof "//uevent"];
+  snprintf(path, sizeof path, "%s/%s/uevent", kTtyDevices, entry.d_name);
+  append_properties(devices, path);
+}
+
+void append_folder(Record& devices, const char* path, AppendEntry append_entry) {
+  append(devices, "%s\n", path);
+  DIR* folder = opendir(path);
+  if (folder == nullptr) {
+    append(devices, "error %d\n", errno);
     return;
   }
-  errno = 0;
-  while (const dirent* entry = readdir(directory)) {
-    if (strncmp(entry->d_name, prefix, strlen(prefix)) != 0) continue;
-    append(snapshot, "%s %llu\n", entry->d_name, static_cast<unsigned long long>(entry->d_ino));
+  for (;;) {
+    errno = 0;
+    const dirent* entry = readdir(folder);
+    if (entry == nullptr) break;
+    append_entry(devices, *entry);
   }
-  if (errno != 0) append(snapshot, "error %d\n", errno);
-  closedir(directory);
+  if (errno != 0) append(devices, "error %d\n", errno);
+  closedir(folder);
 }
 
 // Whether the database had been at rest for a while.
-bool append_udev_database(Record& snapshot) {
+bool append_udev_database(Record& udev) {
   struct stat status {};
   if (stat(kUdevDatabase, &status) != 0) {
-    append(snapshot, "%s error %d\n", kUdevDatabase, errno);
+    append(udev, "%s error %d\n", kUdevDatabase, errno);
     return true;
   }
-  append(snapshot, "%s %llu %lld.%09ld %lld.%09ld\n", kUdevDatabase,
-         static_cast<unsigned long long>(status.st_ino), static_cast<long long>(status.st_mtim.tv_sec),
-         status.st_mtim.tv_nsec, static_cast<long long>(status.st_ctim.tv_sec), status.st_ctim.tv_nsec);
+  append(udev, "%s %llu %llu %lld.%09ld %lld.%09ld\n", kUdevDatabase,
+         static_cast<unsigned long long>(status.st_dev), static_cast<unsigned long long>(status.st_ino),
+         static_cast<long long>(status.st_mtim.tv_sec), status.st_mtim.tv_nsec,
+         static_cast<long long>(status.st_ctim.tv_sec), status.st_ctim.tv_nsec);
   const int64_t written =
       static_cast<int64_t>(status.st_mtim.tv_sec) * 1000 + status.st_mtim.tv_nsec / 1000000;
   const int64_t age = static_cast<int64_t>(GetCurrentMilliTime()) - written;
   return age > kSettledMs;
 }
 
-// False when the snapshot must not be relied on.
-bool take_snapshot(Record& snapshot) {
-  clear(snapshot);
-  append_directory(snapshot, kUsbDevices, "");
-  append_directory(snapshot, kTtyDevices, "ttyACM");
-  append(snapshot, "PATH %s\n", text_or_empty(getenv("PATH")));
-  const bool settled = append_udev_database(snapshot);
-  return settled && !snapshot.overflowed;
+void look_at_signs(Snapshot& snapshot) {
+  read_file(kEventCount, snapshot.events, sizeof snapshot.events);
+  clear(snapshot.udev);
+  append(snapshot.udev, "PATH %s\n", text_or_empty(getenv("PATH")));
+  snapshot.settled = append_udev_database(snapshot.udev);
+}
+
+void look_at_devices(Snapshot& snapshot) {
+  clear(snapshot.devices);
+  append_folder(snapshot.devices, kUsbDevices, append_device);
+  append_folder(snapshot.devices, kTtyDevices, append_acm_port);
+}
+
+// Looks at the devices only when the kernel's count does not vouch for them.
+bool answer_still_holds(Snapshot& now) {
+  look_at_signs(now);
+  const bool same_udev = now.settled && same(now.udev, answer_snapshot.udev);
+  const bool same_events = now.events[0] != '\0' && strcmp(now.events, answer_snapshot.events) == 0;
+  if (answer_is_kept && same_udev && same_events) return true;
+
+  look_at_devices(now);
+  if (!answer_is_kept || !same_udev || !same(now.devices, answer_snapshot.devices)) return false;
+  copy_text(answer_snapshot.events, now.events);
+  return true;
 }
 
 // ---- Running the command ----------------------------------------------------------------------------
@@ -139,17 +207,18 @@ bool read_line(FILE* stream, UsbSearchLine& line) {
   return length > 0;
 }
 
-bool run_command(TakeUsbLine take, UsbSearchLine& found) {
+enum class RunResult { kNotStarted, kFailed, kDone };
+
+RunResult run_command(TakeUsbLine take, UsbSearchLine& found) {
   clear(answer);
   FILE* command = popen(kUsbSearchCommand, "re");
-  if (command == nullptr) return false;
+  if (command == nullptr) return RunResult::kNotStarted;
   UsbSearchLine line = {};
   for (int number = 0; read_line(command, line); ++number) {
     take(line, number, found);
     append(answer, "%s", line);
   }
-  pclose(command);
-  return true;
+  return pclose(command) == 0 ? RunResult::kDone : RunResult::kFailed;
 }
 
 // The lines of the last run, cut as they were read then.
@@ -167,16 +236,20 @@ void recall(TakeUsbLine take, UsbSearchLine& found) {
 }  // namespace
 
 bool search_usb(TakeUsbLine take, UsbSearchLine& found) {
-  static Record snapshot;
-  const bool reliable = take_snapshot(snapshot);
-  if (reliable && answer_is_kept && same(snapshot, answer_snapshot)) {
+  static Snapshot before;
+  if (answer_still_holds(before)) {
     recall(take, found);
     return true;
   }
   answer_is_kept = false;
-  if (!run_command(take, found)) return false;
+  const RunResult result = run_command(take, found);
+  if (result == RunResult::kNotStarted) return false;
 
-  take_snapshot(answer_snapshot);
-  answer_is_kept = reliable && !answer.overflowed && same(snapshot, answer_snapshot);
+  look_at_signs(answer_snapshot);
+  look_at_devices(answer_snapshot);
+  answer_is_kept = result == RunResult::kDone && !answer.overflowed && before.settled &&
+                   same(before.udev, answer_snapshot.udev) && same(before.devices, answer_snapshot.devices);
+  // An event during the run is looked into again.
+  copy_text(answer_snapshot.events, before.events);
   return true;
 }

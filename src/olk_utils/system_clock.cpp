@@ -18,7 +18,26 @@ timespec read_clock(clockid_t clock) {
 
 WaitResult wait_result_of(short events) {
   if ((events & POLLNVAL) != 0) return kWaitFailed;
-  return (events & (POLLHUP | POLLERR)) != 0 ? kHungUp : kReadable;
+  if ((events & (POLLHUP | POLLERR)) != 0) return kHungUp;
+  return (events & POLLIN) != 0 ? kReadable : kWritable;
+}
+
+// poll, not select: a host may have more than FD_SETSIZE descriptors open.
+WaitResult wait_for(short event, int descriptor, int64_t timeout_ms) {
+  if (descriptor < 0) {  // poll would pass over it and wait
+    errno = EBADF;
+    return kWaitFailed;
+  }
+  pollfd port{descriptor, event, 0};
+  const timespec start = monotonic_now();
+  int64_t remaining = timeout_ms;
+  for (;;) {
+    const int ready = poll(&port, 1, static_cast<int>(std::min<int64_t>(remaining, INT_MAX)));
+    if (ready > 0) return wait_result_of(port.revents);
+    if (ready < 0 && errno != EINTR) return kWaitFailed;
+    remaining = timeout_ms - elapsed_ms(start, monotonic_now());
+    if (remaining <= 0) return kTimedOut;
+  }
 }
 
 }  // namespace
@@ -47,21 +66,11 @@ timespec monotonic_now() {
 }
 
 WaitResult wait_readable(int descriptor, int64_t timeout_ms) {
-  // poll, not select: a host may have more than FD_SETSIZE descriptors open.
-  if (descriptor < 0) {  // poll would pass over it and wait
-    errno = EBADF;
-    return kWaitFailed;
-  }
-  pollfd port{descriptor, POLLIN, 0};
-  const timespec start = monotonic_now();
-  int64_t remaining = timeout_ms;
-  for (;;) {
-    const int ready = poll(&port, 1, static_cast<int>(std::min<int64_t>(remaining, INT_MAX)));
-    if (ready > 0) return wait_result_of(port.revents);
-    if (ready < 0 && errno != EINTR) return kWaitFailed;
-    remaining = timeout_ms - elapsed_ms(start, monotonic_now());
-    if (remaining <= 0) return kTimedOut;
-  }
+  return wait_for(POLLIN, descriptor, timeout_ms);
+}
+
+WaitResult wait_writable(int descriptor, int64_t timeout_ms) {
+  return wait_for(POLLOUT, descriptor, timeout_ms);
 }
 
 void pause_microseconds(unsigned microseconds) {

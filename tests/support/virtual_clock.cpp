@@ -82,13 +82,15 @@ timespec monotonic_now() {
   return to_timespec(monotonic_ns);
 }
 
-// A readable port answers at once; a silent one costs the whole wait, in virtual time only.
-WaitResult wait_readable(int descriptor, int64_t timeout_ms) {
+namespace {
+
+// A ready port answers at once; a silent or full one costs the whole wait, in virtual time only.
+WaitResult wait_for(short event, int descriptor, int64_t timeout_ms) {
   if (descriptor < 0) {
     errno = EBADF;
     return kWaitFailed;
   }
-  pollfd port{descriptor, POLLIN, 0};
+  pollfd port{descriptor, event, 0};
   for (int64_t remaining = timeout_ms;;) {
     const int64_t next_turn = give_turn();
     const int ready = poll(&port, 1, 0);
@@ -100,7 +102,18 @@ WaitResult wait_readable(int descriptor, int64_t timeout_ms) {
     remaining -= step;
   }
   if ((port.revents & POLLNVAL) != 0) return kWaitFailed;
-  return (port.revents & (POLLHUP | POLLERR)) != 0 ? kHungUp : kReadable;
+  if ((port.revents & (POLLHUP | POLLERR)) != 0) return kHungUp;
+  return (port.revents & POLLIN) != 0 ? kReadable : kWritable;
+}
+
+}  // namespace
+
+WaitResult wait_readable(int descriptor, int64_t timeout_ms) {
+  return wait_for(POLLIN, descriptor, timeout_ms);
+}
+
+WaitResult wait_writable(int descriptor, int64_t timeout_ms) {
+  return wait_for(POLLOUT, descriptor, timeout_ms);
 }
 
 void pause_microseconds(unsigned microseconds) {
