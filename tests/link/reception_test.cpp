@@ -81,11 +81,17 @@ TEST_F(ReceptionTest, FrameWithoutRoomForAChecksumIsAChecksumError) {
   EXPECT_THAT(reading_lines(), Contains(StartsWith("WRN Lnx rc[-02005]ER ERRO CHECKSUM ")));
 }
 
-class ReplyChecksumTest : public ReceptionTest,
-                          public testing::WithParamInterface<std::pair<std::string, unsigned char>> {};
+struct ReplyChecksumCase {
+  const char* name;
+  std::string text;
+  unsigned char checksum;
+};
+void PrintTo(const ReplyChecksumCase& test, std::ostream* out) { *out << test.name; }
+
+class ReplyChecksumTest : public ReceptionTest, public testing::WithParamInterface<ReplyChecksumCase> {};
 
 TEST_P(ReplyChecksumTest, FrameIsAccepted) {
-  const auto& [text, check] = GetParam();
+  const auto& [name, text, check] = GetParam();
   device().play({send("\x02" + text + static_cast<char>(check) + "\x03"), expect_ack()});
   EXPECT_EQ(receive(), static_cast<int>(text.size()));
   expect_script_played();
@@ -93,9 +99,12 @@ TEST_P(ReplyChecksumTest, FrameIsAccepted) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Values, ReplyChecksumTest,
-                         testing::Values(std::pair{"1|\xBF\x94", 0x00}, std::pair{"z\x01\x01", 0x7C},
-                                         std::pair{"}", 0x7D}, std::pair{"\x82\x81", 0x04},
-                                         std::pair{"\x82\x82", 0x04}));
+                         testing::Values(ReplyChecksumCase{"Zero", "1|\xBF\x94", 0x00},
+                                         ReplyChecksumCase{"Pipe", "z\x01\x01", 0x7C},
+                                         ReplyChecksumCase{"ClosingBrace", "}", 0x7D},
+                                         ReplyChecksumCase{"Three", "\x82\x81", 0x04},
+                                         ReplyChecksumCase{"Four", "\x82\x82", 0x04}),
+                         [](const auto& test) { return test.param.name; });
 
 TEST_F(ReceptionTest, SumOfThreeIsNotAcceptedAsZeroChecksum) {
   device().play({send(std::string("\x02\x82\x81\0\x03", 5)), expect_nak(), send_frame("AB"), expect_ack()});
@@ -194,6 +203,8 @@ struct LongFunctionCase {
   const char* function;
   uint32_t seconds;
 };
+
+void PrintTo(const LongFunctionCase& test, std::ostream* out) { *out << test.function; }
 
 class LongFunctionTest : public ReceptionTest, public testing::WithParamInterface<LongFunctionCase> {};
 

@@ -92,6 +92,8 @@ struct ChecksumCase {
   unsigned char checksum;
 };
 
+void PrintTo(const ChecksumCase& test, std::ostream* out) { *out << test.name; }
+
 class ChecksumTest : public TransmissionTest, public testing::WithParamInterface<ChecksumCase> {};
 
 TEST_P(ChecksumTest, FrameCarriesIt) {

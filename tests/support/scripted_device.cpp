@@ -120,11 +120,12 @@ ScriptedDevice::~ScriptedDevice() {
 }
 
 void ScriptedDevice::play(Script script) {
+  const std::string former = script_.empty() ? "" : verdict();
   script_ = std::move(script);
   next_ = sent_ = 0;
   due_ = -1;
   received_.clear();
-  failure_.clear();
+  failure_ = former.empty() ? "" : "former script, " + former;
   released_ = false;
 }
 

@@ -88,7 +88,7 @@ class ScriptedDevice {
   // The device's own descriptor of the port: it keeps the line up while no host has it open.
   int port() const { return port_; }
 
-  // Forgets the former script and what was received.
+  // Starts a script, with nothing received so far. A former one must have been played to its end.
   void play(Script script);
   // Goes on as far as it can without waiting. Returns the milliseconds until it wants its next turn.
   std::int64_t take_turn();

@@ -1,0 +1,372 @@
+#include "api/communicate.h"
+
+#include <termios.h>
+
+#include <cerrno>
+
+#include "link/virtual_link_fixture.h"
+#include "olk_sat_utils/return_codes.h"
+#include "olk_utils/bounded_text.h"
+#include "support/other_process.h"
+
+namespace {
+
+using namespace scripted;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::SizeIs;
+using testing::StartsWith;
+
+constexpr char kActivationCode[] = "s3gr3d0-de-ativacao";
+
+class CommunicateTest : public VirtualLinkTest {
+ protected:
+  void SetUp() override { write_file("SAT.ini", configuration(device().path())); }
+
+  static void configure(const std::string& ini) { write_file("SAT.ini", ini); }
+
+  // One transaction of this function as its entry point hands it over.
+  static int communicate(uint32_t index = kConsultarSAT, const char* function = "ConsultarSAT",
+                         uint32_t layout = 5, const std::string& arguments = "") {
+    init_global_sat_struct();
+    clear_buffer(gl_sSatPkt, kPacketBufferSize);
+    copy_text(gl_tSat.CurSatCmdInProc, function);
+    const std::string command = kStx + std::string(function) + "|000042" + arguments + kEtx;
+    copy_text(gl_sSatPkt, kPacketBufferSize, command.c_str());
+    return Communicate(gl_sSatPkt, 1, 42, index, layout);
+  }
+
+  static std::string text() { return gl_sSatPkt; }
+
+  // The driver's lines; the number of the descriptor is the system's choice.
+  static Lines step_lines() {
+    static const std::regex open_handle(R"(hComm\[0000[0-9A-F]{4}h\])");
+    Lines lines = traced("Communicate");
+    for (std::string& line : lines) line = std::regex_replace(line, open_handle, "hComm[open]");
+    return lines;
+  }
+
+  void expect_port_given_back() {
+    EXPECT_EQ(hComm, -1);
+    EXPECT_TRUE(port_is_free(TALVEX_PORT_HOLDER, device().path()));
+  }
+  static void expect_nothing_left_behind_text() {
+    EXPECT_TRUE(is_zero_behind_text(gl_sSatPkt, kPacketBufferSize));
+  }
+
+  std::string opened_line() {
+    return "INF Lnx:OK:STEP-04a rc[000000]\n\t   Dev[" + device().path() + "]\n\t hComm[open]Successfull Openned!\n";
+  }
+  static std::string locked_line() { return "INF Lnx:ER:STEP-05a rc[000000]OK: Locked\n"; }
+  std::string configured_line() {
+    return "INF Lnx:OK:STEP-06a rc[000000]OK lSerialSettingsL\n\t   Dev[" + device().path() + "]\n";
+  }
+  std::string sent_line(int length) {
+    return printed("INF Lnx:OK:STEP-07a rc[%06d]\n\t   Dev[%s]\n", length, device().path().c_str());
+  }
+};
+
+// ---- Success ----------------------------------------------------------------------------------------
+
+TEST_F(CommunicateTest, TransactionGoesThroughAllItsSteps) {
+  device().play({expect_frame(), ack(), send_frame("000042|08000|SAT em operacao||"), expect_ack()});
+  EXPECT_EQ(communicate(), 30);
+  expect_script_played();
+  EXPECT_EQ(text(), "000042|08000|SAT em operacao||");
+  EXPECT_THAT(step_lines(), ElementsAre(opened_line(), locked_line(), configured_line(), sent_line(22),
+                                        "INF Lnx:OK:STEP-08a rc[000030]OK\n"));
+  expect_port_given_back();
+}
+
+TEST_F(CommunicateTest, AckAndReplyMayArriveInOnePiece) {
+  device().play({expect_frame(), send(kAck + frame("AB")), expect_ack()});
+  EXPECT_EQ(communicate(), 2);
+  expect_script_played();
+}
+
+TEST_F(CommunicateTest, PortIsHeldWhileTheTransactionLasts) {
+  bool was_free = true;
+  device().play({expect_frame(), pause_ms(5), ack(), send_frame("AB"), expect_ack()});
+  virtual_clock::on_turn([&] {
+    if (device().received().size() == 1) was_free = port_is_free(TALVEX_PORT_HOLDER, device().path());
+    return device().take_turn();
+  });
+  EXPECT_EQ(communicate(), 2);
+  EXPECT_FALSE(was_free);
+  expect_port_given_back();
+}
+
+TEST_F(CommunicateTest, BytesOfAFormerExchangeAreDiscarded) {
+  termios raw{};
+  ASSERT_EQ(tcgetattr(device().port(), &raw), 0);
+  cfmakeraw(&raw);
+  ASSERT_EQ(tcsetattr(device().port(), TCSANOW, &raw), 0);
+  device().play({send(kNak + frame("late reply")), expect_frame(), ack(), send_frame("AB"), expect_ack()});
+  device().take_turn();
+  EXPECT_EQ(communicate(), 2);
+  expect_script_played();
+  EXPECT_EQ(text(), "AB");
+}
+
+TEST_F(CommunicateTest, BothFramesGoToTheProtocolLog) {
+  virtual_clock::set_local_time(2026, 12, 31, 23, 59, 58, 999);
+  device().play({expect_frame(), ack(), send_frame("000042|08000|x||"), expect_ack()});
+  EXPECT_EQ(communicate(), 16);
+  EXPECT_EQ(read_file("Log/20261231_SAT_ProtocolLog.txt"),
+            printed("20261231235958 PC->SAT >> [<02>ConsultarSAT|000042<%02X><03>]OK:a\n", checksum("ConsultarSAT|000042")) +
+                "20261231235958 SAT->PC << [<02>000042|08000|x||<--><03>]WR:d\n");
+}
+
+TEST_F(CommunicateTest, PortStaysOpenBetweenNoTwoCalls) {
+  for (int call = 0; call < 3; ++call) {
+    device().play({expect_frame(), ack(), send_frame("AB"), expect_ack()});
+    EXPECT_EQ(communicate(), 2);
+    expect_script_played();
+    EXPECT_EQ(hComm, -1);
+  }
+}
+
+// ---- Which port -------------------------------------------------------------------------------------
+
+TEST_F(CommunicateTest, DeviceNameIsOpenedUpToItsLastDigit) {
+  configure("[SAT_EMULATOR]\nSerialPortLinux=" + device().path() + "x\nEnable=1\n[LOG]\nLogMode=5\n");
+  device().play({expect_frame(), ack(), send_frame("AB"), expect_ack()});
+  EXPECT_EQ(communicate(), 2);
+  expect_script_played();
+  EXPECT_EQ(read_file("SAT.conf"), device().path() + "x") << "recorded as chosen";
+  EXPECT_THAT(step_lines(), Contains(opened_line()));
+}
+
+TEST_F(CommunicateTest, EmulatorsPortNeedNotLieInDev) {
+  std::filesystem::create_symlink(device().path(), "line0");
+  configure("[SAT_EMULATOR]\nSerialPortLinux=./line0\nEnable=1\n[LOG]\nLogMode=5\n");
+  device().play({expect_frame(), ack(), send_frame("AB"), expect_ack()});
+  EXPECT_EQ(communicate(), 2);
+  EXPECT_EQ(read_file("SAT.conf"), "./line0");
+}
+
+// ---- No port ----------------------------------------------------------------------------------------
+
+TEST_F(CommunicateTest, NoDeviceIsFound) {
+  configure("[LOG]\nLogFilePath=Log\nLogMode=5\n");
+  EXPECT_EQ(communicate(kConsultarSAT, "ConsultarSAT", 5, std::string("|") + kActivationCode), -2000);
+  EXPECT_EQ(text(), "SAT Erro[-02000]Lnx SAT Nao Encontrado L[2193] F[Communicate] LibVer[23-JUL-2020]");
+  EXPECT_EQ(read_file("SAT.conf"), "/dev/ttyNONE");
+  EXPECT_THAT(step_lines(), ElementsAre("ERR Lnx:ER:STEP-02e rc[-02000]SAT Not Found!\n\t LibVer[23-JUL-2020] "
+                                        "BuldDate[Jul 27 2020-10:41:14]\n"));
+  EXPECT_EQ(hComm, 0) << "the port is not touched";
+  expect_nothing_left_behind_text();
+}
+
+TEST_F(CommunicateTest, ProtocolLogIsOpenedEvenWhenNoDeviceIsFound) {
+  configure("[LOG]\nLogFilePath=Log\nLogMode=5\n");
+  virtual_clock::set_local_time(2026, 3, 9, 12, 0, 0, 0);
+  EXPECT_EQ(communicate(), -2000);
+  EXPECT_TRUE(std::filesystem::exists("Log/20260309_SAT_ProtocolLog.txt"));
+}
+
+TEST_F(CommunicateTest, NameThatStandsForNoDeviceIsNotFoundAsTheEmulatorsPort) {
+  configure("[SAT_EMULATOR]\nSerialPortLinux=/dev/ttyNONE\nEnable=1\n[LOG]\nLogMode=5\n");
+  EXPECT_EQ(communicate(), -2000);
+  EXPECT_THAT(text(), HasSubstr("L[2193]"));
+}
+
+TEST_F(CommunicateTest, PortThatDoesNotOpen) {
+  configure(configuration("/dev/ttyTALVEX7"));
+  EXPECT_EQ(communicate(kConsultarSAT, "ConsultarSAT", 5, std::string("|") + kActivationCode), -2000);
+  EXPECT_EQ(text(), "SAT Erro[-02000]Lnx SAT nao encontrado Dev[/dev/ttyTALVEX7] L[2254] F[Communicate]");
+  EXPECT_THAT(step_lines(), ElementsAre("ERR Lnx:ER:STEP-04c rc[-02000]\n\t   Dev[/dev/ttyTALVEX7]FAIL\n\t "
+                                        "hComm[FFFFFFFFh]Not Openned\n"));
+  EXPECT_THAT(traced("lSerialCloseL"), IsEmpty()) << "nothing to close";
+  expect_nothing_left_behind_text();
+}
+
+TEST_F(CommunicateTest, EmptyNameCountsAsFoundAndDoesNotOpen) {
+  configure("[SAT_EMULATOR]\nEnable=1\n[LOG]\nLogFilePath=Log\nLogMode=5\n");
+  EXPECT_EQ(communicate(), -2000);
+  EXPECT_EQ(text(), "SAT Erro[-02000]Lnx SAT nao encontrado Dev[] L[2254] F[Communicate]");
+}
+
+TEST_F(CommunicateTest, NameWithoutADigitBecomesEmpty) {
+  configure("[SAT_EMULATOR]\nSerialPortLinux=/dev/null\nEnable=1\n[LOG]\nLogFilePath=Log\nLogMode=5\n");
+  EXPECT_EQ(communicate(), -2000);
+  EXPECT_EQ(text(), "SAT Erro[-02000]Lnx SAT nao encontrado Dev[] L[2254] F[Communicate]");
+  EXPECT_EQ(read_file("SAT.conf"), "/dev/null");
+}
+
+TEST_F(CommunicateTest, DirectoryInThePlaceOfThePort) {
+  std::filesystem::create_directories("dev/tty1");
+  configure(configuration(std::filesystem::current_path().string() + "/dev/tty1"));
+  EXPECT_EQ(communicate(), -2000);
+  EXPECT_THAT(text(), HasSubstr("L[2254]"));
+}
+
+TEST_F(CommunicateTest, PortThatIsNoTerminal) {
+  std::filesystem::create_directory("dev");
+  write_file("dev/tty1", "a file, not a port");
+  const std::string port = std::filesystem::current_path().string() + "/dev/tty1";
+  configure(configuration(port));
+  EXPECT_EQ(communicate(kConsultarSAT, "ConsultarSAT", 5, std::string("|") + kActivationCode), -2002);
+  EXPECT_EQ(text(), "SAT Erro[-02002]Lnx SAT  Dev[" + port + "] falhou ao configurar L[2286] F[Communicate]");
+  EXPECT_EQ(step_lines().back(), "ERR Lnx:ER:STEP-06b rc[-02002] lSerialSettingsL\n\t   Dev[" + port + "]\n");
+  EXPECT_EQ(read_file("dev/tty1"), "a file, not a port");
+  EXPECT_EQ(hComm, -1);
+  EXPECT_TRUE(port_is_free(TALVEX_PORT_HOLDER, port));
+  expect_nothing_left_behind_text();
+}
+
+// ---- Busy -------------------------------------------------------------------------------------------
+
+TEST_F(CommunicateTest, PortHeldByAnotherProcessGivesTheBusyReply) {
+  const OtherProcess other(TALVEX_PORT_HOLDER, device().path());
+  ASSERT_TRUE(other.holds_port());
+  EXPECT_EQ(communicate(kEnviarDadosVenda, "EnviarDadosVenda", 6, std::string("|") + kActivationCode), -2010);
+  EXPECT_EQ(text(), "42|06098|0000|SAT em processamento, tente novamente.||");
+  EXPECT_EQ(step_lines().back(),
+            "ERR Lnx:ER:STEP-05b rc[-02010] errno[00011:Resource temporarily unavailable]ER:EWOULDBLOCK\\n\t <<  "
+            "SO->PC pBuffer[00054:42|06098|0000|SAT em processamento, tente novamente.||]n");
+  EXPECT_EQ(device().verdict(), "") << "the device is not touched";
+  EXPECT_EQ(hComm, -1);
+  expect_nothing_left_behind_text();
+}
+
+TEST_F(CommunicateTest, BusyPortKeepsItsSettingsAndItsQueuedInput) {
+  termios raw{};
+  ASSERT_EQ(tcgetattr(device().port(), &raw), 0);
+  cfmakeraw(&raw);
+  raw.c_cflag |= CSTOPB;
+  ASSERT_EQ(tcsetattr(device().port(), TCSANOW, &raw), 0);
+  device().play({send("reply of the other's")});
+  device().take_turn();
+
+  const OtherProcess other(TALVEX_PORT_HOLDER, device().path());
+  ASSERT_TRUE(other.holds_port());
+  EXPECT_EQ(communicate(), -2010);
+  termios now{};
+  ASSERT_EQ(tcgetattr(device().port(), &now), 0);
+  EXPECT_EQ(now.c_cflag, raw.c_cflag);
+  char waiting[64] = {};
+  EXPECT_EQ(read(device().port(), waiting, sizeof waiting), 20);
+  EXPECT_STREQ(waiting, "reply of the other's");
+}
+
+TEST_F(CommunicateTest, BusyPortIsAvailableAgainOnceTheOtherProcessIsDone) {
+  {
+    const OtherProcess other(TALVEX_PORT_HOLDER, device().path());
+    ASSERT_TRUE(other.holds_port());
+    EXPECT_EQ(communicate(), -2010);
+    EXPECT_EQ(text(), "42|08098|SAT em processamento, tente novamente.||");
+  }
+  device().play({expect_frame(), ack(), send_frame("AB"), expect_ack()});
+  EXPECT_EQ(communicate(), 2);
+}
+
+// ---- Failures of the link ---------------------------------------------------------------------------
+
+struct LinkFailure {
+  const char* name;
+  Script script;
+  int rc;
+  bool sending;
+};
+void PrintTo(const LinkFailure& failure, std::ostream* out) { *out << failure.name; }
+std::string name_of(const testing::TestParamInfo<LinkFailure>& test) { return test.param.name; }
+
+const LinkFailure kFailuresOfALivingLine[] = {
+    {"SilentDevice", {expect_frame()}, -2, true},
+    {"FourNaks", 4 * Script{expect_frame(), nak()}, -2009, true},
+    {"StrayStx", {expect_frame(), send("\x02")}, -2, true},
+    {"NoReply", {expect_frame(), ack()}, -2003, false},
+    {"NoStx", {expect_frame(), ack(), send("Z")}, -2004, false},
+    {"WrongChecksums", Script{expect_frame(), ack()} + 3 * Script{send_bad_frame("AB"), expect_nak()}, -2005, false},
+    {"BrokenFrames", Script{expect_frame(), ack()} + 3 * Script{send("\x02" "A"), expect_nak()}, -2006, false},
+};
+const LinkFailure kHangUps[] = {
+    {"InFrontOfTheAck", {expect_frame(), hang_up()}, -2, true},
+    {"InFrontOfTheReply", {expect_frame(), ack(), await_reader(), hang_up()}, -2004, false},
+    {"InsideTheReply", {expect_frame(), ack(), send("\x02" "A"), await_reader(), hang_up()}, -2004, false},
+};
+
+class LinkFailureTest : public CommunicateTest, public testing::WithParamInterface<LinkFailure> {};
+
+TEST_P(LinkFailureTest, LeavesItsTextAndGivesThePortBack) {
+  const LinkFailure& failure = GetParam();
+  device().play(failure.script);
+  EXPECT_EQ(communicate(kConsultarSAT, "ConsultarSAT", 5, std::string("|") + kActivationCode), failure.rc);
+
+  const char* port = device().path().c_str();
+  if (failure.sending) {
+    EXPECT_EQ(text(), printed("SAT Erro[%06d]Lnx Dev[%s] L[2305] F[Communicate] >> CMD or << ACK LibVer[23-JUL-2020]",
+                              failure.rc, port));
+    EXPECT_EQ(step_lines().back(), printed("ERR Lnx:ER:STEP-07b rc[%06d] SendCmd or RcvAck Fail\n\t   Dev[%s] Closing "
+                                           "now!!! libVer[23-JUL-2020] BuildDate[Jul 27 2020-10:41:14]\n",
+                                           failure.rc, port));
+  } else {
+    EXPECT_EQ(text(), printed("SAT Erro[%06d]Lnx SAT  Dev[%s] falhou na recepcao da resposta L[2324] F[Communicate] "
+                              "LibVer[23-JUL-2020]",
+                              failure.rc, port));
+    const Lines lines = step_lines();
+    ASSERT_THAT(lines, SizeIs(6));
+    EXPECT_EQ(lines[4], printed("ERR Lnx:ER:STEP-08b rc[%06d]ER:\n\t   Dev[%s] LibVer[23-JUL-2020] BuildDate[Jul 27 "
+                                "2020-10:41:14]\n",
+                                failure.rc, port));
+    EXPECT_EQ(lines[5], printed("INF Lnx:OK:STEP-08a rc[%06d]OK\n", failure.rc)) << "it says OK all the same";
+  }
+  EXPECT_EQ(hComm, -1);
+  expect_nothing_left_behind_text();
+}
+
+INSTANTIATE_TEST_SUITE_P(LivingLine, LinkFailureTest, testing::ValuesIn(kFailuresOfALivingLine), name_of);
+INSTANTIATE_TEST_SUITE_P(HangUp, LinkFailureTest, testing::ValuesIn(kHangUps), name_of);
+
+class CallAfterFailureTest : public LinkFailureTest {};
+
+TEST_P(CallAfterFailureTest, Works) {
+  device().play(GetParam().script);
+  EXPECT_EQ(communicate(), GetParam().rc);
+  EXPECT_TRUE(port_is_free(TALVEX_PORT_HOLDER, device().path()));
+  device().play({expect_frame(), ack(), send_frame("AB"), expect_ack()});
+  EXPECT_EQ(communicate(), 2);
+  expect_script_played();
+}
+
+INSTANTIATE_TEST_SUITE_P(LivingLine, CallAfterFailureTest, testing::ValuesIn(kFailuresOfALivingLine), name_of);
+
+TEST_F(CommunicateTest, HangUpBeforeTheCallIsACleanFailure) {
+  device().play({hang_up()});
+  device().take_turn();
+  EXPECT_EQ(communicate(), -2000) << "a port without its other end does not open";
+  EXPECT_THAT(text(), HasSubstr("L[2254]"));
+}
+
+// ---- Limits -----------------------------------------------------------------------------------------
+
+TEST_F(CommunicateTest, RowOfTheTableBoundsTheWaitNotTheArgument) {
+  configure(configuration(device().path(), "[SAT_TIMEOUT]\nConsultarSAT=3\n"));
+  device().play({expect_frame(), ack(), send("Z")});
+  EXPECT_EQ(communicate(), -2004);
+  EXPECT_EQ(virtual_clock::monotonic_ms(), 3001);
+}
+
+TEST_F(CommunicateTest, EndlessGarbageHasTheLimitOfItsFunction) {
+  configure(configuration(device().path(), "[SAT_TIMEOUT]\nTesteFimAFim=40\n", "1"));
+  device().play({expect_frame(), ack(), flood("ZZZZZZZZZZ")});
+  virtual_clock::set_tick_ms(500);
+  EXPECT_EQ(communicate(kTesteFimAFim, "TesteFimAFim"), -2004);
+  EXPECT_GT(virtual_clock::monotonic_ms(), 120000);
+  EXPECT_LT(virtual_clock::monotonic_ms(), 130000);
+}
+
+TEST_F(CommunicateTest, LongCommandLeavesNothingBehindAShortFailureText) {
+  configure(configuration(device().path(), "", "1"));
+  const std::string sale = "|" + times(2000, kActivationCode);
+  device().play({expect_block(kBlock), nak(), expect_block(kBlock), nak(), expect_block(kBlock), nak(),
+                 expect_block(kBlock), nak()});
+  EXPECT_EQ(communicate(kEnviarDadosVenda, "EnviarDadosVenda", 6, sale), -2009);
+  expect_nothing_left_behind_text();
+}
+
+}  // namespace
