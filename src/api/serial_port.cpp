@@ -22,12 +22,22 @@ namespace {
 
 char gl_ComPortName[132];
 
-int open_device(const char* path) {
-  int descriptor;
+// A call's result, with interruptions by signals left out.
+template <typename Call>
+int uninterrupted(Call call) {
+  int result;
   do {
-    descriptor = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-  } while (descriptor == -1 && errno == EINTR);
-  return descriptor;
+    result = call();
+  } while (result == -1 && errno == EINTR);
+  return result;
+}
+
+int open_device(const char* path) {
+  return uninterrupted([path] { return open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC); });
+}
+
+bool change_lock(int operation) {
+  return uninterrupted([operation] { return flock(hComm, operation | LOCK_NB); }) == 0;
 }
 
 void raise_modem_lines() {
@@ -57,20 +67,20 @@ int lSerialOpenW(const char* path) {
 }
 
 int lSerialLock() {
-  if (flock(hComm, LOCK_EX | LOCK_NB) == 0) return 0;
+  if (change_lock(LOCK_EX)) return 0;
   API_TRACE(kError, "Lnx rc[%06d]ER: flock fail: hComm[%08Xh]\n", kLinkLock, hex32(hComm));
   return kLinkLock;
 }
 
 int lSerialUnlock() {
-  if (flock(hComm, LOCK_UN | LOCK_NB) == 0) return 0;
+  if (change_lock(LOCK_UN)) return 0;
   API_TRACE(kError, "Lnx rc[%06d]ER: Unlock fail: hComm[%08Xh]\n", kLinkUnlock, hex32(hComm));
   return kLinkUnlock;
 }
 
 int lSerialSettingsL() {
   termios settings{};
-  if (tcgetattr(hComm, &settings) != 0) {
+  if (uninterrupted([&] { return tcgetattr(hComm, &settings); }) != 0) {
     API_TRACE(kError, "Lnx rc[%06d]ER hComm[%08Xh] ER:errno[:%d:%s]Fail to tcgetattr\n", kLinkSettings,
               hex32(hComm), errno, strerror(errno));
     return kLinkSettings;
@@ -80,7 +90,7 @@ int lSerialSettingsL() {
   settings.c_cflag = CS8 | CREAD | CLOCAL | CBAUD;
   settings.c_lflag = 0;
   cfmakeraw(&settings);
-  if (tcsetattr(hComm, TCSANOW, &settings) != 0) {
+  if (uninterrupted([&] { return tcsetattr(hComm, TCSANOW, &settings); }) != 0) {
     API_TRACE(kError, "Lnx rc[%06d]ER hComm[%08Xh] ER:errno[:%d:%s]Fail to tcsetattr\n", kLinkSettings,
               hex32(hComm), errno, strerror(errno));
     return kLinkSettings;
@@ -108,7 +118,7 @@ int lSerialCloseL() {
   int rc = 0;
   if (hComm == -1) {
     API_TRACE(kWarning, "Lnx rc[%06d]WR: hComm[%08Xh]Already Closed!\n", rc, hex32(hComm));
-  } else if (close(hComm) == -1) {
+  } else if (close(hComm) == -1 && errno != EINTR) {  // an interrupted close has closed
     rc = kLinkPortClosed;
     API_TRACE(kError, "Lnx rc[%06d]ER: hComm[%08Xh]\n", rc, hex32(hComm));
   }

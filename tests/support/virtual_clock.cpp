@@ -22,7 +22,13 @@ constexpr int64_t kMonotonicStart = 1234567890123456;
 int64_t tick_ns = 0;
 std::function<int64_t()> other_end;
 
-int64_t give_turn() { return other_end ? other_end() : std::numeric_limits<int64_t>::max(); }
+int64_t give_turn() {
+  if (!other_end) return std::numeric_limits<int64_t>::max();
+  const int error = errno;  // reading a clock does not change it
+  const int64_t next_turn = other_end();
+  errno = error;
+  return next_turn;
+}
 
 void advance_ns(int64_t nanoseconds) {
   monotonic_ns += nanoseconds;
@@ -95,7 +101,8 @@ WaitResult wait_for(short event, int descriptor, int64_t timeout_ms) {
     const int64_t next_turn = give_turn();
     const int ready = poll(&port, 1, 0);
     if (ready > 0) break;
-    if (ready < 0 && errno != EINTR) return kWaitFailed;
+    if (ready < 0 && errno == EINTR) continue;
+    if (ready < 0) return kWaitFailed;
     if (remaining <= 0) return kTimedOut;
     const int64_t step = std::clamp<int64_t>(next_turn, 1, remaining);
     virtual_clock::advance_ms(step);

@@ -1,0 +1,153 @@
+#include "support/fault_calls.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstring>
+#include <optional>
+#include <utility>
+
+#include "api/serial_port.h"
+
+namespace fault_calls {
+
+namespace {
+
+std::vector<Fault> table;
+int counts[static_cast<int>(Call::kTcsetattr) + 1];
+std::vector<int> modem_lines;
+
+}  // namespace
+
+void inject(std::vector<Fault> faults) {
+  table = std::move(faults);
+  std::fill(std::begin(counts), std::end(counts), 0);
+  modem_lines.clear();
+}
+
+int count_of(Call call) { return counts[static_cast<int>(call)]; }
+
+const std::vector<int>& raised_modem_lines() { return modem_lines; }
+
+namespace {
+
+// The fault that befalls this call, if any.
+std::optional<Fault> befalling(Call call) {
+  ++counts[static_cast<int>(call)];
+  for (Fault& fault : table) {
+    if (fault.call != call || fault.times == 0) continue;
+    if (fault.skip > 0) {
+      --fault.skip;
+      return {};
+    }
+    if (fault.times != kForever) --fault.times;
+    return fault;
+  }
+  return {};
+}
+
+std::optional<Fault> befalling(Call call, int descriptor) {
+  if (descriptor != hComm) return {};
+  return befalling(call);
+}
+
+long outcome(const Fault& fault) {
+  errno = fault.error;
+  return fault.result;
+}
+
+}  // namespace
+
+}  // namespace fault_calls
+
+using fault_calls::befalling;
+using fault_calls::Call;
+using fault_calls::outcome;
+
+extern "C" {
+
+int __real_open(const char* path, int flags, ...);
+ssize_t __real_read(int descriptor, void* buffer, size_t size);
+ssize_t __real_write(int descriptor, const void* bytes, size_t count);
+int __real_poll(pollfd* descriptors, nfds_t count, int timeout);
+int __real_close(int descriptor);
+int __real_flock(int descriptor, int operation);
+int __real_ioctl(int descriptor, unsigned long request, ...);
+int __real_tcgetattr(int descriptor, termios* settings);
+int __real_tcsetattr(int descriptor, int when, const termios* settings);
+
+int __wrap_open(const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  if (std::strncmp(path, "/dev/pts/", 9) == 0) {
+    if (const auto fault = befalling(Call::kOpen)) return static_cast<int>(outcome(*fault));
+  }
+  return __real_open(path, flags, mode);
+}
+
+ssize_t __wrap_read(int descriptor, void* buffer, size_t size) {
+  const auto fault = befalling(Call::kRead, descriptor);
+  if (!fault) return __real_read(descriptor, buffer, size);
+  if (fault->bytes.empty()) return outcome(*fault);
+  const size_t count = std::min(size, fault->bytes.size());
+  std::memcpy(buffer, fault->bytes.data(), count);
+  return static_cast<ssize_t>(count);
+}
+
+ssize_t __wrap_write(int descriptor, const void* bytes, size_t count) {
+  const auto fault = befalling(Call::kWrite, descriptor);
+  if (!fault) return __real_write(descriptor, bytes, count);
+  if (fault->limit == 0) return outcome(*fault);
+  return __real_write(descriptor, bytes, std::min(count, fault->limit));
+}
+
+int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {
+  if (count == 1) {
+    if (const auto fault = befalling(Call::kPoll, descriptors->fd)) return static_cast<int>(outcome(*fault));
+  }
+  return __real_poll(descriptors, count, timeout);
+}
+
+int __wrap_close(int descriptor) {
+  if (const auto fault = befalling(Call::kClose, descriptor)) {
+    __real_close(descriptor);
+    return static_cast<int>(outcome(*fault));
+  }
+  return __real_close(descriptor);
+}
+
+int __wrap_flock(int descriptor, int operation) {
+  if (const auto fault = befalling(Call::kFlock, descriptor)) return static_cast<int>(outcome(*fault));
+  return __real_flock(descriptor, operation);
+}
+
+int __wrap_ioctl(int descriptor, unsigned long request, ...) {
+  va_list arguments;
+  va_start(arguments, request);
+  void* argument = va_arg(arguments, void*);
+  va_end(arguments);
+  if (request == TIOCMBIS && descriptor == hComm)
+    fault_calls::modem_lines.push_back(*static_cast<const int*>(argument));
+  return __real_ioctl(descriptor, request, argument);
+}
+
+int __wrap_tcgetattr(int descriptor, termios* settings) {
+  if (const auto fault = befalling(Call::kTcgetattr, descriptor)) return static_cast<int>(outcome(*fault));
+  return __real_tcgetattr(descriptor, settings);
+}
+
+int __wrap_tcsetattr(int descriptor, int when, const termios* settings) {
+  if (const auto fault = befalling(Call::kTcsetattr, descriptor)) return static_cast<int>(outcome(*fault));
+  return __real_tcsetattr(descriptor, when, settings);
+}
+
+}  // extern "C"

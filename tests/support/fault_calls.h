@@ -1,0 +1,33 @@
+// System calls on the library's port that fail when a test says so. The test is linked with fault_calls.cpp and
+// the linker's --wrap for each call; calls on other descriptors go through untouched.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace fault_calls {
+
+enum class Call { kOpen, kRead, kWrite, kPoll, kClose, kFlock, kTcgetattr, kTcsetattr };
+
+inline constexpr int kForever = -1;
+
+struct Fault {
+  Call call;
+  int skip = 0;   // calls that go through first
+  int times = 1;  // calls that it befalls, or kForever
+  long result = -1;
+  int error = 0;          // errno, when the result is -1
+  std::string bytes{};    // of a read: what it delivers in the place of result
+  std::size_t limit = 0;  // of a write: goes through, but no more than so many bytes of it
+};
+
+// Faults of the same call befall it one behind the other.
+void inject(std::vector<Fault> faults);
+
+// Calls on the port since inject, those that failed included.
+int count_of(Call call);
+
+// Modem lines that were raised, in order: TIOCM_DTR, TIOCM_RTS, one element per call.
+const std::vector<int>& raised_modem_lines();
+
+}  // namespace fault_calls
