@@ -1,0 +1,3 @@
+module example/venda
+
+go 1.19
