@@ -58,7 +58,8 @@ class CommunicateTest : public VirtualLinkTest {
   }
 
   std::string opened_line() {
-    return "INF Lnx:OK:STEP-04a rc[000000]\n\t   Dev[" + device().path() + "]\n\t hComm[open]Successfull Openned!\n";
+    return "INF Lnx:OK:STEP-04a rc[000000]\n\t   Dev[" + device().path() +
+           "]\n\t hComm[open]Successfull Openned!\n";
   }
   static std::string locked_line() { return "INF Lnx:ER:STEP-05a rc[000000]OK: Locked\n"; }
   std::string configured_line() {
@@ -116,7 +117,8 @@ TEST_F(CommunicateTest, BothFramesGoToTheProtocolLog) {
   device().play({expect_frame(), ack(), send_frame("000042|08000|x||"), expect_ack()});
   EXPECT_EQ(communicate(), 16);
   EXPECT_EQ(read_file("Log/20261231_SAT_ProtocolLog.txt"),
-            printed("20261231235958 PC->SAT >> [<02>ConsultarSAT|000042<%02X><03>]OK:a\n", checksum("ConsultarSAT|000042")) +
+            printed("20261231235958 PC->SAT >> [<02>ConsultarSAT|000042<%02X><03>]OK:a\n",
+                    checksum("ConsultarSAT|000042")) +
                 "20261231235958 SAT->PC << [<02>000042|08000|x||<--><03>]WR:d\n");
 }
 
@@ -127,6 +129,14 @@ TEST_F(CommunicateTest, PortStaysOpenBetweenNoTwoCalls) {
     expect_script_played();
     EXPECT_EQ(hComm, -1);
   }
+}
+
+TEST_F(CommunicateTest, HostMayHaveClosedItsStandardStreams) {
+  close(STDIN_FILENO);
+  device().play({expect_frame(), ack(), send_frame("AB"), expect_ack()});
+  EXPECT_EQ(communicate(), 2);
+  expect_script_played();
+  expect_port_given_back();
 }
 
 // ---- Which port -------------------------------------------------------------------------------------
@@ -155,8 +165,9 @@ TEST_F(CommunicateTest, NoDeviceIsFound) {
   EXPECT_EQ(communicate(kConsultarSAT, "ConsultarSAT", 5, std::string("|") + kActivationCode), -2000);
   EXPECT_EQ(text(), "SAT Erro[-02000]Lnx SAT Nao Encontrado L[2193] F[Communicate] LibVer[23-JUL-2020]");
   EXPECT_EQ(read_file("SAT.conf"), "/dev/ttyNONE");
-  EXPECT_THAT(step_lines(), ElementsAre("ERR Lnx:ER:STEP-02e rc[-02000]SAT Not Found!\n\t LibVer[23-JUL-2020] "
-                                        "BuldDate[Jul 27 2020-10:41:14]\n"));
+  EXPECT_THAT(step_lines(),
+              ElementsAre("ERR Lnx:ER:STEP-02e rc[-02000]SAT Not Found!\n\t LibVer[23-JUL-2020] "
+                          "BuldDate[Jul 27 2020-10:41:14]\n"));
   EXPECT_EQ(hComm, 0) << "the port is not touched";
   expect_nothing_left_behind_text();
 }
@@ -225,9 +236,10 @@ TEST_F(CommunicateTest, PortHeldByAnotherProcessGivesTheBusyReply) {
   ASSERT_TRUE(other.holds_port());
   EXPECT_EQ(communicate(kEnviarDadosVenda, "EnviarDadosVenda", 6, std::string("|") + kActivationCode), -2010);
   EXPECT_EQ(text(), "42|06098|0000|SAT em processamento, tente novamente.||");
-  EXPECT_EQ(step_lines().back(),
-            "ERR Lnx:ER:STEP-05b rc[-02010] errno[00011:Resource temporarily unavailable]ER:EWOULDBLOCK\\n\t <<  "
-            "SO->PC pBuffer[00054:42|06098|0000|SAT em processamento, tente novamente.||]n");
+  EXPECT_EQ(
+      step_lines().back(),
+      "ERR Lnx:ER:STEP-05b rc[-02010] errno[00011:Resource temporarily unavailable]ER:EWOULDBLOCK\\n\t <<  "
+      "SO->PC pBuffer[00054:42|06098|0000|SAT em processamento, tente novamente.||]n");
   EXPECT_EQ(device().verdict(), "") << "the device is not touched";
   EXPECT_EQ(hComm, -1);
   expect_nothing_left_behind_text();
@@ -272,8 +284,12 @@ struct LinkFailure {
   int rc;
   bool sending;
 };
-void PrintTo(const LinkFailure& failure, std::ostream* out) { *out << failure.name; }
-std::string name_of(const testing::TestParamInfo<LinkFailure>& test) { return test.param.name; }
+void PrintTo(const LinkFailure& failure, std::ostream* out) {
+  *out << failure.name;
+}
+std::string name_of(const testing::TestParamInfo<LinkFailure>& test) {
+  return test.param.name;
+}
 
 const LinkFailure kFailuresOfALivingLine[] = {
     {"SilentDevice", {expect_frame()}, -2, true},
@@ -281,13 +297,24 @@ const LinkFailure kFailuresOfALivingLine[] = {
     {"StrayStx", {expect_frame(), send("\x02")}, -2, true},
     {"NoReply", {expect_frame(), ack()}, -2003, false},
     {"NoStx", {expect_frame(), ack(), send("Z")}, -2004, false},
-    {"WrongChecksums", Script{expect_frame(), ack()} + 3 * Script{send_bad_frame("AB"), expect_nak()}, -2005, false},
-    {"BrokenFrames", Script{expect_frame(), ack()} + 3 * Script{send("\x02" "A"), expect_nak()}, -2006, false},
+    {"WrongChecksums", Script{expect_frame(), ack()} + 3 * Script{send_bad_frame("AB"), expect_nak()}, -2005,
+     false},
+    {"BrokenFrames",
+     Script{expect_frame(), ack()} + 3 * Script{send("\x02"
+                                                     "A"),
+                                                expect_nak()},
+     -2006, false},
 };
 const LinkFailure kHangUps[] = {
     {"InFrontOfTheAck", {expect_frame(), hang_up()}, -2, true},
     {"InFrontOfTheReply", {expect_frame(), ack(), await_reader(), hang_up()}, -2004, false},
-    {"InsideTheReply", {expect_frame(), ack(), send("\x02" "A"), await_reader(), hang_up()}, -2004, false},
+    {"InsideTheReply",
+     {expect_frame(), ack(),
+      send("\x02"
+           "A"),
+      await_reader(), hang_up()},
+     -2004,
+     false},
 };
 
 class LinkFailureTest : public CommunicateTest, public testing::WithParamInterface<LinkFailure> {};
@@ -299,20 +326,24 @@ TEST_P(LinkFailureTest, LeavesItsTextAndGivesThePortBack) {
 
   const char* port = device().path().c_str();
   if (failure.sending) {
-    EXPECT_EQ(text(), printed("SAT Erro[%06d]Lnx Dev[%s] L[2305] F[Communicate] >> CMD or << ACK LibVer[23-JUL-2020]",
-                              failure.rc, port));
-    EXPECT_EQ(step_lines().back(), printed("ERR Lnx:ER:STEP-07b rc[%06d] SendCmd or RcvAck Fail\n\t   Dev[%s] Closing "
-                                           "now!!! libVer[23-JUL-2020] BuildDate[Jul 27 2020-10:41:14]\n",
-                                           failure.rc, port));
+    EXPECT_EQ(text(),
+              printed("SAT Erro[%06d]Lnx Dev[%s] L[2305] F[Communicate] >> CMD or << ACK LibVer[23-JUL-2020]",
+                      failure.rc, port));
+    EXPECT_EQ(step_lines().back(),
+              printed("ERR Lnx:ER:STEP-07b rc[%06d] SendCmd or RcvAck Fail\n\t   Dev[%s] Closing "
+                      "now!!! libVer[23-JUL-2020] BuildDate[Jul 27 2020-10:41:14]\n",
+                      failure.rc, port));
   } else {
-    EXPECT_EQ(text(), printed("SAT Erro[%06d]Lnx SAT  Dev[%s] falhou na recepcao da resposta L[2324] F[Communicate] "
-                              "LibVer[23-JUL-2020]",
-                              failure.rc, port));
+    EXPECT_EQ(text(),
+              printed("SAT Erro[%06d]Lnx SAT  Dev[%s] falhou na recepcao da resposta L[2324] F[Communicate] "
+                      "LibVer[23-JUL-2020]",
+                      failure.rc, port));
     const Lines lines = step_lines();
     ASSERT_THAT(lines, SizeIs(6));
-    EXPECT_EQ(lines[4], printed("ERR Lnx:ER:STEP-08b rc[%06d]ER:\n\t   Dev[%s] LibVer[23-JUL-2020] BuildDate[Jul 27 "
-                                "2020-10:41:14]\n",
-                                failure.rc, port));
+    EXPECT_EQ(lines[4],
+              printed("ERR Lnx:ER:STEP-08b rc[%06d]ER:\n\t   Dev[%s] LibVer[23-JUL-2020] BuildDate[Jul 27 "
+                      "2020-10:41:14]\n",
+                      failure.rc, port));
     EXPECT_EQ(lines[5], printed("INF Lnx:OK:STEP-08a rc[%06d]OK\n", failure.rc)) << "it says OK all the same";
   }
   EXPECT_EQ(hComm, -1);
@@ -333,7 +364,8 @@ TEST_P(CallAfterFailureTest, Works) {
   expect_script_played();
 }
 
-INSTANTIATE_TEST_SUITE_P(LivingLine, CallAfterFailureTest, testing::ValuesIn(kFailuresOfALivingLine), name_of);
+INSTANTIATE_TEST_SUITE_P(LivingLine, CallAfterFailureTest, testing::ValuesIn(kFailuresOfALivingLine),
+                         name_of);
 
 TEST_F(CommunicateTest, HangUpBeforeTheCallIsACleanFailure) {
   device().play({hang_up()});

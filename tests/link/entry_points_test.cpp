@@ -1,5 +1,5 @@
-#include <climits>
 #include <algorithm>
+#include <climits>
 #include <functional>
 #include <map>
 
@@ -29,7 +29,9 @@ struct EntryPoint {
   std::string null_arguments;
 };
 
-void PrintTo(const EntryPoint& entry, std::ostream* out) { *out << entry.name; }
+void PrintTo(const EntryPoint& entry, std::ostream* out) {
+  *out << entry.name;
+}
 
 std::string five_fields(const char* code) {
   return std::string("|") + code + "|SAT em processamento, tente novamente.||";
@@ -41,8 +43,8 @@ std::string six_fields(const char* code) {
 const std::vector<EntryPoint>& entry_points() {
   static const std::vector<EntryPoint> all = {
       {"AtivarSAT", 1800, five_fields("04098"),
-       [](int session) { return AtivarSAT(session, 1, "code", "11222333000181", 35); }, "|1|code|11222333000181|35",
-       [] { return AtivarSAT(1, 0, nullptr, nullptr, 0); }, "|0|||0"},
+       [](int session) { return AtivarSAT(session, 1, "code", "11222333000181", 35); },
+       "|1|code|11222333000181|35", [] { return AtivarSAT(1, 0, nullptr, nullptr, 0); }, "|0|||0"},
       {"ComunicarCertificadoICPBRASIL", 300, five_fields("05098"),
        [](int session) { return ComunicarCertificadoICPBRASIL(session, "code", "-----BEGIN\nMII=\n"); },
        "|code|-----BEGIN\nMII=\n", [] { return ComunicarCertificadoICPBRASIL(1, nullptr, nullptr); }, "||"},
@@ -54,8 +56,9 @@ const std::vector<EntryPoint>& entry_points() {
        "|code|CFe3511|<CFeCanc/>", [] { return CancelarUltimaVenda(1, nullptr, nullptr, nullptr); }, "|||"},
       {"ConsultarSAT", 10, five_fields("08098"), [](int session) { return ConsultarSAT(session); }, "",
        [] { return ConsultarSAT(1); }, ""},
-      {"TesteFimAFim", 20, five_fields("09098"), [](int session) { return TesteFimAFim(session, "code", "<CFe/>"); },
-       "|code|<CFe/>", [] { return TesteFimAFim(1, nullptr, nullptr); }, "||"},
+      {"TesteFimAFim", 20, five_fields("09098"),
+       [](int session) { return TesteFimAFim(session, "code", "<CFe/>"); }, "|code|<CFe/>",
+       [] { return TesteFimAFim(1, nullptr, nullptr); }, "||"},
       {"ConsultarStatusOperacional", 10, five_fields("10098"),
        [](int session) { return ConsultarStatusOperacional(session, "code"); }, "|code",
        [] { return ConsultarStatusOperacional(1, nullptr); }, "|"},
@@ -71,25 +74,28 @@ const std::vector<EntryPoint>& entry_points() {
       {"AtualizarSoftwareSAT", 1800, five_fields("14098"),
        [](int session) { return AtualizarSoftwareSAT(session, "code"); }, "|code",
        [] { return AtualizarSoftwareSAT(1, nullptr); }, "|"},
-      {"ExtrairLogs", 30, five_fields("15098"), [](int session) { return ExtrairLogs(session, "code"); }, "|code",
-       [] { return ExtrairLogs(1, nullptr); }, "|"},
-      {"BloquearSAT", 300, five_fields("16098"), [](int session) { return BloquearSAT(session, "code"); }, "|code",
-       [] { return BloquearSAT(1, nullptr); }, "|"},
-      {"DesbloquearSAT", 20, five_fields("17098"), [](int session) { return DesbloquearSAT(session, "code"); }, "|code",
+      {"ExtrairLogs", 30, five_fields("15098"), [](int session) { return ExtrairLogs(session, "code"); },
+       "|code", [] { return ExtrairLogs(1, nullptr); }, "|"},
+      {"BloquearSAT", 300, five_fields("16098"), [](int session) { return BloquearSAT(session, "code"); },
+       "|code", [] { return BloquearSAT(1, nullptr); }, "|"},
+      {"DesbloquearSAT", 20, five_fields("17098"),
+       [](int session) { return DesbloquearSAT(session, "code"); }, "|code",
        [] { return DesbloquearSAT(1, nullptr); }, "|"},
       {"TrocarCodigoDeAtivacao", 30, five_fields("18098"),
        [](int session) { return TrocarCodigoDeAtivacao(session, "code", 2, "new", "new again"); },
-       "|code|2|new|new again", [] { return TrocarCodigoDeAtivacao(1, nullptr, 0, nullptr, nullptr); }, "||0||"},
-      {"ConsultarUltimaSessaoFiscal", 20, "", [](int session) { return ConsultarUltimaSessaoFiscal(session, "code"); },
-       "|code", [] { return ConsultarUltimaSessaoFiscal(1, nullptr); }, "|"},
+       "|code|2|new|new again", [] { return TrocarCodigoDeAtivacao(1, nullptr, 0, nullptr, nullptr); },
+       "||0||"},
+      {"ConsultarUltimaSessaoFiscal", 20, "",
+       [](int session) { return ConsultarUltimaSessaoFiscal(session, "code"); }, "|code",
+       [] { return ConsultarUltimaSessaoFiscal(1, nullptr); }, "|"},
   };
   return all;
 }
 
 // How a session number goes out.
 const std::vector<std::pair<int, std::string>> kSessions = {
-    {42, "000042"},     {0, "000000"},       {999999, "999999"},   {1000000, "000000"}, {1234567, "234567"},
-    {-5, "-00005"},     {-1234567, "-234567"}, {INT_MAX, "483647"}, {INT_MIN, "-483648"}};
+    {42, "000042"}, {0, "000000"},         {999999, "999999"},  {1000000, "000000"}, {1234567, "234567"},
+    {-5, "-00005"}, {-1234567, "-234567"}, {INT_MAX, "483647"}, {INT_MIN, "-483648"}};
 
 class EntryPointTest : public VirtualLinkTest {
  protected:
@@ -110,7 +116,8 @@ class EntryPointTest : public VirtualLinkTest {
   }
 };
 
-constexpr char kNotFound[] = "SAT Erro[-02000]Lnx SAT Nao Encontrado L[2193] F[Communicate] LibVer[23-JUL-2020]";
+constexpr char kNotFound[] =
+    "SAT Erro[-02000]Lnx SAT Nao Encontrado L[2193] F[Communicate] LibVer[23-JUL-2020]";
 
 // ---- All sixteen ------------------------------------------------------------------------------------
 
@@ -160,7 +167,8 @@ TEST_P(EveryEntryPointTest, AnswersBusyWhileAnotherProcessHoldsThePort) {
                                ? "SAT Erro[-03000] Parametro Invalido  SAT L[3149] F[generate_98_return] "
                                : "42" + entry.busy_reply;
   EXPECT_EQ(entry.call(1000042), text);
-  EXPECT_EQ(traced(entry.name).back(), printed("ERR  rc[-02010]ER\n\t << SAT_Rsp[%05zu:%s]\n", text.size(), text.c_str()));
+  EXPECT_EQ(traced(entry.name).back(),
+            printed("ERR  rc[-02010]ER\n\t << SAT_Rsp[%05zu:%s]\n", text.size(), text.c_str()));
 }
 
 TEST_P(EveryEntryPointTest, TracesAFailure) {
@@ -168,7 +176,8 @@ TEST_P(EveryEntryPointTest, TracesAFailure) {
   EXPECT_STREQ(GetParam().call(42), kNotFound);
   const Lines lines = traced(GetParam().name);
   EXPECT_THAT(lines, SizeIs(traces_its_calls() ? 3 : 1));
-  EXPECT_EQ(lines.back(), printed("ERR  rc[-02000]ER\n\t << SAT_Rsp[%05zu:%s]\n", sizeof kNotFound - 1, kNotFound));
+  EXPECT_EQ(lines.back(),
+            printed("ERR  rc[-02000]ER\n\t << SAT_Rsp[%05zu:%s]\n", sizeof kNotFound - 1, kNotFound));
 }
 
 TEST_P(EveryEntryPointTest, NeverLooksIntoTheReply) {
@@ -183,12 +192,15 @@ TEST_P(EveryEntryPointTest, NeverLooksIntoTheReply) {
 INSTANTIATE_TEST_SUITE_P(Functions, EveryEntryPointTest, testing::ValuesIn(entry_points()),
                          [](const auto& test) { return test.param.name; });
 
-TEST_F(EntryPointTest, AreSixteen) { EXPECT_THAT(entry_points(), SizeIs(16)); }
+TEST_F(EntryPointTest, AreSixteen) {
+  EXPECT_THAT(entry_points(), SizeIs(16));
+}
 
 // ---- Arguments --------------------------------------------------------------------------------------
 
 TEST_F(EntryPointTest, SessionToLookUpIsNotReduced) {
-  for (const auto& [number, sent] : {std::pair{12345678, "12345678"}, {-5, "-00005"}, {INT_MIN, "-2147483648"}}) {
+  for (const auto& [number, sent] :
+       {std::pair{12345678, "12345678"}, {-5, "-00005"}, {INT_MIN, "-2147483648"}}) {
     answer(std::string("ConsultarNumeroSessao|000042|code|") + sent, "AB");
     EXPECT_STREQ(ConsultarNumeroSessao(42, "code", number), "AB");
     expect_script_played();
@@ -202,6 +214,14 @@ TEST_F(EntryPointTest, PlainNumbersArePrintedPlain) {
   answer("TrocarCodigoDeAtivacao|000042|code|-1|n|n", "AB");
   EXPECT_STREQ(TrocarCodigoDeAtivacao(42, "code", -1, "n", "n"), "AB");
   expect_script_played();
+}
+
+TEST_F(EntryPointTest, BusyReplyShowsTheReducedSessionPlain) {
+  const OtherProcess other(TALVEX_PORT_HOLDER, device().path());
+  ASSERT_TRUE(other.holds_port());
+  EXPECT_STREQ(ConsultarSAT(-5), "-5|08098|SAT em processamento, tente novamente.||");
+  EXPECT_STREQ(EnviarDadosVenda(-1000042, "code", "sale"),
+               "-42|06098|0000|SAT em processamento, tente novamente.||");
 }
 
 // ---- Replies ----------------------------------------------------------------------------------------
@@ -243,7 +263,8 @@ TEST_F(EntryPointTest, LastFiscalSessionTracesCommandAndReply) {
   answer("ConsultarUltimaSessaoFiscal|000042|code", "42|19000|ok");
   ASSERT_STREQ(ConsultarUltimaSessaoFiscal(42, "code"), "42|19000|ok");
   EXPECT_THAT(traced("ConsultarUltimaSessaoFiscal"),
-              ElementsAre("INF  rc[000000]WR\n\t >> SAT_Cmd[00041:\x02" "ConsultarUltimaSessaoFiscal|000042|code\x03]\n",
+              ElementsAre("INF  rc[000000]WR\n\t >> SAT_Cmd[00041:\x02"
+                          "ConsultarUltimaSessaoFiscal|000042|code\x03]\n",
                           "INF  rc[000011]OK\n\tSAT->PC <<    SAT_Rsp[00011:42|19000|ok]\n"));
 }
 
@@ -251,9 +272,10 @@ TEST_F(EntryPointTest, LastFiscalSessionTracesAFailureTwice) {
   configure_without_device();
   ASSERT_STREQ(ConsultarUltimaSessaoFiscal(42, "code"), kNotFound);
   const std::string reply = printed("SAT_Rsp[%05zu:%s]\n", sizeof kNotFound - 1, kNotFound);
-  EXPECT_THAT(traced("ConsultarUltimaSessaoFiscal"),
-              ElementsAre(StartsWith("INF  rc[000000]WR\n\t >> SAT_Cmd[00041:"),
-                          "ERR  rc[-02000]ER\n\tSAT->PC <<    " + reply, "ERR  rc[-02000]ER\n\t << " + reply));
+  EXPECT_THAT(
+      traced("ConsultarUltimaSessaoFiscal"),
+      ElementsAre(StartsWith("INF  rc[000000]WR\n\t >> SAT_Cmd[00041:"),
+                  "ERR  rc[-02000]ER\n\tSAT->PC <<    " + reply, "ERR  rc[-02000]ER\n\t << " + reply));
 }
 
 TEST_F(EntryPointTest, LastFiscalSessionTracesItsCommandBeforeItIsSent) {
@@ -340,7 +362,9 @@ class LongCommandTest : public EntryPointTest {
  protected:
   // STX, text and placeholder; the checksum takes the placeholder's place, ETX and a NUL follow.
   static constexpr std::size_t kLongest = kPacketBufferSize - 2;
-  static constexpr char kFront[] = "\x02" "EnviarDadosVenda|000042|code|";
+  static constexpr char kFront[] =
+      "\x02"
+      "EnviarDadosVenda|000042|code|";
 
   void SetUp() override { write_file("SAT.ini", configuration(device().path(), "", "1")); }
   static std::string sale_for_command_of(std::size_t length) {
@@ -372,9 +396,9 @@ TEST_F(LongCommandTest, OneByteMoreIsRefusedAndNoDeviceTouched) {
   EXPECT_TRUE(is_zero_behind_text(gl_sSatPkt, kPacketBufferSize));
   EXPECT_FALSE(std::filesystem::exists("SAT.conf"));
   EXPECT_EQ(hComm, 0);
-  EXPECT_THAT(traced("EnviarDadosVenda"),
-              ElementsAre(StartsWith("ERR  rc[-02006]ER "),
-                          printed("ERR  rc[-02006]ER\n\t << SAT_Rsp[%05zu:%s]\n", text.size(), text.c_str())));
+  EXPECT_THAT(traced("EnviarDadosVenda"), ElementsAre(StartsWith("ERR  rc[-02006]ER "),
+                                                      printed("ERR  rc[-02006]ER\n\t << SAT_Rsp[%05zu:%s]\n",
+                                                              text.size(), text.c_str())));
 }
 
 TEST_F(LongCommandTest, ArgumentsFarBeyondTheBufferAreRefused) {
@@ -387,7 +411,8 @@ TEST_F(LongCommandTest, ArgumentsFarBeyondTheBufferAreRefused) {
 }
 
 TEST_F(LongCommandTest, NextCallWorks) {
-  EXPECT_THAT(EnviarDadosVenda(42, "code", sale_for_command_of(kLongest + 1).c_str()), StartsWith("SAT Erro"));
+  EXPECT_THAT(EnviarDadosVenda(42, "code", sale_for_command_of(kLongest + 1).c_str()),
+              StartsWith("SAT Erro"));
   answer("ConsultarSAT|000043", "AB");
   EXPECT_STREQ(ConsultarSAT(43), "AB");
   expect_script_played();

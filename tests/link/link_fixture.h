@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <cstdarg>
@@ -81,7 +82,9 @@ inline bool is_zero_behind_text(const char* buffer, std::size_t size) {
 
 class LinkTest : public testing::Test {
  protected:
-  explicit LinkTest(scripted::ScriptedDevice::Clock clock) : device_(std::move(clock)) { alarm(kAlarmSeconds); }
+  explicit LinkTest(scripted::ScriptedDevice::Clock clock) : device_(std::move(clock)) {
+    alarm(kAlarmSeconds);
+  }
   ~LinkTest() override { alarm(0); }
 
   scripted::ScriptedDevice& device() { return device_; }
@@ -98,14 +101,28 @@ class LinkTest : public testing::Test {
     ASSERT_EQ(lSerialSettingsL(), 0);
   }
 
+  // So that the port takes nothing until the device reads. Returns the number of bytes on the line.
+  static std::size_t fill_line() {
+    constexpr int kSettled = 200;  // the kernel moves bytes up the line in the background
+    const std::string filling(4096, '-');
+    pollfd line{hComm, POLLOUT, 0};
+    std::size_t size = 0;
+    do {
+      for (ssize_t written; (written = write(hComm, filling.data(), filling.size())) > 0;) {
+        size += static_cast<std::size_t>(written);
+      }
+    } while (poll(&line, 1, kSettled) > 0);
+    return size;
+  }
+
   // "%08Xh" of the open port.
   static std::string handle() { return printed("%08Xh", static_cast<unsigned>(hComm)); }
 
   // A configuration that leads to the scripted device. More lines can be added per section.
   static std::string configuration(const std::string& port, const std::string& more = "",
                                    const std::string& log_mode = "5") {
-    return "[SERIAL_PORT_CONFIG]\nFixarPorta=" + port + "\n" + more + "[LOG]\nLogFilePath=Log\nLogMode=" +
-           log_mode + "\n";
+    return "[SERIAL_PORT_CONFIG]\nFixarPorta=" + port + "\n" + more +
+           "[LOG]\nLogFilePath=Log\nLogMode=" + log_mode + "\n";
   }
 
  private:

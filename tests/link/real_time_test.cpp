@@ -100,15 +100,18 @@ TEST_F(RealTimeTest, MissingStxFailsAfterTheLimit) {
 
 TEST_F(RealTimeTest, FullLineFailsAfterTwoSeconds) {
   open_port();
+  fill_line();
   const Stopwatch watch;
-  EXPECT_EQ(transmit(std::string(10 * kBlock, 'x')), -2007) << "nobody reads";
+  EXPECT_EQ(transmit(kCommand), -2007) << "nobody reads";
   EXPECT_THAT(watch.wall(), AllOf(Ge(2.0), Lt(3.5)));
   EXPECT_LT(watch.cpu(), 0.5 * watch.wall()) << "a thousand looks a second, not more";
 }
 
 TEST_F(RealTimeTest, BrokenFramesFailAfterThreeGaps) {
   open_port();
-  device().play(3 * Script{send("\x02" "A"), expect_nak()});
+  device().play(3 * Script{send("\x02"
+                                "A"),
+                           expect_nak()});
   DeviceThread thread(device());
   const Stopwatch watch;
   EXPECT_EQ(receive(10), -2006);
@@ -141,7 +144,8 @@ TEST_F(RealTimeTest, WaitForAReplyOfAHungUpPortIsPaced) {
 // ---- Whole transactions -----------------------------------------------------------------------------
 
 TEST_F(RealTimeTest, TransactionWithADeviceThatThinks) {
-  device().play({expect_frame(), pause_ms(300), ack(), pause_ms(700), send_frame("000042|08000|SAT em operacao||"), expect_ack()});
+  device().play({expect_frame(), pause_ms(300), ack(), pause_ms(700),
+                 send_frame("000042|08000|SAT em operacao||"), expect_ack()});
   DeviceThread thread(device());
   EXPECT_STREQ(ConsultarSAT(42), "000042|08000|SAT em operacao||");
   EXPECT_EQ(thread.finish(), "");
@@ -192,7 +196,7 @@ class SignalTest : public RealTimeTest {
  protected:
   // A signal every two milliseconds, to this thread only, that interrupts system calls.
   SignalTest() {
-    struct sigaction action{};
+    struct sigaction action {};
     action.sa_handler = [](int) { signals = signals + 1; };
     sigaction(SIGRTMIN, &action, nullptr);
     sigevent event{};
@@ -226,7 +230,8 @@ TEST_F(SignalTest, SignalsDoNotShortenTheWaits) {
 
 TEST_F(SignalTest, SignalsDoNotDisturbATransaction) {
   const std::string reply = text_for_frame_of(20 * kBlock);
-  device().play({expect_frame(), pause_ms(200), ack(), pause_ms(200), send_frame(reply), expect(std::string(20, kAck))});
+  device().play({expect_frame(), pause_ms(200), ack(), pause_ms(200), send_frame(reply),
+                 expect(std::string(20, kAck))});
   DeviceThread thread(device());
   start_signals();
   EXPECT_TRUE(ConsultarSAT(42) == reply);

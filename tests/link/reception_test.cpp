@@ -45,7 +45,9 @@ constexpr char kThreeUsed[] = " iRetryes[0]\n";
 // ---- The accepted frame -----------------------------------------------------------------------------
 
 TEST_F(ReceptionTest, ReplyIsTheTextWithoutFraming) {
-  device().play({send("\x02" "AB\x83\x03"), expect_ack()});
+  device().play({send("\x02"
+                      "AB\x83\x03"),
+                 expect_ack()});
   EXPECT_EQ(receive(), 2);
   expect_script_played();
   EXPECT_EQ(reply(), "AB");
@@ -55,7 +57,9 @@ TEST_F(ReceptionTest, ReplyIsTheTextWithoutFraming) {
 }
 
 TEST_F(ReceptionTest, NothingButTheChecksumIsChangedBehindTheText) {
-  device().play({send("\x02" "AB\x83\x03"), expect_ack()});
+  device().play({send("\x02"
+                      "AB\x83\x03"),
+                 expect_ack()});
   ASSERT_EQ(receive(), 2);
   EXPECT_EQ(std::string(gl_sSatPkt, 5), std::string("AB\0\x03\0", 5));
 }
@@ -86,7 +90,9 @@ struct ReplyChecksumCase {
   std::string text;
   unsigned char checksum;
 };
-void PrintTo(const ReplyChecksumCase& test, std::ostream* out) { *out << test.name; }
+void PrintTo(const ReplyChecksumCase& test, std::ostream* out) {
+  *out << test.name;
+}
 
 class ReplyChecksumTest : public ReceptionTest, public testing::WithParamInterface<ReplyChecksumCase> {};
 
@@ -129,7 +135,8 @@ TEST_F(ReceptionTest, ProtocolLogShowsTheTextAlone) {
   virtual_clock::set_local_time(2026, 3, 9, 8, 7, 6, 5);
   device().play({send_frame("7|080"), expect_ack()});
   ASSERT_EQ(receive(), 5);
-  EXPECT_EQ(read_file("Log/20260309_SAT_ProtocolLog.txt"), "20260309080706 SAT->PC << [<02>7|080<--><03>]WR:d\n");
+  EXPECT_EQ(read_file("Log/20260309_SAT_ProtocolLog.txt"),
+            "20260309080706 SAT->PC << [<02>7|080<--><03>]WR:d\n");
 }
 
 // ---- Garbage in front of the STX --------------------------------------------------------------------
@@ -175,7 +182,8 @@ TEST_F(ReceptionTest, EndlessGarbageEndsAfterAMinute) {
   EXPECT_EQ(receive(10), -2004);
   EXPECT_GT(ms(), 60000);
   EXPECT_LT(ms(), 61000);
-  EXPECT_THAT(reading_lines(), ElementsAre(StartsWith("ERR Lnx rc[-02004]ER Read Error iCurPos[0] liDiffTime[60")));
+  EXPECT_THAT(reading_lines(),
+              ElementsAre(StartsWith("ERR Lnx rc[-02004]ER Read Error iCurPos[0] liDiffTime[60")));
 }
 
 TEST_F(ReceptionTest, EndlessGarbageToALongFunctionEndsAfterThreeTimeouts) {
@@ -193,9 +201,10 @@ TEST_F(ReceptionTest, OrdinaryFunctionWithoutAReplyFailsAfterThreeWaits) {
   device().play({});
   EXPECT_EQ(receive(10), -2003);
   EXPECT_EQ(ms(), 9000);
-  EXPECT_THAT(reading_lines(), ElementsAre("INF Lnx iSelectRetries[01] Waiting Data from SAT!!!\n",
-                                           "INF Lnx iSelectRetries[00] Waiting Data from SAT!!!\n",
-                                           "ERR Lnx rc[-02003]ER iSelectRetries[-1] SatCmd[ConsultarSAT]Fail!!!\n"));
+  EXPECT_THAT(reading_lines(),
+              ElementsAre("INF Lnx iSelectRetries[01] Waiting Data from SAT!!!\n",
+                          "INF Lnx iSelectRetries[00] Waiting Data from SAT!!!\n",
+                          "ERR Lnx rc[-02003]ER iSelectRetries[-1] SatCmd[ConsultarSAT]Fail!!!\n"));
   EXPECT_THAT(answer_lines(), IsEmpty());
 }
 
@@ -204,7 +213,9 @@ struct LongFunctionCase {
   uint32_t seconds;
 };
 
-void PrintTo(const LongFunctionCase& test, std::ostream* out) { *out << test.function; }
+void PrintTo(const LongFunctionCase& test, std::ostream* out) {
+  *out << test.function;
+}
 
 class LongFunctionTest : public ReceptionTest, public testing::WithParamInterface<LongFunctionCase> {};
 
@@ -216,11 +227,12 @@ TEST_P(LongFunctionTest, WithoutAReplyWaitsForItsLimitFromTheThirdWaitOn) {
   EXPECT_EQ(ms(), 240000 + limit) << "the start is taken in front of the third wait";
   EXPECT_THAT(
       reading_lines(),
-      ElementsAre("INF Lnx iSelectRetries[01] Waiting Data from SAT!!!\n",
-                  "INF Lnx iSelectRetries[00] Waiting Data from SAT!!!\n",
-                  printed("WRN Lnx rc[-02001]WR iSelectRetries[-1 SarCmd[%s]Skipped...!!!\n", function),
-                  "INF Win: iBytesRead[-0000001] errno[00000011]EAGAIN:EWOULDBLOCK liDiffTime[120000] iTimeout[2000]\n",
-                  printed("ERR Lnx rc[-02004]ER Read Error iCurPos[0] liDiffTime[%d]\n", limit)));
+      ElementsAre(
+          "INF Lnx iSelectRetries[01] Waiting Data from SAT!!!\n",
+          "INF Lnx iSelectRetries[00] Waiting Data from SAT!!!\n",
+          printed("WRN Lnx rc[-02001]WR iSelectRetries[-1 SarCmd[%s]Skipped...!!!\n", function),
+          "INF Win: iBytesRead[-0000001] errno[00000011]EAGAIN:EWOULDBLOCK liDiffTime[120000] iTimeout[2000]\n",
+          printed("ERR Lnx rc[-02004]ER Read Error iCurPos[0] liDiffTime[%d]\n", limit)));
 }
 
 INSTANTIATE_TEST_SUITE_P(Functions, LongFunctionTest,
@@ -238,10 +250,11 @@ TEST_P(OrdinaryFunctionTest, WithoutAReplyFailsAfterNineSecondsWhateverItsLimit)
 }
 
 INSTANTIATE_TEST_SUITE_P(Functions, OrdinaryFunctionTest,
-                         testing::Values("ComunicarCertificadoICPBRASIL", "EnviarDadosVenda", "CancelarUltimaVenda",
-                                         "ConsultarSAT", "TesteFimAFim", "ConsultarStatusOperacional",
-                                         "ConsultarNumeroSessao", "ConfigurarInterfaceDeRede", "AssociarAssinatura",
-                                         "ExtrairLogs", "DesbloquearSAT", "TrocarCodigoDeAtivacao",
+                         testing::Values("ComunicarCertificadoICPBRASIL", "EnviarDadosVenda",
+                                         "CancelarUltimaVenda", "ConsultarSAT", "TesteFimAFim",
+                                         "ConsultarStatusOperacional", "ConsultarNumeroSessao",
+                                         "ConfigurarInterfaceDeRede", "AssociarAssinatura", "ExtrairLogs",
+                                         "DesbloquearSAT", "TrocarCodigoDeAtivacao",
                                          "ConsultarUltimaSessaoFiscal", "AtivarSATx"),
                          [](const auto& test) { return test.param; });
 
@@ -263,12 +276,14 @@ TEST_F(ReceptionTest, RepeatedWaitsOfALongFunctionEnd) {
   EXPECT_EQ(receive(1800, "AtivarSAT"), -2003);
   expect_script_played();
   EXPECT_EQ(ms(), 400000 + 46 * 120000) << "the first wait that ends later than 5400 s";
-  EXPECT_THAT(reading_lines().back(), testing::MatchesRegex("ERR Lnx rc\\[-02003\\]ER iSelectRetries\\[-[0-9]+\\] "
-                                                            "SatCmd\\[AtivarSAT\\]Fail!!!\n"));
+  EXPECT_THAT(reading_lines().back(),
+              testing::MatchesRegex("ERR Lnx rc\\[-02003\\]ER iSelectRetries\\[-[0-9]+\\] "
+                                    "SatCmd\\[AtivarSAT\\]Fail!!!\n"));
 }
 
 TEST_F(ReceptionTest, WaitCounterOfALongFunctionRunsBelowZeroOnce) {
-  device().play({pause_ms(400000), send_bad_frame("AB"), expect_nak(), pause_ms(500000), send_frame("AB"), expect_ack()});
+  device().play({pause_ms(400000), send_bad_frame("AB"), expect_nak(), pause_ms(500000), send_frame("AB"),
+                 expect_ack()});
   EXPECT_EQ(receive(1800, "AtivarSAT"), 2);
   expect_script_played();
   EXPECT_THAT(with_text(reading_lines(), "iSelectRetries"),
@@ -280,11 +295,14 @@ TEST_F(ReceptionTest, WaitCounterOfALongFunctionRunsBelowZeroOnce) {
 // ---- Wrong checksums --------------------------------------------------------------------------------
 
 TEST_F(ReceptionTest, ThreeWrongChecksumsGetThreeNaks) {
-  device().play(3 * Script{send("\x02" "AB\x84\x03"), expect_nak()});
+  device().play(3 * Script{send("\x02"
+                                "AB\x84\x03"),
+                           expect_nak()});
   EXPECT_EQ(receive(), -2005);
   expect_script_played();
   const std::string error = "WRN Lnx rc[-02005]ER ERRO CHECKSUM 83!=84 [5|3]!!!!!!!! Send NAK\n";
-  EXPECT_THAT(reading_lines(), ElementsAre(error, error, error, std::string("ERR Lnx rc[-02005]") + kThreeUsed));
+  EXPECT_THAT(reading_lines(),
+              ElementsAre(error, error, error, std::string("ERR Lnx rc[-02005]") + kThreeUsed));
   EXPECT_THAT(answer_lines(), ElementsAre(kSentNak, kSentNak, kSentNak));
 }
 
@@ -348,7 +366,9 @@ TEST_F(ReceptionTest, BytesBehindTheEtxOfOneReadAreNotLookedAt) {
 }
 
 TEST_F(ReceptionTest, LastAttemptsCodeWins) {
-  device().play(2 * Script{send_bad_frame("AB"), expect_nak()} + Script{send("\x02" "A"), expect_nak()});
+  device().play(2 * Script{send_bad_frame("AB"), expect_nak()} + Script{send("\x02"
+                                                                             "A"),
+                                                                        expect_nak()});
   EXPECT_EQ(receive(), -2006);
   expect_script_played();
   EXPECT_EQ(reading_lines().back(), std::string("ERR Lnx rc[-02006]") + kThreeUsed);
@@ -357,7 +377,9 @@ TEST_F(ReceptionTest, LastAttemptsCodeWins) {
 // ---- Gaps -------------------------------------------------------------------------------------------
 
 TEST_F(ReceptionTest, FrameThatStopsGetsANakAndTheNextAttempt) {
-  device().play({send("\x02" "ABC"), expect_nak(), send_frame("AB"), expect_ack()});
+  device().play({send("\x02"
+                      "ABC"),
+                 expect_nak(), send_frame("AB"), expect_ack()});
   EXPECT_EQ(receive(), 2);
   expect_script_played();
   EXPECT_EQ(ms(), 101);
@@ -368,7 +390,9 @@ TEST_F(ReceptionTest, FrameThatStopsGetsANakAndTheNextAttempt) {
 }
 
 TEST_F(ReceptionTest, GapGetsItsNakBeforeTheTrace) {
-  device().play({send("\x02" "ABC"), expect_nak(), send_frame("AB"), expect_ack()});
+  device().play({send("\x02"
+                      "ABC"),
+                 expect_nak(), send_frame("AB"), expect_ack()});
   ASSERT_EQ(receive(), 2);
   const Lines messages = trace_messages("SAT_api.log");
   ASSERT_THAT(messages, SizeIs(testing::Gt(3u)));
@@ -378,7 +402,9 @@ TEST_F(ReceptionTest, GapGetsItsNakBeforeTheTrace) {
 }
 
 TEST_F(ReceptionTest, ThreeGapsFail) {
-  device().play(3 * Script{send("\x02" "ABC"), expect_nak()});
+  device().play(3 * Script{send("\x02"
+                                "ABC"),
+                           expect_nak()});
   EXPECT_EQ(receive(), -2006);
   expect_script_played();
   EXPECT_EQ(ms(), 303);
@@ -390,19 +416,28 @@ TEST_F(ReceptionTest, ThreeGapsFail) {
 }
 
 TEST_F(ReceptionTest, GapOfATenthOfASecondIsStillAccepted) {
-  device().play({send("\x02" "A"), pause_ms(100), send("B"), pause_ms(100), send("\x83\x03"), expect_ack()});
+  device().play({send("\x02"
+                      "A"),
+                 pause_ms(100), send("B"), pause_ms(100), send("\x83\x03"), expect_ack()});
   EXPECT_EQ(receive(), 2) << "the limit counts from the last bytes";
   expect_script_played();
 }
 
 TEST_F(ReceptionTest, StrayByteAfterAGapLeavesThreeTenthsOfASecond) {
-  device().play({send("\x02" "ABC"), expect_nak(), send("Z")});
+  device().play({send("\x02"
+                      "ABC"),
+                 expect_nak(), send("Z")});
   EXPECT_EQ(receive(), -2004);
   EXPECT_EQ(ms(), 101 + 301);
 }
 
 TEST_F(ReceptionTest, LimitIsATenthOfASecondAgainOnceAnStxIsIn) {
-  device().play({send("\x02" "ABC"), expect_nak(), send("\x02" "ABC"), expect_nak(), send_frame("AB"), expect_ack()});
+  device().play({send("\x02"
+                      "ABC"),
+                 expect_nak(),
+                 send("\x02"
+                      "ABC"),
+                 expect_nak(), send_frame("AB"), expect_ack()});
   EXPECT_EQ(receive(), 2);
   expect_script_played();
   EXPECT_EQ(ms(), 2 * 101);
@@ -425,8 +460,8 @@ TEST_F(ReceptionTest, SingleBytesMakeAFrame) {
 
 TEST_F(ReceptionTest, LongFrameGetsAnAckPerFullBlock) {
   const std::string bytes = frame(text_for_frame_of(40000));
-  device().play({send(bytes.substr(0, kBlock)), expect_ack(), send(bytes.substr(kBlock, kBlock)), expect_ack(),
-                 send(bytes.substr(2 * kBlock)), expect_ack()});
+  device().play({send(bytes.substr(0, kBlock)), expect_ack(), send(bytes.substr(kBlock, kBlock)),
+                 expect_ack(), send(bytes.substr(2 * kBlock)), expect_ack()});
   EXPECT_EQ(receive(), 40000 - 3);
   expect_script_played();
   EXPECT_TRUE(reply() == text_for_frame_of(40000));
@@ -471,8 +506,9 @@ TEST_F(ReceptionTest, GapAtABlockEndCountsFromTheBlock) {
 
 TEST_F(ReceptionTest, BlockEndIsThatOfTheAttempt) {
   const std::string bytes = frame(text_for_frame_of(40000));
-  device().play({send(bytes.substr(0, kBlock)), expect_ack(), expect_nak(), send(bytes.substr(0, kBlock)), expect_ack(),
-                 send(bytes.substr(kBlock, kBlock)), expect_ack(), send(bytes.substr(2 * kBlock)), expect_ack()});
+  device().play({send(bytes.substr(0, kBlock)), expect_ack(), expect_nak(), send(bytes.substr(0, kBlock)),
+                 expect_ack(), send(bytes.substr(kBlock, kBlock)), expect_ack(),
+                 send(bytes.substr(2 * kBlock)), expect_ack()});
   EXPECT_EQ(receive(), 40000 - 3);
   expect_script_played();
 }
@@ -480,7 +516,8 @@ TEST_F(ReceptionTest, BlockEndIsThatOfTheAttempt) {
 TEST_F(ReceptionTest, ReplyLongerThanTheClearedPartPasses) {
   log_errors_only();
   constexpr std::size_t kSixMebibytes = 6 * 1024 * 1024;
-  device().play({send_frame(text_for_frame_of(kSixMebibytes)), expect(std::string(kSixMebibytes / kBlock, kAck))});
+  device().play(
+      {send_frame(text_for_frame_of(kSixMebibytes)), expect(std::string(kSixMebibytes / kBlock, kAck))});
   EXPECT_EQ(receive(), static_cast<int>(kSixMebibytes) - 3);
   expect_script_played();
   EXPECT_TRUE(reply() == text_for_frame_of(kSixMebibytes));
@@ -489,11 +526,12 @@ TEST_F(ReceptionTest, ReplyLongerThanTheClearedPartPasses) {
 TEST_F(ReceptionTest, ReplyThatWouldPassThePacketBuffersEndIsBrokenOffLikeAGap) {
   log_errors_only();
   const std::string endless = "\x02" + std::string(kPacketBufferSize - 1, 'x');
-  device().play({send(endless), expect(std::string(kPacketBufferSize / kBlock, kAck)), expect_nak(), send_frame("AB"),
-                 expect_ack()});
+  device().play({send(endless), expect(std::string(kPacketBufferSize / kBlock, kAck)), expect_nak(),
+                 send_frame("AB"), expect_ack()});
   EXPECT_EQ(receive(), 2);
   expect_script_played();
-  EXPECT_THAT(reading_lines(), ElementsAre("ERR Lnx: rc[-02006]ER Send NAK  (3)[10485760]{10502144}Timeout\n"));
+  EXPECT_THAT(reading_lines(),
+              ElementsAre("ERR Lnx: rc[-02006]ER Send NAK  (3)[10485760]{10502144}Timeout\n"));
   EXPECT_EQ(reply().substr(0, 2), "AB");
   EXPECT_EQ(reply().size(), 2u);
 }
@@ -588,7 +626,9 @@ TEST_F(ReceptionTest, HangUpBeforeTheReplyLastsAsLongAsTheLimit) {
 }
 
 TEST_F(ReceptionTest, HangUpInsideTheFrameEndsBothAttemptAndCall) {
-  device().play({send("\x02" "ABC"), await_reader(), hang_up()});
+  device().play({send("\x02"
+                      "ABC"),
+                 await_reader(), hang_up()});
   EXPECT_EQ(receive(10), -2004);
   EXPECT_LE(ms(), 101 + 301);
   EXPECT_THAT(answer_lines(), ElementsAre("ERR Lnx Error writing ACK [Input/output error]\n"));

@@ -29,7 +29,9 @@ using testing::StartsWith;
 fault_calls::Fault failure(Call call, int error, int times = 1, int skip = 0) {
   return {call, skip, times, -1, error};
 }
-fault_calls::Fault nothing(Call call, int times = 1, int skip = 0) { return {call, skip, times, 0, 0}; }
+fault_calls::Fault nothing(Call call, int times = 1, int skip = 0) {
+  return {call, skip, times, 0, 0};
+}
 
 class FaultTest : public VirtualLinkTest {
  protected:
@@ -74,8 +76,9 @@ class SendingFaultTest : public OpenPortFaultTest {
     device().play({expect_block(kBlock), answer});
     inject({{Call::kWrite, 0, 16, 0, 0, "", 1024}, failure(Call::kWrite, EIO)});
     const int rc = transmit(std::string(kBlock, 'x'));
-    EXPECT_EQ(sending_lines().back(), "ERR Lnx errno[00005:Input/output error]ER iBytesWritten[-001] uiOffset[16384] "
-                                      "uiTxBufSz[16387] diff[0000]\n");
+    EXPECT_EQ(sending_lines().back(),
+              "ERR Lnx errno[00005:Input/output error]ER iBytesWritten[-001] uiOffset[16384] "
+              "uiTxBufSz[16387] diff[0000]\n");
     expect_script_played();
     return rc;
   }
@@ -100,7 +103,8 @@ TEST_F(PortFaultTest, SettingsThatCannotBeReadFail) {
   inject({failure(Call::kTcgetattr, EIO)});
   EXPECT_EQ(lSerialSettingsL(), -2002);
   EXPECT_THAT(traced("lSerialSettingsL"),
-              ElementsAre("ERR Lnx rc[-02002]ER hComm[" + handle() + "] ER:errno[:5:Input/output error]Fail to tcgetattr\n"));
+              ElementsAre("ERR Lnx rc[-02002]ER hComm[" + handle() +
+                          "] ER:errno[:5:Input/output error]Fail to tcgetattr\n"));
   EXPECT_EQ(count_of(Call::kTcsetattr), 0);
 }
 
@@ -108,8 +112,8 @@ TEST_F(PortFaultTest, SettingsThatCannotBeWrittenFailAndNothingIsDrained) {
   ASSERT_EQ(lSerialOpenW(device().path().c_str()), 0);
   inject({failure(Call::kTcsetattr, EINVAL)});
   EXPECT_EQ(lSerialSettingsL(), -2002);
-  EXPECT_THAT(traced("lSerialSettingsL"),
-              ElementsAre("ERR Lnx rc[-02002]ER hComm[" + handle() + "] ER:errno[:22:Invalid argument]Fail to tcsetattr\n"));
+  EXPECT_THAT(traced("lSerialSettingsL"), ElementsAre("ERR Lnx rc[-02002]ER hComm[" + handle() +
+                                                      "] ER:errno[:22:Invalid argument]Fail to tcsetattr\n"));
   EXPECT_EQ(count_of(Call::kRead), 0);
 }
 
@@ -147,7 +151,8 @@ TEST_F(PortFaultTest, FailedUnlockStillCloses) {
   EXPECT_EQ(lSerialCloseL(), 0);
   EXPECT_EQ(hComm, -1);
   EXPECT_EQ(count_of(Call::kClose), 1);
-  EXPECT_THAT(traced("lSerialUnlock"), ElementsAre("ERR Lnx rc[-02011]ER: Unlock fail: hComm[" + shown + "]\n"));
+  EXPECT_THAT(traced("lSerialUnlock"),
+              ElementsAre("ERR Lnx rc[-02011]ER: Unlock fail: hComm[" + shown + "]\n"));
   EXPECT_THAT(traced("lSerialCloseL"), ElementsAre("ERR Lnx rc[-02011]ER: hComm[" + shown + "]\n"));
 }
 
@@ -162,8 +167,8 @@ TEST_F(PortFaultTest, FailedCloseIsReported) {
 
 TEST_F(PortFaultTest, InterruptionsChangeNoOutcome) {
   open_port();
-  inject({failure(Call::kFlock, EINTR, 2), failure(Call::kTcgetattr, EINTR, 2), failure(Call::kTcsetattr, EINTR, 2),
-          failure(Call::kClose, EINTR)});
+  inject({failure(Call::kFlock, EINTR, 2), failure(Call::kTcgetattr, EINTR, 2),
+          failure(Call::kTcsetattr, EINTR, 2), failure(Call::kClose, EINTR)});
   EXPECT_EQ(lSerialLock(), 0);
   EXPECT_EQ(lSerialSettingsL(), 0);
   EXPECT_EQ(lSerialCloseL(), 0);
@@ -175,15 +180,17 @@ TEST_F(PortFaultTest, InterruptionsChangeNoOutcome) {
 TEST_F(SendingFaultTest, WriteErrorInTheFirstBlockFails) {
   inject({failure(Call::kWrite, EIO)});
   EXPECT_EQ(transmit(kCommand), -2006);
-  EXPECT_THAT(sending_lines(), ElementsAre("ERR Lnx errno[00005:Input/output error]ER iBytesWritten[-001] uiOffset[0000] "
-                                           "uiTxBufSz[0022] diff[0000]\n"));
+  EXPECT_THAT(sending_lines(),
+              ElementsAre("ERR Lnx errno[00005:Input/output error]ER iBytesWritten[-001] uiOffset[0000] "
+                          "uiTxBufSz[0022] diff[0000]\n"));
 }
 
 TEST_F(SendingFaultTest, BadDescriptorIsAWriteErrorLikeAnyOther) {
   inject({failure(Call::kWrite, EBADF)});
   EXPECT_EQ(transmit(kCommand), -2006);
-  EXPECT_THAT(sending_lines(), ElementsAre("ERR Lnx errno[00009:Bad file descriptor]ER iBytesWritten[-001] uiOffset[0000] "
-                                           "uiTxBufSz[0022] diff[0000]\n"));
+  EXPECT_THAT(sending_lines(),
+              ElementsAre("ERR Lnx errno[00009:Bad file descriptor]ER iBytesWritten[-001] uiOffset[0000] "
+                          "uiTxBufSz[0022] diff[0000]\n"));
 }
 
 TEST_F(SendingFaultTest, WriteErrorShowsHowFarItCameAndTheLastMeasuredTime) {
@@ -192,7 +199,8 @@ TEST_F(SendingFaultTest, WriteErrorShowsHowFarItCameAndTheLastMeasuredTime) {
   const Lines lines = sending_lines();
   ASSERT_THAT(lines, SizeIs(11));
   int measured = 0;
-  ASSERT_EQ(std::sscanf(lines[9].c_str(), "%*[^]]] errno[00000011]EAGAIN:EWOULDBLOCK diff[%d]", &measured), 1);
+  ASSERT_EQ(std::sscanf(lines[9].c_str(), "%*[^]]] errno[00000011]EAGAIN:EWOULDBLOCK diff[%d]", &measured),
+            1);
   EXPECT_GT(measured, 0);
   EXPECT_EQ(lines[10], printed("ERR Lnx errno[00005:Input/output error]ER iBytesWritten[-001] uiOffset[0005] "
                                "uiTxBufSz[0022] diff[%04d]\n",
@@ -216,8 +224,9 @@ TEST_F(SendingFaultTest, WriteErrorAfterANakReturnsZero) {
   device().play({expect_frame(), nak()});
   inject({failure(Call::kWrite, EIO, 1, 1)});
   EXPECT_EQ(transmit(kCommand), 0);
-  EXPECT_EQ(sending_lines().back(), "ERR Lnx errno[00005:Input/output error]ER iBytesWritten[-001] uiOffset[0000] "
-                                    "uiTxBufSz[0022] diff[0000]\n");
+  EXPECT_EQ(sending_lines().back(),
+            "ERR Lnx errno[00005:Input/output error]ER iBytesWritten[-001] uiOffset[0000] "
+            "uiTxBufSz[0022] diff[0000]\n");
 }
 
 TEST_F(SendingFaultTest, ShortWritesMakeTheSameFrame) {
@@ -230,7 +239,8 @@ TEST_F(SendingFaultTest, ShortWritesMakeTheSameFrame) {
 
 TEST_F(SendingFaultTest, ShortWritesStopAtTheBlockEnd) {
   const std::string text(40000 - 3, 'x');
-  device().play({expect_block(kBlock), ack(), expect_block(kBlock), ack(), expect_block(40000 - 2 * kBlock), ack()});
+  device().play(
+      {expect_block(kBlock), ack(), expect_block(kBlock), ack(), expect_block(40000 - 2 * kBlock), ack()});
   inject({{Call::kWrite, 0, kForever, 0, 0, "", 1000}});
   EXPECT_EQ(transmit(text), 40000);
   expect_script_played();
@@ -243,8 +253,9 @@ TEST_F(SendingFaultTest, RefusedWritesAreTracedEachAndRepeated) {
   EXPECT_EQ(transmit(kCommand), 22);
   const Lines lines = with_text(sending_lines(), "Win: uiPktSz");
   EXPECT_THAT(lines, SizeIs(100));
-  EXPECT_THAT(lines, Each(testing::MatchesRegex("ERR Win: uiPktSz\\[00000022\\] errno\\[00000011\\]EAGAIN:EWOULDBLOCK "
-                                                "diff\\[[0-9]+\\] iTimeout\\[2000\\]\n")));
+  EXPECT_THAT(lines, Each(testing::MatchesRegex(
+                         "ERR Win: uiPktSz\\[00000022\\] errno\\[00000011\\]EAGAIN:EWOULDBLOCK "
+                         "diff\\[[0-9]+\\] iTimeout\\[2000\\]\n")));
   EXPECT_GE(ms(), 98) << "about one look a millisecond, although the port claims to have room";
 }
 
@@ -252,8 +263,9 @@ TEST_F(SendingFaultTest, WriteThatFailsWithoutErrnoIsTracedAsOther) {
   device().play({expect_frame(), ack()});
   inject({failure(Call::kWrite, 0)});
   EXPECT_EQ(transmit(kCommand), 22);
-  EXPECT_THAT(with_text(sending_lines(), "Win: uiPktSz"),
-              ElementsAre("ERR Win: uiPktSz[00000022] errno[00000000]OTHER              diff[0] iTimeout[2000]\n"));
+  EXPECT_THAT(
+      with_text(sending_lines(), "Win: uiPktSz"),
+      ElementsAre("ERR Win: uiPktSz[00000022] errno[00000000]OTHER              diff[0] iTimeout[2000]\n"));
 }
 
 TEST_F(SendingFaultTest, WriteOfNothingIsRepeatedWithoutALine) {
@@ -267,13 +279,16 @@ TEST_F(SendingFaultTest, EndlessWritesOfNothingFailAfterTwoSeconds) {
   inject({nothing(Call::kWrite, kForever)});
   EXPECT_EQ(transmit(kCommand), -2007);
   EXPECT_EQ(ms(), 2001);
-  EXPECT_THAT(without_errno(sending_lines()),
-              ElementsAre("ERR Lnx errno[]ER iBytesWritten[0000] uiOffset[0000] uiTxBufSz[0022] diff[2001] Timeout...\n"));
+  EXPECT_THAT(
+      without_errno(sending_lines()),
+      ElementsAre(
+          "ERR Lnx errno[]ER iBytesWritten[0000] uiOffset[0000] uiTxBufSz[0022] diff[2001] Timeout...\n"));
 }
 
 TEST_F(SendingFaultTest, InterruptedWritesChangeNothing) {
   device().play({expect_frame(), ack()});
-  inject({failure(Call::kWrite, EINTR, 1000), failure(Call::kRead, EINTR, 1000), failure(Call::kPoll, EINTR, 1000)});
+  inject({failure(Call::kWrite, EINTR, 1000), failure(Call::kRead, EINTR, 1000),
+          failure(Call::kPoll, EINTR, 1000)});
   EXPECT_EQ(transmit(kCommand), 22);
   expect_script_played();
   EXPECT_EQ(ms(), 0);
@@ -286,7 +301,8 @@ TEST_F(AnswerFaultTest, ReadErrorFailsAtOnceWithItsLineTwice) {
   device().play({ack()});
   inject({failure(Call::kRead, EIO)});
   EXPECT_EQ(cSerialReadAck(), -4);
-  const std::string line = "ERR   rc[-0004]ER:Lnx hComm[" + handle() + "] Timeout[Input/output error] t[0]ms\n";
+  const std::string line =
+      "ERR   rc[-0004]ER:Lnx hComm[" + handle() + "] Timeout[Input/output error] t[0]ms\n";
   EXPECT_THAT(waiting_lines(), ElementsAre(line, line));
 }
 
@@ -340,7 +356,8 @@ TEST_F(AnswerFaultTest, ReadErrorBehindAStrayStxEndsTheWait) {
   device().play({send("\x02\x15")});
   inject({failure(Call::kRead, EIO, 1, 1)});
   EXPECT_EQ(cSerialReadAck(), -2);
-  EXPECT_THAT(waiting_lines().back(), testing::MatchesRegex("WRN  rc\\[-00002\\]ER SAT->PC Rcvd\\[..h\\]Exiting\n"));
+  EXPECT_THAT(waiting_lines().back(),
+              testing::MatchesRegex("WRN  rc\\[-00002\\]ER SAT->PC Rcvd\\[..h\\]Exiting\n"));
 }
 
 TEST_F(AnswerFaultTest, InterruptedReadBehindAStrayStxIsRepeated) {
@@ -378,10 +395,11 @@ TEST_F(ReceivingFaultTest, EmptyReadsAreTracedByErrnoWheneverItChanges) {
   for (const std::string& line : lines) shown.push_back(std::regex_replace(line, time, "liDiffTime[]"));
   EXPECT_THAT(
       shown,
-      ElementsAre("INF Win: iBytesRead[-0000001] errno[00000009]EBADF              liDiffTime[] iTimeout[2000]\n",
-                  "INF Win: iBytesRead[-0000001] errno[00000011]EAGAIN:EWOULDBLOCK liDiffTime[] iTimeout[2000]\n",
-                  "INF Win: ulTxPktSz[-0000001] errno[00000000]OTHER              liDiffTime[] iTimeout[2000]\n",
-                  "INF Win: iBytesRead[-0000001] errno[00000009]EBADF              liDiffTime[] iTimeout[2000]\n"));
+      ElementsAre(
+          "INF Win: iBytesRead[-0000001] errno[00000009]EBADF              liDiffTime[] iTimeout[2000]\n",
+          "INF Win: iBytesRead[-0000001] errno[00000011]EAGAIN:EWOULDBLOCK liDiffTime[] iTimeout[2000]\n",
+          "INF Win: ulTxPktSz[-0000001] errno[00000000]OTHER              liDiffTime[] iTimeout[2000]\n",
+          "INF Win: iBytesRead[-0000001] errno[00000009]EBADF              liDiffTime[] iTimeout[2000]\n"));
 }
 
 TEST_F(ReceivingFaultTest, ReadErrorInsideTheFrameEndsTheCallWithoutANak) {
@@ -396,16 +414,21 @@ TEST_F(ReceivingFaultTest, BadDescriptorInsideTheFrameIsWaitedOut) {
   device().play({send_frame("AB"), expect_ack()});
   inject({failure(Call::kRead, EBADF, 5, 1)});
   EXPECT_EQ(receive(), 2);
-  EXPECT_THAT(with_text(reading_lines(), "errno"),
-              ElementsAre("INF Win: iBytesRead[-0000001] errno[00000009]EBADF              liDiffTime[0] iTimeout[100]\n"));
+  EXPECT_THAT(
+      with_text(reading_lines(), "errno"),
+      ElementsAre(
+          "INF Win: iBytesRead[-0000001] errno[00000009]EBADF              liDiffTime[0] iTimeout[100]\n"));
 }
 
 TEST_F(ReceivingFaultTest, EmptyReadsInsideTheFrameAreAGapAfterATenthOfASecond) {
-  device().play({send("\x02" "AB"), expect_nak(), send_frame("CD"), expect_ack()});
+  device().play({send("\x02"
+                      "AB"),
+                 expect_nak(), send_frame("CD"), expect_ack()});
   inject({nothing(Call::kRead, 200, 1)});
   EXPECT_EQ(receive(), 2) << "the rest of the broken frame is dropped in front of the next";
   expect_script_played();
-  EXPECT_THAT(with_text(reading_lines(), "Send NAK"), Contains(StartsWith("ERR Lnx: rc[-02006]ER Send NAK  (3)[1]{16384}Timeout")));
+  EXPECT_THAT(with_text(reading_lines(), "Send NAK"),
+              Contains(StartsWith("ERR Lnx: rc[-02006]ER Send NAK  (3)[1]{16384}Timeout")));
 }
 
 TEST_F(ReceivingFaultTest, FailedWaitGoesOnToTheRead) {
@@ -417,7 +440,8 @@ TEST_F(ReceivingFaultTest, FailedWaitGoesOnToTheRead) {
 
 TEST_F(ReceivingFaultTest, InterruptionsChangeNothing) {
   device().play({send_frame("AB"), expect_ack()});
-  inject({failure(Call::kPoll, EINTR, 500), failure(Call::kRead, EINTR, 500), failure(Call::kWrite, EINTR, 500)});
+  inject({failure(Call::kPoll, EINTR, 500), failure(Call::kRead, EINTR, 500),
+          failure(Call::kWrite, EINTR, 500)});
   EXPECT_EQ(receive(), 2);
   expect_script_played();
   EXPECT_THAT(reading_lines(), SizeIs(2));
@@ -507,13 +531,17 @@ class TransactionFaultTest : public FaultTest {
 
 TEST_F(TransactionFaultTest, LockThatFailsOtherwiseHasItsOwnText) {
   inject({failure(Call::kFlock, ENOLCK)});
-  const std::string text = "SAT Erro[-02010]Lnx SAT  Dev[" + device().path() + "] ocupado L[2272] F[Communicate]";
-  EXPECT_EQ(ConsultarStatusOperacional(42, "s3gr3d0-de-ativacao-muito-longo-mesmo-para-este-teste-de-hoje"), text);
+  const std::string text =
+      "SAT Erro[-02010]Lnx SAT  Dev[" + device().path() + "] ocupado L[2272] F[Communicate]";
+  EXPECT_EQ(ConsultarStatusOperacional(42, "s3gr3d0-de-ativacao-muito-longo-mesmo-para-este-teste-de-hoje"),
+            text);
   EXPECT_TRUE(is_zero_behind_text(gl_sSatPkt, kPacketBufferSize));
-  EXPECT_EQ(traced("Communicate").back(),
-            printed("ERR Lnx:ER:STEP-05c rc[-02010]ER: errno[00037:No locks available]ER:Fail to Lock\\n\t <<  SO->PC "
-                    "pBuffer[%05zu:%s]n",
-                    text.size(), text.c_str()));
+  EXPECT_EQ(
+      traced("Communicate").back(),
+      printed(
+          "ERR Lnx:ER:STEP-05c rc[-02010]ER: errno[00037:No locks available]ER:Fail to Lock\\n\t <<  SO->PC "
+          "pBuffer[%05zu:%s]n",
+          text.size(), text.c_str()));
   EXPECT_EQ(hComm, -1);
   EXPECT_EQ(count_of(Call::kTcgetattr), 0);
   EXPECT_EQ(device().verdict(), "");
@@ -537,16 +565,17 @@ TEST_F(TransactionFaultTest, FirstWriteErrorFailsTheTransaction) {
 TEST_F(TransactionFaultTest, ReadErrorInsideTheReplyFailsTheTransaction) {
   device().play({expect_frame(), ack(), await_reader(), send("\x02")});
   inject({failure(Call::kRead, EIO, 1, 3)});  // behind the drained queue, the ACK and the STX
-  EXPECT_EQ(ConsultarSAT(42), "SAT Erro[-02007]Lnx SAT  Dev[" + device().path() +
-                                  "] falhou na recepcao da resposta L[2324] F[Communicate] LibVer[23-JUL-2020]");
+  EXPECT_EQ(ConsultarSAT(42),
+            "SAT Erro[-02007]Lnx SAT  Dev[" + device().path() +
+                "] falhou na recepcao da resposta L[2324] F[Communicate] LibVer[23-JUL-2020]");
   expect_script_played();
   EXPECT_EQ(hComm, -1);
 }
 
 TEST_F(TransactionFaultTest, SettingsThatFailGiveThePortBack) {
   inject({failure(Call::kTcsetattr, EIO)});
-  EXPECT_EQ(ConsultarSAT(42),
-            "SAT Erro[-02002]Lnx SAT  Dev[" + device().path() + "] falhou ao configurar L[2286] F[Communicate]");
+  EXPECT_EQ(ConsultarSAT(42), "SAT Erro[-02002]Lnx SAT  Dev[" + device().path() +
+                                  "] falhou ao configurar L[2286] F[Communicate]");
   EXPECT_EQ(count_of(Call::kClose), 1);
   EXPECT_EQ(hComm, -1);
 }
@@ -561,7 +590,8 @@ TEST_F(TransactionFaultTest, FailedCloseIsNotExamined) {
 TEST_F(TransactionFaultTest, InterruptionsEverywhereChangeNothing) {
   device().play({expect_frame(), ack(), send_frame("AB"), expect_ack()});
   std::vector<fault_calls::Fault> storm;
-  for (const Call call : {Call::kOpen, Call::kRead, Call::kWrite, Call::kPoll, Call::kFlock, Call::kTcgetattr, Call::kTcsetattr})
+  for (const Call call : {Call::kOpen, Call::kRead, Call::kWrite, Call::kPoll, Call::kFlock, Call::kTcgetattr,
+                          Call::kTcsetattr})
     storm.push_back(failure(call, EINTR, 7));
   inject(storm);
   EXPECT_STREQ(ConsultarSAT(42), "AB");

@@ -1,7 +1,5 @@
 #include "api/transmission.h"
 
-#include <poll.h>
-
 #include "link/virtual_link_fixture.h"
 
 namespace {
@@ -41,22 +39,13 @@ class TransmissionTest : public VirtualLinkTest {
     return text;
   }
 
-  void expect_received(const std::vector<std::string>& parts) {
-    EXPECT_TRUE(device().received() == parts) << device().received().size() << " parts";
+  static std::string zero_sum_command_for_frame_of(std::size_t length) {
+    const std::string text = command_for_frame_of(length - 1);
+    return text + static_cast<char>(256 - checksum(text));
   }
 
-  // So that the port takes nothing until the device reads. Returns the number of bytes on the line.
-  static std::size_t fill_line() {
-    constexpr int kSettled = 200;  // the kernel moves bytes up the line in the background
-    const std::string filling(4096, '-');
-    pollfd line{hComm, POLLOUT, 0};
-    std::size_t size = 0;
-    do {
-      for (ssize_t written; (written = write(hComm, filling.data(), filling.size())) > 0;) {
-        size += static_cast<std::size_t>(written);
-      }
-    } while (poll(&line, 1, kSettled) > 0);
-    return size;
+  void expect_received(const std::vector<std::string>& parts) {
+    EXPECT_TRUE(device().received() == parts) << device().received().size() << " parts";
   }
 
   static Lines answer_lines() { return traced("cSerialReadAck"); }
@@ -72,9 +61,12 @@ constexpr char kStrayStxLine[] = "WRN   rc[00002]WR:Lnx\n\t << SAT->PC Rcvd[02h]
 // ---- The frame --------------------------------------------------------------------------------------
 
 TEST_F(TransmissionTest, PlaceholderBecomesTheChecksumAndEtxFollows) {
-  device().play({expect("\x02" "AB\x83\x03"), ack()});
+  device().play({expect("\x02"
+                        "AB\x83\x03"),
+                 ack()});
   EXPECT_EQ(transmit("AB"), 5);
-  EXPECT_EQ(sent_text(), std::string("\x02" "AB\x83\x03"));
+  EXPECT_EQ(sent_text(), std::string("\x02"
+                                     "AB\x83\x03"));
   expect_script_played();
 }
 
@@ -82,7 +74,8 @@ TEST_F(TransmissionTest, SmallFrameAndItsAcknowledgementAreTraced) {
   device().play({expect_frame(), ack()});
   ASSERT_EQ(transmit("AB"), 5);
   EXPECT_THAT(traced("lSerialWriteBufL"), ElementsAre("INF Lnx\n\t >> Sent[0005] hC[" + handle() +
-                                                      "]\n\t >> PC->SAT Sent[00005:\x02" "AB\x83\x03]\n"));
+                                                      "]\n\t >> PC->SAT Sent[00005:\x02"
+                                                      "AB\x83\x03]\n"));
   EXPECT_THAT(answer_lines(), ElementsAre(kReadAckLine));
 }
 
@@ -92,7 +85,9 @@ struct ChecksumCase {
   unsigned char checksum;
 };
 
-void PrintTo(const ChecksumCase& test, std::ostream* out) { *out << test.name; }
+void PrintTo(const ChecksumCase& test, std::ostream* out) {
+  *out << test.name;
+}
 
 class ChecksumTest : public TransmissionTest, public testing::WithParamInterface<ChecksumCase> {};
 
@@ -116,15 +111,31 @@ INSTANTIATE_TEST_SUITE_P(Values, ChecksumTest,
                          [](const auto& test) { return test.param.name; });
 
 TEST_F(TransmissionTest, FrameWithChecksumZeroGoesByLengthNotByStringLength) {
-  const std::string zero_sum = command_for_frame_of(kBlock - 1) + '\0';
-  std::string text = zero_sum.substr(0, zero_sum.size() - 1);
-  text += static_cast<char>(256 - checksum(text));
-  ASSERT_EQ(checksum(text), 0);
-  const std::string bytes = frame(text);
-  ASSERT_EQ(bytes.size(), kBlock);
+  const std::string text = zero_sum_command_for_frame_of(kBlock);
   device().play({expect_block(kBlock), ack()});
   EXPECT_EQ(transmit(text), static_cast<int>(kBlock));
-  expect_received({bytes});
+  expect_received({frame(text)});
+}
+
+TEST_F(TransmissionTest, DissectorIsToldHowMuchHasBeenSent) {
+  const std::string text = zero_sum_command_for_frame_of(kBlock + 2);
+  device().play({expect_block(kBlock), ack(), expect_block(2), ack()});
+  ASSERT_EQ(transmit(text), static_cast<int>(kBlock + 2));
+  expect_script_played();
+  // Only behind the last block does the length show that a checksum of zero ended the string early.
+  const Lines messages = trace_messages("SAT_api.log");
+  EXPECT_THAT(with_text(messages, "P01="), SizeIs(2));
+  EXPECT_THAT(with_text(messages, "CKS[00h]=pSatCmdPkt[strlen(pSatCmdPkt)+0]"), SizeIs(1));
+}
+
+TEST_F(TransmissionTest, ProtocolLogOfAFrameWithChecksumZeroLosesItsEndsAndTurnsAround) {
+  std::filesystem::create_directory("Log");
+  tLog.ucModeMask = 1;
+  virtual_clock::set_local_time(2026, 3, 9, 8, 7, 6, 5);
+  device().play({expect_block(6), ack()});
+  ASSERT_EQ(transmit("A|C"), 6);
+  EXPECT_EQ(read_file("Log/20260309_SAT_ProtocolLog.txt"),
+            "20260309080706 SAT->PC << [A|<00><03>]WR:CKSUM=0x00--\n");
 }
 
 // ---- Blocks -----------------------------------------------------------------------------------------
@@ -149,7 +160,8 @@ TEST_F(TransmissionTest, FrameOfOneByteMoreIsTwoBlocksWithAnAcknowledgementAfter
 
 TEST_F(TransmissionTest, LongFrameIsSentBlockByBlock) {
   const std::string text = command_for_frame_of(40000);
-  device().play({expect_block(kBlock), ack(), expect_block(kBlock), ack(), expect_block(40000 - 2 * kBlock), ack()});
+  device().play(
+      {expect_block(kBlock), ack(), expect_block(kBlock), ack(), expect_block(40000 - 2 * kBlock), ack()});
   EXPECT_EQ(transmit(text), 40000);
   expect_script_played();
   EXPECT_EQ(times(1, device().received()[0]) + device().received()[1] + device().received()[2], frame(text));
@@ -170,9 +182,12 @@ TEST_F(TransmissionTest, EveryBlockOfEveryTransmissionGoesToDissectorAndProtocol
   EXPECT_THAT(with_text(messages, "LastParam"), SizeIs(4));
   std::string protocol;
   for (const auto& entry : std::filesystem::directory_iterator("Log")) protocol += read_file(entry.path());
-  const std::string rendered = "PC->SAT >> [<02>" + text + "<" + printed("%02X", checksum(text)) + "><03>]OK:a\n";
+  const std::string rendered =
+      "PC->SAT >> [<02>" + text + "<" + printed("%02X", checksum(text)) + "><03>]OK:a\n";
   std::size_t lines = 0;
-  for (std::size_t at = protocol.find(rendered); at != std::string::npos; at = protocol.find(rendered, at + 1)) ++lines;
+  for (std::size_t at = protocol.find(rendered); at != std::string::npos;
+       at = protocol.find(rendered, at + 1))
+    ++lines;
   EXPECT_EQ(lines, 4u);
 }
 
@@ -223,7 +238,8 @@ TEST_F(TransmissionTest, StxThenAckRetransmits) {
   device().play({expect_frame(), send("\x02\x06"), expect_frame(), ack()});
   EXPECT_EQ(transmit("AB"), 5);
   expect_script_played();
-  EXPECT_THAT(answer_lines(), ElementsAre(kStrayStxLine, "WRN  SAT->PC Rcvd[06h]ACK Expected ETX\n", kReadAckLine));
+  EXPECT_THAT(answer_lines(),
+              ElementsAre(kStrayStxLine, "WRN  SAT->PC Rcvd[06h]ACK Expected ETX\n", kReadAckLine));
 }
 
 TEST_F(TransmissionTest, StxThenNakProceedsAsIfAcknowledged) {
@@ -231,8 +247,8 @@ TEST_F(TransmissionTest, StxThenNakProceedsAsIfAcknowledged) {
   device().play({expect_block(kBlock), send("\x02\x15"), expect_block(1), send("\x02\x15")});
   EXPECT_EQ(transmit(text), static_cast<int>(kBlock + 1));
   expect_script_played();
-  EXPECT_THAT(answer_lines(), ElementsAre(kStrayStxLine, "WRN  SAT->PC Rcvd[15h]NAK Expected ETX\n", kStrayStxLine,
-                                          "WRN  SAT->PC Rcvd[15h]NAK Expected ETX\n"));
+  EXPECT_THAT(answer_lines(), ElementsAre(kStrayStxLine, "WRN  SAT->PC Rcvd[15h]NAK Expected ETX\n",
+                                          kStrayStxLine, "WRN  SAT->PC Rcvd[15h]NAK Expected ETX\n"));
 }
 
 TEST_F(TransmissionTest, StxThenEtxProceeds) {
@@ -248,8 +264,8 @@ TEST_F(TransmissionTest, GarbageBehindAStrayStxIsTracedUntilAnAnswer) {
   device().play({expect_frame(), send("\x02Z\x02\x03")});
   EXPECT_EQ(transmit("AB"), 5);
   expect_script_played();
-  EXPECT_THAT(answer_lines(), ElementsAre(kStrayStxLine, "WRN  SAT->PC Rcvd[5Ah]---\n", "WRN  SAT->PC Rcvd[02h]---\n",
-                                          "WRN  SAT->PC Rcvd[03h]ETX\n"));
+  EXPECT_THAT(answer_lines(), ElementsAre(kStrayStxLine, "WRN  SAT->PC Rcvd[5Ah]---\n",
+                                          "WRN  SAT->PC Rcvd[02h]---\n", "WRN  SAT->PC Rcvd[03h]ETX\n"));
 }
 
 TEST_F(TransmissionTest, ByteBehindAStrayStxMustAlreadyBeThere) {
@@ -260,7 +276,8 @@ TEST_F(TransmissionTest, ByteBehindAStrayStxMustAlreadyBeThere) {
   ASSERT_THAT(lines, SizeIs(2));
   EXPECT_EQ(lines[0], kStrayStxLine);
   EXPECT_THAT(lines[1], testing::MatchesRegex("WRN  rc\\[-00002\\]ER SAT->PC Rcvd\\[..h\\]Exiting\n"));
-  EXPECT_THAT(without_errno(traced("lSerialWriteBufL")), Contains("ERR Lnx errno[]:ER Waiting ACK/NAK from SAT\n"));
+  EXPECT_THAT(without_errno(traced("lSerialWriteBufL")),
+              Contains("ERR Lnx errno[]:ER Waiting ACK/NAK from SAT\n"));
 }
 
 TEST_F(TransmissionTest, HangUpBehindAStrayStxEndsTheWait) {
@@ -280,28 +297,30 @@ TEST_F(TransmissionTest, GarbageInsteadOfAnAnswerIsTracedAndTheWaitContinues) {
   device().play({expect_frame(), send("Z\xFF"), pause_ms(2900), ack()});
   EXPECT_EQ(transmit("AB"), 5);
   expect_script_played();
-  EXPECT_THAT(answer_lines(), ElementsAre("ERR   rc[-0001]ER:Lnx\n\t << SAT->PC Rcvd[5Ah]--- Expected ACK or NAK\n",
-                                          "ERR   rc[-0001]ER:Lnx\n\t << SAT->PC Rcvd[FFh]--- Expected ACK or NAK\n",
-                                          kReadAckLine));
+  EXPECT_THAT(
+      answer_lines(),
+      ElementsAre("ERR   rc[-0001]ER:Lnx\n\t << SAT->PC Rcvd[5Ah]--- Expected ACK or NAK\n",
+                  "ERR   rc[-0001]ER:Lnx\n\t << SAT->PC Rcvd[FFh]--- Expected ACK or NAK\n", kReadAckLine));
 }
 
 TEST_F(TransmissionTest, EtxAloneIsGarbage) {
   device().play({expect_frame(), send("\x03\x06")});
   EXPECT_EQ(transmit("AB"), 5);
-  EXPECT_THAT(answer_lines(), ElementsAre("ERR   rc[-0001]ER:Lnx\n\t << SAT->PC Rcvd[03h]--- Expected ACK or NAK\n",
-                                          kReadAckLine));
+  EXPECT_THAT(
+      answer_lines(),
+      ElementsAre("ERR   rc[-0001]ER:Lnx\n\t << SAT->PC Rcvd[03h]--- Expected ACK or NAK\n", kReadAckLine));
 }
 
 TEST_F(TransmissionTest, SilentDeviceFailsAfterFourWaitsOfThreeSeconds) {
   device().play({expect_frame()});
   EXPECT_EQ(transmit("AB"), -2);
   EXPECT_EQ(virtual_clock::monotonic_ms(), 12000);
-  EXPECT_THAT(answer_lines(),
-              ElementsAre("WRN  rc[-0001]WR: Lnx:FAIL select Trying Read\n\t       hComm[" + handle() +
-                              "] \n\t selectRetry[-1]\n",
-                          "ERR   rc[-0002]ER:Lnx hComm[" + handle() +
-                              "] Timeout[Resource temporarily unavailable] t[12000]ms\n"));
-  EXPECT_EQ(without_errno(traced("lSerialWriteBufL")).back(), "ERR Lnx errno[]:ER Waiting ACK/NAK from SAT\n");
+  EXPECT_THAT(answer_lines(), ElementsAre("WRN  rc[-0001]WR: Lnx:FAIL select Trying Read\n\t       hComm[" +
+                                              handle() + "] \n\t selectRetry[-1]\n",
+                                          "ERR   rc[-0002]ER:Lnx hComm[" + handle() +
+                                              "] Timeout[Resource temporarily unavailable] t[12000]ms\n"));
+  EXPECT_EQ(without_errno(traced("lSerialWriteBufL")).back(),
+            "ERR Lnx errno[]:ER Waiting ACK/NAK from SAT\n");
 }
 
 TEST_F(TransmissionTest, AnswerInTheFourthWaitIsTaken) {
@@ -319,8 +338,8 @@ TEST_F(TransmissionTest, WaitCounterIsNotRenewedByGarbage) {
   device().play({expect_frame(), pause_ms(10000), send("Z")});
   EXPECT_EQ(transmit("AB"), -2);
   EXPECT_EQ(virtual_clock::monotonic_ms(), 13000) << "three waits before the garbage, the fourth behind it";
-  EXPECT_EQ(answer_lines().back(),
-            "ERR   rc[-0002]ER:Lnx hComm[" + handle() + "] Timeout[Resource temporarily unavailable] t[13000]ms\n");
+  EXPECT_EQ(answer_lines().back(), "ERR   rc[-0002]ER:Lnx hComm[" + handle() +
+                                       "] Timeout[Resource temporarily unavailable] t[13000]ms\n");
 }
 
 TEST_F(TransmissionTest, EndlessGarbageEndsAfterAMinute) {
@@ -358,8 +377,9 @@ TEST_F(TransmissionTest, HungUpPortEndsTheWaitAfterTwoSeconds) {
   EXPECT_EQ(transmit("AB"), -2);
   EXPECT_GT(virtual_clock::monotonic_ms(), 2000);
   EXPECT_LT(virtual_clock::monotonic_ms(), 2010) << "read again at a slow pace, but not waited for";
-  EXPECT_THAT(answer_lines(), ElementsAre(AllOf(StartsWith("ERR   rc[-0002]ER:Lnx hComm[" + handle() + "] Timeout["),
-                                                EndsWith("] t[2001]ms\n"))));
+  EXPECT_THAT(answer_lines(),
+              ElementsAre(AllOf(StartsWith("ERR   rc[-0002]ER:Lnx hComm[" + handle() + "] Timeout["),
+                                EndsWith("] t[2001]ms\n"))));
 }
 
 // ---- Writing ----------------------------------------------------------------------------------------
@@ -373,18 +393,21 @@ TEST_F(TransmissionTest, PortThatTakesNoBytesFailsAfterTwoSeconds) {
   const Lines lines = traced("lSerialWriteBufL");
   ASSERT_THAT(lines, SizeIs(2003)) << "one look a millisecond, and the end";
   for (int i = 0; i <= 2001; ++i) {
-    ASSERT_EQ(lines[static_cast<std::size_t>(i)],
-              printed("ERR Win: uiPktSz[00000022] errno[00000011]EAGAIN:EWOULDBLOCK diff[%d] iTimeout[2000]\n", i));
+    ASSERT_EQ(
+        lines[static_cast<std::size_t>(i)],
+        printed("ERR Win: uiPktSz[00000022] errno[00000011]EAGAIN:EWOULDBLOCK diff[%d] iTimeout[2000]\n", i));
   }
-  EXPECT_EQ(lines.back(), "ERR Lnx errno[00011:Resource temporarily unavailable]ER iBytesWritten[-001] uiOffset[0000] "
-                          "uiTxBufSz[0022] diff[2001] Timeout...\n");
+  EXPECT_EQ(lines.back(),
+            "ERR Lnx errno[00011:Resource temporarily unavailable]ER iBytesWritten[-001] uiOffset[0000] "
+            "uiTxBufSz[0022] diff[2001] Timeout...\n");
 }
 
 TEST_F(TransmissionTest, EveryWrittenByteRenewsTheTwoSeconds) {
   log_errors_only();
   const std::size_t waiting = fill_line();
   const std::string text = command_for_frame_of(kBlock);
-  device().play({pause_ms(1990), take(8192), pause_ms(1990), take(8192), pause_ms(1990), take(waiting), ack()});
+  device().play(
+      {pause_ms(1990), take(8192), pause_ms(1990), take(8192), pause_ms(1990), take(waiting), ack()});
   EXPECT_EQ(transmit(text), static_cast<int>(kBlock));
   expect_script_played();
   EXPECT_GE(virtual_clock::monotonic_ms(), 3 * 1990);
@@ -413,8 +436,8 @@ TEST_F(TransmissionTest, NothingToSendIsRefused) {
 class LargeTraceTest : public TransmissionTest {
  protected:
   std::string large_line(std::size_t block_end, const std::string& frame_bytes) {
-    const std::string excerpt = frame_bytes.substr(0, 900) + "...**BIGPKG SLL-SAT**...." +
-                                frame_bytes.substr(block_end - 900);
+    const std::string excerpt =
+        frame_bytes.substr(0, 900) + "...**BIGPKG SLL-SAT**...." + frame_bytes.substr(block_end - 900);
     return printed("WRN Win: OK:hC[%08Xh]Sent ulTxPktSz[%05zu]BIG \n\t PC->SAT >>   pusTxPkt[%03zu:",
                    static_cast<unsigned>(hComm), block_end, excerpt.size()) +
            excerpt + "]\n";

@@ -32,9 +32,13 @@ void inject(std::vector<Fault> faults) {
   modem_lines.clear();
 }
 
-int count_of(Call call) { return counts[static_cast<int>(call)]; }
+int count_of(Call call) {
+  return counts[static_cast<int>(call)];
+}
 
-const std::vector<int>& raised_modem_lines() { return modem_lines; }
+const std::vector<int>& raised_modem_lines() {
+  return modem_lines;
+}
 
 namespace {
 

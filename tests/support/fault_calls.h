@@ -1,5 +1,5 @@
-// System calls on the library's port that fail when a test says so. The test is linked with fault_calls.cpp and
-// the linker's --wrap for each call; calls on other descriptors go through untouched.
+// System calls on the library's port that fail when a test says so. The test is linked with fault_calls.cpp
+// and the linker's --wrap for each call; calls on other descriptors go through untouched.
 #pragma once
 
 #include <string>

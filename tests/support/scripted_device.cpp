@@ -72,18 +72,40 @@ Script operator*(int times, const Script& script) {
   return all;
 }
 
-Step expect_frame() { return {Step::Kind::kExpectFrame, "", 0, 0}; }
-Step expect_block(std::size_t count) { return {Step::Kind::kExpectCount, "", count, 0}; }
-Step expect(std::string bytes) { return {Step::Kind::kExpectBytes, std::move(bytes), 0, 0}; }
-Step take(std::size_t count) { return {Step::Kind::kTake, "", count, 0}; }
-Step expect_ack() { return expect({kAck}); }
-Step expect_nak() { return expect({kNak}); }
+Step expect_frame() {
+  return {Step::Kind::kExpectFrame, "", 0, 0};
+}
+Step expect_block(std::size_t count) {
+  return {Step::Kind::kExpectCount, "", count, 0};
+}
+Step expect(std::string bytes) {
+  return {Step::Kind::kExpectBytes, std::move(bytes), 0, 0};
+}
+Step take(std::size_t count) {
+  return {Step::Kind::kTake, "", count, 0};
+}
+Step expect_ack() {
+  return expect({kAck});
+}
+Step expect_nak() {
+  return expect({kNak});
+}
 
-Step send(std::string bytes) { return {Step::Kind::kSend, std::move(bytes), 0, 0}; }
-Step ack() { return send({kAck}); }
-Step nak() { return send({kNak}); }
-Step send_frame(std::string_view text) { return send(frame(text)); }
-Step send_bad_frame(std::string_view text) { return send(bad_frame(text)); }
+Step send(std::string bytes) {
+  return {Step::Kind::kSend, std::move(bytes), 0, 0};
+}
+Step ack() {
+  return send({kAck});
+}
+Step nak() {
+  return send({kNak});
+}
+Step send_frame(std::string_view text) {
+  return send(frame(text));
+}
+Step send_bad_frame(std::string_view text) {
+  return send(bad_frame(text));
+}
 
 Script send_in_pieces(const std::string& bytes, std::size_t size) {
   Script script;
@@ -94,11 +116,21 @@ Script send_in_pieces(const std::string& bytes, std::size_t size) {
   return script;
 }
 
-Step flood(std::string bytes) { return {Step::Kind::kFlood, std::move(bytes), 0, 0}; }
-Step pause_ms(std::int64_t milliseconds) { return {Step::Kind::kPause, "", 0, milliseconds}; }
-Step await_reader() { return {Step::Kind::kAwaitReader, "", 0, 0}; }
-Step await_release() { return {Step::Kind::kAwaitRelease, "", 0, 0}; }
-Step hang_up() { return {Step::Kind::kHangUp, "", 0, 0}; }
+Step flood(std::string bytes) {
+  return {Step::Kind::kFlood, std::move(bytes), 0, 0};
+}
+Step pause_ms(std::int64_t milliseconds) {
+  return {Step::Kind::kPause, "", 0, milliseconds};
+}
+Step await_reader() {
+  return {Step::Kind::kAwaitReader, "", 0, 0};
+}
+Step await_release() {
+  return {Step::Kind::kAwaitRelease, "", 0, 0};
+}
+Step hang_up() {
+  return {Step::Kind::kHangUp, "", 0, 0};
+}
 
 // ---- The device -------------------------------------------------------------------------------------
 

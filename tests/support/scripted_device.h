@@ -35,7 +35,18 @@ std::string bad_frame(std::string_view text);
 std::string text_for_frame_of(std::size_t length);
 
 struct Step {
-  enum class Kind { kExpectFrame, kExpectCount, kExpectBytes, kTake, kSend, kPause, kAwaitRelease, kAwaitReader, kFlood, kHangUp };
+  enum class Kind {
+    kExpectFrame,
+    kExpectCount,
+    kExpectBytes,
+    kTake,
+    kSend,
+    kPause,
+    kAwaitRelease,
+    kAwaitReader,
+    kFlood,
+    kHangUp
+  };
   Kind kind;
   std::string bytes;
   std::size_t count = 0;
