@@ -11,6 +11,7 @@
 #include "olk_sat_utils/return_codes.h"
 #include "olk_utils/bounded_text.h"
 #include "olk_utils/ini_file.h"
+#include "olk_utils/open_file.h"
 #include "olk_utils/trace_log.h"
 
 namespace {
@@ -374,7 +375,7 @@ int CreateFile_TalvexIni() {
     API_TRACE(kInfo, " rc[%06d]OK file[%s]Already Exist!\n", existing, kIniFileName);
     return existing;
   }
-  const int file = open(kIniFileName, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666);
+  const int file = open_file(kIniFileName, O_WRONLY | O_CREAT | O_TRUNC, 0666);
   if (file == -1) {
     API_TRACE(kError, " rc[%06d]ER file[%s]Could not be Created!!!\n", existing, kIniFileName);
     return existing;

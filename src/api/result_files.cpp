@@ -1,11 +1,15 @@
 #include "api/result_files.h"
 
+#include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
+#include <unistd.h>
 
 #include "api/context.h"
+#include "olk_utils/open_file.h"
 #include "olk_utils/system_clock.h"
 #include "olk_utils/trace_log.h"
+#include "olk_utils/whole_write.h"
 
 namespace {
 
@@ -31,8 +35,8 @@ void save(const char* path, const tm& now, const char* buffer, uint32_t length) 
   char time_stamp[64];
   snprintf(time_stamp, sizeof time_stamp, "%02d/%02d/%04d %02d:%02d:%02d", now.tm_mday, now.tm_mon + 1,
            now.tm_year + 1900, now.tm_hour, now.tm_min, now.tm_sec);
-  FILE* file = fopen(path, "w+e");
-  if (file == nullptr) {
+  const int file = open_file(path, O_RDWR | O_CREAT | O_TRUNC, 0666);
+  if (file == -1) {
     API_TRACE_IN("write_operation_result", kInfo,
                  "Win: rc[%06d]ER:Timestamp Not Saved on File[%s]\n\t          [DD/MM/YYYY HH:MM:SS]\n\t "
                  "strTmpTimeStamp[%s]\n",
@@ -43,8 +47,8 @@ void save(const char* path, const tm& now, const char* buffer, uint32_t length) 
       "write_operation_result", kInfo,
       "Win: rc[%06d]OK:\n\tSaved File[%s]\n\t          [DD/MM/YYYY HH:MM:SS]\n\t strTmpTimeStamp[%s]\n", kOk,
       path, time_stamp);
-  fwrite(buffer, 1, length, file);
-  fclose(file);
+  write_whole(file, buffer, length);
+  close(file);
 }
 
 }  // namespace

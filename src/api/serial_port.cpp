@@ -13,6 +13,7 @@
 #include "api/link_codes.h"
 #include "api/link_io.h"
 #include "olk_utils/bounded_text.h"
+#include "olk_utils/open_file.h"
 #include "olk_utils/system_clock.h"
 #include "olk_utils/trace_log.h"
 
@@ -33,7 +34,7 @@ int uninterrupted(Call call) {
 }
 
 int open_device(const char* path) {
-  return uninterrupted([path] { return open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC); });
+  return uninterrupted([path] { return open_file(path, O_RDWR); });
 }
 
 bool change_lock(int operation) {

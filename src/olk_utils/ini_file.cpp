@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "olk_utils/bounded_text.h"
+#include "olk_utils/open_file.h"
 #include "olk_utils/trace_log.h"
 
 namespace {
@@ -43,11 +44,6 @@ constexpr char kSilentItem[] = "FixarPorta";
 
 // Dropped wherever they stand in a value that is read.
 constexpr char kDroppedCharacters[] = "= ";
-
-// Never blocks, so that a FIFO in the place of the file does not hang the caller.
-int open_file(const char* file_name, int flags) {
-  return open(file_name, flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666);
-}
 
 // Reads until the buffer is full or the file ends. False when reading fails; length then still says how
 // much came in.
@@ -259,7 +255,7 @@ int create_file(const Edit& edit) {
 
   UTILS_TRACE_IN(kWriter, kWarning, " rc[%06d]WR: pIniFileName[%s] Not Found! Create it now!!!\n", -1,
                  edit.file_name);
-  const int file = open_file(edit.file_name, O_WRONLY | O_APPEND | O_CREAT);
+  const int file = open_file(edit.file_name, O_WRONLY | O_APPEND | O_CREAT, 0666);
   if (file == -1) {
     UTILS_TRACE_IN(kWriter, kError,
                    " rc[%06d]ER:INI_FILE_ERR_CREATE fopen Fail pIniFileName[%s] pSession[%s] pItem[%s]\n",
@@ -284,7 +280,7 @@ int append_section(const Edit& edit) {
   char lines[kLineSize];
   if (!compose_section(edit, "\n", "-\n", lines)) return refuse(edit, "line too long");
 
-  const int file = open_file(edit.file_name, O_WRONLY | O_APPEND | O_CREAT);
+  const int file = open_file(edit.file_name, O_WRONLY | O_APPEND | O_CREAT, 0666);
   if (file == -1) return report_unopened(edit);
   const int with_item = has_value(edit) ? kSectionWithItem : kItemWithoutValue;
   return store(edit, file, lines, strlen(lines), names_item(edit) ? with_item : kSectionOnly,
@@ -293,7 +289,7 @@ int append_section(const Edit& edit) {
 
 // The truncating write comes last, when the new text is complete.
 int rewrite(const Edit& edit, const Text& text, int success) {
-  const int file = open_file(edit.file_name, O_WRONLY | O_TRUNC | O_CREAT);
+  const int file = open_file(edit.file_name, O_WRONLY | O_TRUNC | O_CREAT, 0666);
   if (file == -1) {
     UTILS_TRACE_IN(
         kWriter, kError,
@@ -372,7 +368,7 @@ int append_item(const Edit& edit) {
   char line[kLineSize];
   if (!compose_item(edit, line, sizeof line)) return refuse(edit, "line too long");
 
-  const int file = open_file(edit.file_name, O_WRONLY | O_APPEND | O_CREAT);
+  const int file = open_file(edit.file_name, O_WRONLY | O_APPEND | O_CREAT, 0666);
   if (file == -1) return report_unopened_for_append(edit);
   return store(edit, file, line, strlen(line), INI_FILE_ITEM_ADDED, INI_FILE_ERR_NOT_FOUND);
 }

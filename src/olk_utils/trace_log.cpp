@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "olk_utils/open_file.h"
 #include "olk_utils/system_clock.h"
 
 int64_t bErrorLogsEnabled;
@@ -81,10 +82,8 @@ void dated_file_name(char (&name)[kFileNameSize], const char* path_prefix, const
   }
 }
 
-// Without blocking: a FIFO in the place of the log must not stop a sale.
 FILE* open_for_append(const char* file_name) {
-  const int descriptor =
-      open(file_name, O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666);
+  const int descriptor = open_file(file_name, O_WRONLY | O_APPEND | O_CREAT, 0666);
   if (descriptor == -1) return nullptr;
   FILE* log = fdopen(descriptor, "a");
   if (log == nullptr) close(descriptor);
