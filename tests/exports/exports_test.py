@@ -32,9 +32,11 @@ def listed(path):
 def exported(library):
     exports = {}
     for line in output_of("nm", "-D", "-S", "--defined-only", "--with-symbol-versions", library).splitlines():
-        _, size, letter, name = line.split()
-        is_function = letter == "T"
-        exports[name] = ("function", None) if is_function else ("data", int(size, 16))
+        size, letter, name = re.fullmatch(r"[0-9a-f]+ (?:([0-9a-f]+) )?(\S) (.+)", line).groups()
+        if letter in "BDR":
+            exports[name] = ("data", int(size, 16))
+        else:
+            exports[name] = ("function" if letter == "T" else f"symbol of kind {letter}", None)
     return exports
 
 

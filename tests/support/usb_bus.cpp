@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <sstream>
 
 #include "support/text_files.h"
 
@@ -14,7 +15,7 @@ void write_program(const std::filesystem::path& path, const std::string& script)
 
 std::string joined(const std::vector<std::string>& lines, const std::string& prefix) {
   std::string text;
-  for (const std::string& line : lines) text += prefix + line + "\n";
+  for (const std::string& line : lines) text.append(prefix).append(line).append("\n");
   return text;
 }
 
@@ -22,22 +23,22 @@ std::string joined(const std::vector<std::string>& lines, const std::string& pre
 
 std::string UsbBus::description() const {
   const std::string host = "/devices/pci0000:00/0000:00:14.0/usb1";
-  std::string text = "P: " + host +
-                     "\nN: bus/usb/001/001\nE: DEVNAME=/dev/bus/usb/001/001\nE: DEVTYPE=usb_device\nE: "
-                     "SUBSYSTEM=usb\nA: dev=189:0\\n\n\n";
-  int number = 0;
+  std::ostringstream text;
+  text
+      << "P: " << host
+      << "\nN: bus/usb/001/001\nE: DEVNAME=/dev/bus/usb/001/001\nE: DEVTYPE=usb_device\nE: SUBSYSTEM=usb\nA: "
+         "dev=189:0\\n\n\n";
+  int port = 0;
   for (const UsbNode& node : nodes_) {
-    const std::string port = std::to_string(++number);
-    const std::string device = host + "/1-" + port;
-    text += "P: " + device + "\nN: bus/usb/001/00" + std::to_string(number + 1) +
-            "\nE: DEVNAME=/dev/bus/usb/001/00" + std::to_string(number + 1) +
-            "\nE: DEVTYPE=usb_device\nE: SUBSYSTEM=usb\n" + joined(node.properties, "E: ") +
-            "A: dev=189:" + port + "\\n\n\n";
-    text += "P: " + device + "/1-" + port + ":1.0/tty/" + node.name + "\nN: " + node.name +
-            "\nE: DEVNAME=/dev/" + node.name + "\nE: SUBSYSTEM=tty\n" + joined(node.properties, "E: ") +
-            "A: dev=166:" + port + "\\n\n\n";
+    ++port;
+    text << "P: " << host << "/1-" << port << "\nN: bus/usb/001/00" << port + 1
+         << "\nE: DEVNAME=/dev/bus/usb/001/00" << port + 1 << "\nE: DEVTYPE=usb_device\nE: SUBSYSTEM=usb\n"
+         << joined(node.properties, "E: ") << "A: dev=189:" << port << "\\n\n\n";
+    text << "P: " << host << "/1-" << port << "/1-" << port << ":1.0/tty/" << node.name
+         << "\nN: " << node.name << "\nE: DEVNAME=/dev/" << node.name << "\nE: SUBSYSTEM=tty\n"
+         << joined(node.properties, "E: ") << "A: dev=166:" << port << "\\n\n\n";
   }
-  return text;
+  return text.str();
 }
 
 CannedSearch::CannedSearch(const std::vector<UsbNode>& nodes) {

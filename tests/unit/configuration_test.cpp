@@ -218,6 +218,11 @@ std::string present(const Item& item) {
   return formatted("%s=%s", item.name, item.value);
 }
 
+// The record with its padding: what is painted and not written must stay.
+std::string bytes_of(const SatContext& record) {
+  return {reinterpret_cast<const char*>(&record), sizeof record};
+}
+
 class Configuration : public ApiTraceTest {
  protected:
   Configuration() {
@@ -314,6 +319,8 @@ TEST_F(DefaultFile, ThatIsGoneOnceWrittenIsReported) {
 TEST_F(DefaultFile, OnAFullDiskEndsWithItsSizeZero) {
   ASSERT_EQ(symlink("/dev/full", "SAT.ini"), 0);
   EXPECT_EQ(CreateFile_TalvexIni(), 0);
+  EXPECT_THAT(take_lines(),
+              ElementsAre(created_line("WRN", " rc[000000]OK file[SAT.ini]Successfull Created!!!\n")));
 }
 
 TEST_F(DefaultFile, YieldsTheseSettings) {
@@ -419,7 +426,7 @@ TEST_F(ConfigurationLines, BeginWithAPassLineOnceTheLibraryIsSetUp) {
 TEST_F(ConfigurationLines, OfAFileThatCannotBeCreated) {
   ASSERT_EQ(symlink("no/such/directory/SAT.ini", "SAT.ini"), 0);
   std::memset(&gl_tSat, 0x33, sizeof gl_tSat);
-  SatContext before = gl_tSat;
+  const SatContext before = gl_tSat;
   EXPECT_EQ(UpdateTalvexConfiguration(), -1);
   EXPECT_THAT(
       take_lines(),
@@ -427,7 +434,7 @@ TEST_F(ConfigurationLines, OfAFileThatCannotBeCreated) {
           created_line("ERR", " rc[-00001]ER file[SAT.ini]Could not be Created!!!\n"),
           update_line("ERR",
                       "rc[-001]ER:FAIL  STEP00b  TalvexIniFileName[SAT.ini]Could  Not  Be  Created!!\n")));
-  EXPECT_EQ(std::memcmp(&gl_tSat, &before, sizeof before), 0);
+  EXPECT_EQ(bytes_of(gl_tSat), bytes_of(before));
 }
 
 TEST_F(ConfigurationLines, OfTheEngineLeaveOutOnlyTheMissingFixedPort) {
@@ -789,7 +796,7 @@ TEST_F(ConfigurationBounds, LongestValuesAreCutAndLeaveTheNeighboursAlone) {
   expected.iReadTotalTimeoutConstant = -11;
   expected.iWriteTotalTimeoutMultiplier = expected.iWriteTotalTimeoutConstant = 1;
   expected.lResultFilesOn = expected.lSatEmulatorOn = 0;
-  EXPECT_EQ(std::memcmp(&gl_tSat, &expected, sizeof expected), 0);
+  EXPECT_EQ(bytes_of(gl_tSat), bytes_of(expected));
 }
 
 TEST_F(ConfigurationBounds, ALongFixedPortDoesNotReachIntoTheSerialParameters) {

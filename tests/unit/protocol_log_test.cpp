@@ -48,7 +48,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::SizeIs;
 using namespace std::string_literals;
 
 constexpr char kToday[] = "Log/20200727_SAT_ProtocolLog.txt";
@@ -250,7 +249,7 @@ TEST_F(ProtocolLog, ClassificationIsTracedForFramesWithStxOnlyAndOnlyAtItsLevel)
 
 TEST_F(ProtocolLog, ALineLongerThanTheScratchBufferIsCutWithItsLineFeedKept) {
   CreateSAT_ProtLogFile();
-  const std::string text(11 * 1024 * 1024, 'x');
+  const std::string text(kPacketBufferSize + 1000000, 'x');
   log(text + "\0\0\0"s, kReceived);
   const std::string line = read_file(kToday);
   EXPECT_EQ(line.size(), kPacketBufferSize - 1);
@@ -599,11 +598,25 @@ TEST_F(ProtocolLog, AFileWithoutALineIsNotClosedAndTakesTheNextDaysFirstLine) {
   EXPECT_FALSE(std::filesystem::exists(kTomorrow));
 }
 
-TEST_F(ProtocolLog, DatesAndTimesAreThoseOfTheTimeZoneAsItIsNow) {
+// A host may change its time zone between two calls; each begins with CreateSAT_ProtLogFile.
+TEST_F(ProtocolLog, DatesAndTimesAreThoseOfTheCallsTimeZone) {
   virtual_clock::set_local_time(2020, 7, 28, 1, 30, 0, 0);
-  setenv("TZ", "BRT3", 1);
+  CreateSAT_ProtLogFile();
   log("A\0\0\0"s, kReceived);
-  EXPECT_EQ(read_file(kToday), "20200727223000 SAT->PC << [<02>A<--><03>]WR:d\n");
+  setenv("TZ", "BRT3", 1);
+  LogSATProtocolSzCtl();
+  CreateSAT_ProtLogFile();
+  log("B\0\0\0"s, kReceived);
+  EXPECT_EQ(read_file(kTomorrow), "20200728013000 SAT->PC << [<02>A<--><03>]WR:d\n");
+  EXPECT_EQ(read_file(kToday), "20200727223000 SAT->PC << [<02>B<--><03>]WR:d\n");
+}
+
+TEST_F(ProtocolLog, TimesAreThoseOfTheCallsTimeZoneInAFileLeftOpenToo) {
+  CreateSAT_ProtLogFile();
+  setenv("TZ", "BRT3", 1);
+  open_log_and_stdout();
+  log("A\0\0\0"s, kReceived);
+  EXPECT_EQ(read_file(kToday), "20200727001507 SAT->PC << [<02>A<--><03>]WR:d\n");
 }
 
 // ---- The size-control loop --------------------------------------------------------------------------
