@@ -89,7 +89,9 @@ class Till:
 
     def read_frame(self):
         """The raw frame, with block acknowledgements but without the final answer."""
-        data = b""
+        data = self.read()
+        while data and data != STX:
+            data = self.read()
         while not data.endswith(ETX):
             room = BLOCK - len(data) % BLOCK
             piece = self.read(room)

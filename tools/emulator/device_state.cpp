@@ -18,6 +18,13 @@ std::string dump(const json& value, int indent = -1) {
 }
 
 template <typename Record>
+std::size_t size_of(const KeptList<Record>& list) {
+  std::size_t size = 0;
+  for (const auto& record : list) size += record->json().size() + 2;
+  return size;
+}
+
+template <typename Record>
 void write_list(std::string& text, const char* name, const KeptList<Record>& list) {
   text += ",\n\"";
   text += name;
@@ -85,6 +92,7 @@ void transmit_pending(DeviceState& state, const std::string& now) {
 
 std::string to_json_text(const DeviceState& state) {
   std::string text = "{\n\"format\": " + std::to_string(kFormat) + ",\n\"device\": " + dump(json(state), 1);
+  text.reserve(text.size() + size_of(state.receipts) + size_of(state.sessions) + 100);
   write_list(text, "receipts", state.receipts);
   write_list(text, "sessions", state.sessions);
   return text + "\n}\n";

@@ -88,7 +88,7 @@ const std::vector<FaultAction>& fault_actions() {
          p.link.piece_pause = time_of(a, 1, 5);
        }},
       {"hangup", "N [back=MS] [as=NAME]", 1, 1, {"back", "as"},
-       "unplugs the device after N bytes of the reply; it is back MS milliseconds (300) later, linked as NAME",
+       "unplugs the device after N bytes of the reply; it is back, perhaps under another name, after MS (300)",
        hang_up},
       {"late", "MS", 1, 1, {}, "replies MS milliseconds late",
        [](const ActionArguments& a, CallPlan& p) { p.link.delay += time_of(a, 0, 0); }},

@@ -58,8 +58,9 @@ const Function* find_function(std::string_view name) {
 Command parse_command(std::string_view text) {
   Command command;
   command.function = find_function(text.substr(0, text.find(kSeparator)));
-  const std::size_t most = command.function != nullptr ? command.function->arguments + 2 : 2;
-  auto fields = split(text, most);
+  const std::size_t wanted = command.function != nullptr ? command.function->arguments : 0;
+  // One place more than wanted only for a function without arguments, to keep the session by itself.
+  auto fields = split(text, 2 + std::max<std::size_t>(1, wanted));
   command.name = std::move(fields[0]);
   if (fields.size() > 1) command.session = std::move(fields[1]);
   for (std::size_t i = 2; i < fields.size(); ++i) command.arguments.push_back(std::move(fields[i]));

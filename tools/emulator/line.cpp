@@ -16,6 +16,10 @@ namespace {
 
 // A till that takes nothing for this long has gone; it would have given the reply up long before.
 constexpr Milliseconds kStallLimit{5'000};
+// Hanging up destroys what the till has not read yet. Bytes take a moment to become visible as unread, so
+// only a line that stays empty for a while has been read.
+constexpr Milliseconds kSettled{20};
+constexpr Milliseconds kReadLimit{1'000};
 
 }  // namespace
 
@@ -39,7 +43,10 @@ Sent Line::write(std::string_view bytes, const std::vector<Cut>& cuts, const Abs
     if (cut.at > bytes.size() || cut.at < sent) continue;
     if (const Sent outcome = write(bytes.substr(sent, cut.at - sent)); outcome != Sent::all) return outcome;
     sent = cut.at;
-    if (cut.unplug) unplug(absence);
+    if (cut.unplug) {
+      wait_until_read();
+      unplug(absence);
+    }
     if (!pause(cut.pause)) return Sent::interrupted;
   }
   return write(bytes.substr(sent));
@@ -103,6 +110,14 @@ std::string Line::name_after(const Absence& absence) const {
   const bool bare = absence.new_name.find('/') == std::string::npos;
   return bare && slash != std::string::npos ? link_.name().substr(0, slash + 1) + absence.new_name
                                             : absence.new_name;
+}
+
+void Line::wait_until_read() {
+  const auto limit = Clock::now() + kReadLimit;
+  for (auto empty_since = Clock::now(); Clock::now() - empty_since < kSettled && Clock::now() < limit;) {
+    if (terminal_.unread() > 0) empty_since = Clock::now();
+    waiter_.wait(-1, 0, Clock::now() + Milliseconds(1));
+  }
 }
 
 bool Line::till_speaks() const {

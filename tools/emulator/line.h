@@ -59,7 +59,8 @@ class Line {
   [[noreturn]] void unplug(const Absence& absence);
 
   void discard_unread() const { terminal_.discard_unread(); }
-  int unread() const { return terminal_.unread(); }
+  // Waits until the till has read everything that was sent, or has long stopped reading.
+  void wait_until_read();
   const std::string& port() const { return terminal_.path(); }
   const std::string& link_name() const { return link_.name(); }
 

@@ -22,9 +22,9 @@ void fill(std::string& text) {
   }
 }
 
-// Masks what stands between tags from `from` to `to`.
+// Masks what stands between tags; `from` lies in a tag.
 void fill_between_tags(std::string& xml, std::size_t from, std::size_t to) {
-  bool in_tag = false;
+  bool in_tag = true;
   for (std::size_t i = from; i < to; ++i) {
     if (xml[i] == '<') in_tag = true;
     if (!in_tag && std::isspace(static_cast<unsigned char>(xml[i])) == 0) {
@@ -38,7 +38,7 @@ void mask_xml(std::string& xml) {
   for (const std::string name : kPersonalElements) {
     for (std::size_t at = 0; (at = xml.find("<" + name, at)) != std::string::npos; ++at) {
       const std::size_t end = std::min(xml.find("</" + name + ">", at), xml.size());
-      fill_between_tags(xml, std::min(xml.find('>', at), end), end);
+      fill_between_tags(xml, at, end);
     }
   }
 }

@@ -27,8 +27,11 @@ CLI::Validator validator(Check check) {
 }
 
 std::string row(const std::string& head, const std::string& text) {
-  constexpr std::size_t kColumn = 46;
-  return "  " + head + std::string(head.size() < kColumn ? kColumn - head.size() : 1, ' ') + text + "\n";
+  constexpr std::size_t kColumn = 32;
+  std::string line = "  " + head;
+  if (head.size() >= kColumn) line += "\n  " + std::string(kColumn, ' ');
+  else line.append(kColumn - head.size(), ' ');
+  return line + text + "\n";
 }
 
 std::string manual() {
@@ -37,8 +40,9 @@ Examples
   A device that is ready to sell, under a name that stays the same:
       sat-emulator --activated --link /tmp/ttySAT0
     and in the till's SAT.ini:
-      [SERIAL_PORT]
-      FixarPorta=/tmp/ttySAT0
+      [SAT_EMULATOR]
+      SerialPortLinux=/tmp/ttySAT0
+      Enable=1
   The same device tomorrow, receipts included:
       sat-emulator --activated --link /tmp/ttySAT0 --state sat.json
   Every byte the same in every run:
@@ -75,7 +79,7 @@ Exit codes
   0  ended by a signal or the order "quit", or the whole recording was played
   1  internal error
   2  wrong command line
-  3  a rule file or recording cannot be read or understood
+  3  a rule file or recording cannot be read, understood or written
   4  the port, its link or the control socket cannot be made
   5  the state file cannot be read, understood or written, or another emulator uses it
   6  in a replay the till did something else than in the recording
@@ -157,8 +161,8 @@ void add_traffic_options(CLI::App& app, Options& options) {
 
 std::optional<Options> parse_options(int argc, char** argv, int& exit_code) {
   Options options;
-  CLI::App app{"sat-emulator: a SAT device on a pseudo-terminal, for developing and testing tills.\n"};
-  app.set_version_flag("--version", "sat-emulator 2.0.0");
+  CLI::App app{"sat-emulator: a SAT device on a pseudo-terminal, for developing and testing tills.\n", "sat-emulator"};
+  app.set_version_flag("--version", "sat-emulator " TALVEX_VERSION);
   app.option_defaults()->always_capture_default(false);
   app.get_formatter()->column_width(34);
   app.footer(manual);

@@ -29,10 +29,13 @@ void make_raw(int fd) {
   if (tcsetattr(fd, TCSANOW, &settings) != 0) fail("setting the terminal raw");
 }
 
-bool is_stale_port_link(const fs::path& name) {
+// Terminals are numbered again from the lowest free one: the link that a killed emulator left may well lead
+// to the terminal that this one has just got.
+bool is_left_over_link(const fs::path& name, const fs::path& own_port) {
   std::error_code ignored;
-  return fs::is_symlink(name, ignored) && !fs::exists(name, ignored) &&
-         fs::read_symlink(name, ignored).parent_path() == "/dev/pts";
+  if (!fs::is_symlink(name, ignored)) return false;
+  const fs::path target = fs::read_symlink(name, ignored);
+  return target == own_port || (target.parent_path() == "/dev/pts" && !fs::exists(target, ignored));
 }
 
 }  // namespace
@@ -70,7 +73,7 @@ int PseudoTerminal::unread() const {
 }
 
 void PortLink::create(const std::string& name, const std::string& target) {
-  if (is_stale_port_link(name)) fs::remove(name);
+  if (is_left_over_link(name, target)) fs::remove(name);
   if (symlink(target.c_str(), name.c_str()) != 0) {
     throw std::runtime_error("cannot make the link " + name + ": " + std::generic_category().message(errno) +
                              (errno == EEXIST ? " (it is not a left-over link of an emulator)" : ""));

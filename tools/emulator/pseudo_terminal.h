@@ -34,7 +34,7 @@ class PseudoTerminal {
 };
 
 // A symbolic link to the port under a name that stays the same. Whatever stood there before is left alone,
-// unless it is the link of an emulator that was killed (a dangling link into /dev/pts).
+// unless it is the link of an emulator that was killed: one to a terminal that is gone, or to this very one.
 class PortLink {
  public:
   PortLink() = default;

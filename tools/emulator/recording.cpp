@@ -108,13 +108,18 @@ Recorder::~Recorder() {
   write(held_back_);
 }
 
+// A line to each frame and each answer, even if they arrived together.
 void Recorder::record(Direction direction, std::string_view bytes) {
   const std::chrono::duration<double> elapsed = Clock::now() - start_;
-  held_back_.push_back({elapsed.count(), direction, std::string(bytes)});
   bool& in_frame = in_frame_.at(static_cast<std::size_t>(direction));
-  for (const char c : bytes) {
-    if (c == static_cast<char>(kStx)) in_frame = true;
-    if (c == static_cast<char>(kEtx)) in_frame = false;
+  std::size_t begin = 0;
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(bytes[i]);
+    const bool complete = in_frame ? byte == kEtx : byte == kAck || byte == kNak;
+    if (in_frame ? byte == kEtx : byte == kStx) in_frame = !in_frame;
+    if (!complete && i + 1 < bytes.size()) continue;
+    held_back_.push_back({elapsed.count(), direction, std::string(bytes.substr(begin, i + 1 - begin))});
+    begin = i + 1;
   }
   if (masked_ && (in_frame_[0] || in_frame_[1])) return;
   if (masked_) mask_personal_data(held_back_);

@@ -6,8 +6,6 @@ namespace emulator {
 
 namespace {
 
-constexpr Milliseconds kReadLimit{5'000};
-
 const char* name_of(Arrival arrival) {
   switch (arrival) {
     case Arrival::nothing:
@@ -36,8 +34,7 @@ void Replay::run(bool as_recorded) {
     if (record.direction == Direction::from_till) follow_till(record);
     else send(record, pause);
   }
-  const auto limit = Clock::now() + kReadLimit;
-  while (line_.unread() > 0 && Clock::now() < limit) line_.pause(Milliseconds(5));
+  line_.wait_until_read();
 }
 
 // The till's bytes need not come in the same pieces, only in the same steps.

@@ -1,0 +1,53 @@
+"""Tests of a till, as they could be yours: the driver library against an emulated device.
+
+    TALVEX_LIBRARY=build/libtalvex.so SAT_EMULATOR=build/bin/sat-emulator pytest examples/ci
+"""
+
+import ctypes
+import os
+import pathlib
+
+import pytest
+
+CODE = b"12345678"
+SALE = (pathlib.Path(__file__).parent.parent / "venda.xml").read_bytes()
+
+
+@pytest.fixture
+def till(sat, tmp_path, monkeypatch):
+    """The library in a folder of its own, as every test wants it."""
+    return load(sat, tmp_path, monkeypatch)
+
+
+def load(device, folder, monkeypatch):
+    monkeypatch.chdir(folder)
+    device.write_sat_ini(folder)
+    library = ctypes.CDLL(os.environ.get("TALVEX_LIBRARY", "libtalvex.so.2"))
+
+    def call(function, *arguments):
+        entry = getattr(library, function)
+        entry.restype = ctypes.c_char_p
+        return entry(*arguments).decode().split("|")
+
+    return call
+
+
+def test_a_sale_gives_a_receipt(till):
+    fields = till("EnviarDadosVenda", 1, CODE, SALE)
+    assert fields[:3] == ["000001", "06000", "0000"]
+    assert fields[8].startswith("CFe35")
+    assert fields[9] == "126.84"
+
+
+def test_a_busy_device_is_asked_again(sat_factory, tmp_path, monkeypatch):
+    device = sat_factory("--activated", "--fault", "on EnviarDadosVenda nth=1 do processing 1")
+    till = load(device, tmp_path, monkeypatch)
+    assert till("EnviarDadosVenda", 1, CODE, SALE)[1] == "06098"
+    assert till("EnviarDadosVenda", 1, CODE, SALE)[1] == "06000"
+
+
+def test_a_lost_reply_is_found_again(sat_factory, tmp_path, monkeypatch):
+    device = sat_factory("--activated", "--fault", "on EnviarDadosVenda nth=1 do wrong-checksum 3")
+    till = load(device, tmp_path, monkeypatch)
+    assert till("EnviarDadosVenda", 1, CODE, SALE)[0].startswith("SAT Erro[-02005]")
+    assert till("ConsultarNumeroSessao", 2, CODE, 1)[1] == "06000"
