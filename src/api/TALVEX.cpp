@@ -31,6 +31,7 @@ constexpr size_t kLongestCommand = kPacketBufferSize - 2;
 
 void clear_for(const char* function) {
   init_global_sat_struct();
+  packet_buffer_ends_at(kPacketBufferSize);  // the host may have written anywhere
   clear_buffer(gl_sSatPkt, kPacketBufferSize);
   copy_text(gl_tSat.CurSatCmdInProc, function);
 }
@@ -56,6 +57,7 @@ int refuse_command() {
 __attribute__((format(printf, 1, 0))) int vformat_command(const char* format, va_list arguments) {
   const int length = vsnprintf(gl_sSatPkt, kPacketBufferSize, format, arguments);
   if (length < 0 || static_cast<size_t>(length) > kLongestCommand) return refuse_command();
+  packet_buffer_ends_at(static_cast<size_t>(length) + 1);  // ETX follows the checksum
   return length;
 }
 

@@ -27,6 +27,9 @@ alignas(kPageSize) char gl_TmpBuf[kPacketBufferSize];
 
 namespace {
 
+// Everything in gl_sSatPkt from here on is zero.
+size_t packet_end = kPacketBufferSize;
+
 constexpr char kFunction[] = "init_global_sat_struct";
 
 bool modification_time(time_t& time) {
@@ -101,9 +104,19 @@ int init_global_sat_struct() {
 }
 
 void clear_buffer(char* buffer, size_t size) {
-  if (buffer == gl_sSatPkt && size > kClearedByHand && size % kPageSize == 0 &&
-      madvise(buffer + kClearedByHand, size - kClearedByHand, MADV_DONTNEED) == 0) {
-    size = kClearedByHand;
+  if (buffer == gl_sSatPkt) {
+    if (size > packet_end) size = packet_end;
+    packet_end = kPacketBufferSize;
+    const size_t pages_end = size - size % kPageSize;
+    if (pages_end > kClearedByHand &&
+        madvise(buffer + kClearedByHand, pages_end - kClearedByHand, MADV_DONTNEED) == 0) {
+      memset(buffer + pages_end, 0, size - pages_end);
+      size = kClearedByHand;
+    }
   }
   memset(buffer, 0, size);
+}
+
+void packet_buffer_ends_at(size_t bytes) {
+  packet_end = bytes < kPacketBufferSize ? bytes : kPacketBufferSize;
 }

@@ -51,3 +51,7 @@ bool context_is_set_up();
 // Zeros the first size bytes of a buffer. Whole pages of gl_sSatPkt are given back to the kernel, which
 // hands them out as zeros again when they are next touched.
 void clear_buffer(char* buffer, size_t size);
+
+// Vouches that everything behind the first bytes of gl_sSatPkt is zero already: the next clearing touches
+// no more than those. It holds for that one clearing only.
+void packet_buffer_ends_at(size_t bytes);

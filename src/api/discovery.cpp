@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "api/context.h"
@@ -11,6 +10,7 @@
 #include "api/usb_search.h"
 #include "olk_utils/bounded_text.h"
 #include "olk_utils/ini_file.h"
+#include "olk_utils/open_file.h"
 #include "olk_utils/trace_log.h"
 #include "olk_utils/whole_write.h"
 
@@ -100,16 +100,15 @@ int give_up_search(UsbSearchLine& name) {
 // file systems write it to the disk at once, which takes longer than the rest of a call.
 // What cannot be written leaves an empty file, never a former name.
 void replace_content(int file, const char* name, size_t length) {
-  struct stat status {};
   const off_t end = write_whole(file, name, length) ? static_cast<off_t>(length) : 0;
-  if (fstat(file, &status) == 0 && status.st_size == end) return;
+  if (lseek(file, 0, SEEK_END) == end) return;
   if (ftruncate(file, end) != 0) return;  // no regular file, which is no matter
 }
 
 // Once the name is saved it alone decides: anything but "/dev/ttyNONE" counts as found, an empty name too.
 int save_port(const char* name, int rc) {
   const int length = length_field(strlen(name));
-  const int file = open(kPortFile, O_RDWR | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666);
+  const int file = open_file(kPortFile, O_RDWR | O_CREAT, 0666);
   if (file == -1) {
     API_TRACE_IN(
         kFindSat, kError,

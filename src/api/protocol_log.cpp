@@ -10,6 +10,7 @@
 #include "api/context.h"
 #include "olk_sat_utils/frames.h"
 #include "olk_utils/bounded_text.h"
+#include "olk_utils/open_file.h"
 #include "olk_utils/system_clock.h"
 #include "olk_utils/trace_log.h"
 
@@ -53,9 +54,10 @@ void append(Rendering& rendering, const char* bytes, size_t count) {
 }
 
 void append_hex(Rendering& rendering, char byte) {
-  char hex[sizeof "<02>"];
-  append(rendering, hex,
-         static_cast<size_t>(snprintf(hex, sizeof hex, "<%02X>", static_cast<uint8_t>(byte))));
+  constexpr char kDigits[] = "0123456789ABCDEF";
+  const auto value = static_cast<uint8_t>(byte);
+  const char hex[] = {'<', kDigits[value >> 4], kDigits[value & 0x0F], '>'};
+  append(rendering, hex, sizeof hex);
 }
 
 // Bytes first to last of the frame, both included; none if there are none.
@@ -201,16 +203,6 @@ bool directory_exists_or_is_made(const char* path) {
   return result == 1 || result == 2;
 }
 
-int open_log(const char* name) {
-  const int descriptor =
-      open(name, O_WRONLY | O_CREAT | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, S_IRUSR | S_IWUSR);
-  if (descriptor != 0) return descriptor;
-  // 0 means closed here, so a host that closed its standard input gets another number.
-  const int other = fcntl(descriptor, F_DUPFD_CLOEXEC, 1);
-  close(descriptor);
-  return other;
-}
-
 bool is_held_back_while_running(const char* command) {
   static constexpr const char* kLongCommands[] = {"AtivarSAT",    "EnviarDadosVenda", "CancelarUltimaVenda",
                                                   "TesteFimAFim", "ExtrairLogs",      "AtualizarSoftwareSAT"};
@@ -237,7 +229,8 @@ void LogSATProtocolMsg(const char* text, bool received) {
     API_TRACE(kWarning, "All WR:calloc error iSatPkgLen[%08d]\n", length_field(length));
     return;
   }
-  const tm now = local_time_in_current_zone().calendar;
+  // In the time zone that CreateSAT_ProtLogFile found at the call's start.
+  const tm now = local_time_now().calendar;
   const Frame frame = classify(text);
   Rendering rendering{work, 0};
   (received ? render_received : render_sent)(frame, now, rendering);
@@ -250,6 +243,7 @@ void CreateSAT_ProtLogFile() {
   follow_trace_log_path();
   if (tLog.ucModeMask == 0) return;
 
+  const tm today = local_time_in_current_zone().calendar;
   const char* directory = gl_tSat.strSatProtLogFilePath;
   if (!directory_exists_or_is_made(directory)) {
     printf("[%04d] [%s] [%s]--- rc[%05d]ER gl_tSat.strSatProtLogFilePath[%s]\n", __LINE__, kApiSourcePath,
@@ -262,12 +256,11 @@ void CreateSAT_ProtLogFile() {
            kApiSourcePath, kCreate, rc, directory, hex32(gl_iFd));
     return;
   }
-  const tm today = local_time_in_current_zone().calendar;
   char name[sizeof gl_tSat.strSatProtLogFilePath + 64];
   snprintf(name, sizeof name, "%s/%04d%02d%02d_SAT_ProtocolLog.txt", directory, today.tm_year + 1900,
            today.tm_mon + 1, today.tm_mday);
   copy_text(gl_tSat.strSatProtLogFileName, name);
-  gl_iFd = open_log(name);
+  gl_iFd = open_file(name, O_WRONLY | O_CREAT | O_APPEND, S_IRUSR | S_IWUSR);
   if (gl_iFd != 0 && gl_iFd != -1) {
     API_TRACE(kInfo, "---  rc[%06d]OK:logFd[%08Xh] pcLogName[%s]Created!!!\n", rc, hex32(gl_iFd),
               gl_tSat.strSatProtLogFileName);

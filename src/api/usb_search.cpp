@@ -50,12 +50,22 @@ struct Record {
   bool overflowed;
 };
 
+// Where a file or folder stands; all zero but the error when it cannot be examined.
+struct Stamp {
+  int error;
+  dev_t device;
+  ino_t inode;
+  timespec modified;
+  timespec changed;
+};
+
 // What the answer depends on.
 struct Snapshot {
-  char events[32];  // the kernel's count; empty when it cannot be read
-  Record devices;   // on the bus
-  Record udev;      // its database, and PATH
-  bool settled;     // the database has been at rest for a while
+  char events[32];          // the kernel's count; empty when it cannot be read
+  char program_path[4096];  // PATH
+  Stamp udev;               // the database
+  Record devices;           // on the bus
+  bool reliable;            // PATH fits, and the database has been at rest for a while
 };
 
 Record answer;             // output of the last run
@@ -140,28 +150,32 @@ void append_folder(Record& devices, const char* path, AppendEntry append_entry) 
   closedir(folder);
 }
 
-// Whether the database had been at rest for a while.
-bool append_udev_database(Record& udev) {
+Stamp stamp_of(const char* path) {
   struct stat status {};
-  if (stat(kUdevDatabase, &status) != 0) {
-    append(udev, "%s error %d\n", kUdevDatabase, errno);
-    return true;
-  }
-  append(udev, "%s %llu %llu %lld.%09ld %lld.%09ld\n", kUdevDatabase,
-         static_cast<unsigned long long>(status.st_dev), static_cast<unsigned long long>(status.st_ino),
-         static_cast<long long>(status.st_mtim.tv_sec), status.st_mtim.tv_nsec,
-         static_cast<long long>(status.st_ctim.tv_sec), status.st_ctim.tv_nsec);
-  const int64_t written =
-      static_cast<int64_t>(status.st_mtim.tv_sec) * 1000 + status.st_mtim.tv_nsec / 1000000;
-  const int64_t age = static_cast<int64_t>(GetCurrentMilliTime()) - written;
-  return age > kSettledMs;
+  if (stat(path, &status) != 0) return {errno, 0, 0, {}, {}};
+  return {0, status.st_dev, status.st_ino, status.st_mtim, status.st_ctim};
+}
+
+bool same(const timespec& one, const timespec& other) {
+  return one.tv_sec == other.tv_sec && one.tv_nsec == other.tv_nsec;
+}
+
+bool same(const Stamp& one, const Stamp& other) {
+  return one.error == other.error && one.device == other.device && one.inode == other.inode &&
+         same(one.modified, other.modified) && same(one.changed, other.changed);
+}
+
+bool is_settled(const Stamp& stamp) {
+  const auto modified_ms =
+      static_cast<int64_t>(stamp.modified.tv_sec) * 1000 + stamp.modified.tv_nsec / 1000000;
+  return stamp.error != 0 || static_cast<int64_t>(GetCurrentMilliTime()) - modified_ms > kSettledMs;
 }
 
 void look_at_signs(Snapshot& snapshot) {
   read_file(kEventCount, snapshot.events, sizeof snapshot.events);
-  clear(snapshot.udev);
-  append(snapshot.udev, "PATH %s\n", text_or_empty(getenv("PATH")));
-  snapshot.settled = append_udev_database(snapshot.udev);
+  const size_t path_length = copy_text(snapshot.program_path, getenv("PATH"));
+  snapshot.udev = stamp_of(kUdevDatabase);
+  snapshot.reliable = path_length + 1 < sizeof snapshot.program_path && is_settled(snapshot.udev);
 }
 
 void look_at_devices(Snapshot& snapshot) {
@@ -170,15 +184,19 @@ void look_at_devices(Snapshot& snapshot) {
   append_folder(snapshot.devices, kTtyDevices, append_acm_port);
 }
 
+bool same_udev(const Snapshot& one, const Snapshot& other) {
+  return same(one.udev, other.udev) && strcmp(one.program_path, other.program_path) == 0;
+}
+
 // Looks at the devices only when the kernel's count does not vouch for them.
 bool answer_still_holds(Snapshot& now) {
   look_at_signs(now);
-  const bool same_udev = now.settled && same(now.udev, answer_snapshot.udev);
-  const bool same_events = now.events[0] != '\0' && strcmp(now.events, answer_snapshot.events) == 0;
-  if (answer_is_kept && same_udev && same_events) return true;
+  const bool may_hold = answer_is_kept && now.reliable && same_udev(now, answer_snapshot);
+  const bool no_event = now.events[0] != '\0' && strcmp(now.events, answer_snapshot.events) == 0;
+  if (may_hold && no_event) return true;
 
   look_at_devices(now);
-  if (!answer_is_kept || !same_udev || !same(now.devices, answer_snapshot.devices)) return false;
+  if (!may_hold || !same(now.devices, answer_snapshot.devices)) return false;
   copy_text(answer_snapshot.events, now.events);
   return true;
 }
@@ -247,8 +265,8 @@ bool search_usb(TakeUsbLine take, UsbSearchLine& found) {
 
   look_at_signs(answer_snapshot);
   look_at_devices(answer_snapshot);
-  answer_is_kept = result == RunResult::kDone && !answer.overflowed && before.settled &&
-                   same(before.udev, answer_snapshot.udev) && same(before.devices, answer_snapshot.devices);
+  answer_is_kept = result == RunResult::kDone && !answer.overflowed && before.reliable &&
+                   same_udev(before, answer_snapshot) && same(before.devices, answer_snapshot.devices);
   // An event during the run is looked into again.
   copy_text(answer_snapshot.events, before.events);
   return true;
