@@ -17,15 +17,17 @@ namespace {
 
 using Names = std::vector<std::string_view>;
 
-const Names kStatusNames = {
-    "numeroSessao", "EEEEE",      "mensagem",        "cod",           "mensagemSEFAZ", "NSERIE",     "TIPO_LAN",
-    "LAN_IP",       "LAN_MAC",    "LAN_MASK",        "LAN_GW",        "LAN_DNS_1",     "LAN_DNS_2",  "STATUS_LAN",
-    "NIVEL_BATERIA", "MT_TOTAL",  "MT_USADA",        "DH_ATUAL",      "VER_SB",        "VER_LAYOUT", "ULTIMO_CF_E_SAT",
-    "LISTA_INICIAL", "LISTA_FINAL", "DH_CFE",        "DH_ULTIMA",     "CERT_EMISSAO",  "CERT_VENCIMENTO",
-    "ESTADO_OPERACAO"};
+const Names kStatusNames = {"numeroSessao",    "EEEEE",         "mensagem",        "cod",
+                            "mensagemSEFAZ",   "NSERIE",        "TIPO_LAN",        "LAN_IP",
+                            "LAN_MAC",         "LAN_MASK",      "LAN_GW",          "LAN_DNS_1",
+                            "LAN_DNS_2",       "STATUS_LAN",    "NIVEL_BATERIA",   "MT_TOTAL",
+                            "MT_USADA",        "DH_ATUAL",      "VER_SB",          "VER_LAYOUT",
+                            "ULTIMO_CF_E_SAT", "LISTA_INICIAL", "LISTA_FINAL",     "DH_CFE",
+                            "DH_ULTIMA",       "CERT_EMISSAO",  "CERT_VENCIMENTO", "ESTADO_OPERACAO"};
 
-const Names kSaleNames = {"numeroSessao",     "EEEEE",     "CCCC",          "mensagem",      "cod",          "mensagemSEFAZ",
-                          "arquivoCFeBase64", "timeStamp", "chaveConsulta", "valorTotalCFe", "CPFCNPJValue", "assinaturaQRCODE"};
+const Names kSaleNames = {
+    "numeroSessao",     "EEEEE",     "CCCC",          "mensagem",      "cod",          "mensagemSEFAZ",
+    "arquivoCFeBase64", "timeStamp", "chaveConsulta", "valorTotalCFe", "CPFCNPJValue", "assinaturaQRCODE"};
 
 // The library overwrites its reply at the next call, so this keeps a copy, cut into its fields.
 class Reply {
@@ -33,7 +35,8 @@ class Reply {
   explicit Reply(const char* text) {
     const std::string_view whole = text;
     // A failure text may hold anything; it is one piece.
-    const bool failed = whole.substr(0, std::string_view(TALVEX_FAILURE_PREFIX).size()) == TALVEX_FAILURE_PREFIX;
+    const bool failed =
+        whole.substr(0, std::string_view(TALVEX_FAILURE_PREFIX).size()) == TALVEX_FAILURE_PREFIX;
     for (std::size_t start = 0; start <= whole.size();) {
       const std::size_t end = failed ? whole.size() : std::min(whole.find('|', start), whole.size());
       fields_.emplace_back(whole.substr(start, end - start));
@@ -49,8 +52,8 @@ class Reply {
     std::cout << function << '\n';
     for (std::size_t i = 0; i < fields_.size(); ++i) {
       const std::string& field = fields_[i];
-      std::cout << "  " << std::left << std::setw(18) << (i < names.size() ? names[i] : "?") << field.substr(0, 60)
-                << (field.size() > 60 ? "..." : "") << '\n';
+      std::cout << "  " << std::left << std::setw(18) << (i < names.size() ? names[i] : "?")
+                << field.substr(0, 60) << (field.size() > 60 ? "..." : "") << '\n';
     }
   }
 
@@ -58,7 +61,9 @@ class Reply {
   std::vector<std::string> fields_;
 };
 
-int draw_session() { return static_cast<int>(SAT_APP_GenRndNum(1000000)); }
+int draw_session() {
+  return static_cast<int>(SAT_APP_GenRndNum(1000000));
+}
 
 }  // namespace
 

@@ -63,7 +63,9 @@ static void check_frames(void) {
   EXPECT(SAT_API_CreatePacket(message, 4, frame, &length) == 6 && length == 6 && frame[5] == TALVEX_ETX);
   EXPECT(SAT_API_DecodeSatCmd(frame, length) == -1);
   EXPECT(strcmp(ShowHex(frame, length), "02414243C603") == 0);
-  EXPECT(SAT_API_CmdPktParcer("\x02" "A|000001|x\xd6\x03", 13) == 4);
+  EXPECT(SAT_API_CmdPktParcer("\x02"
+                              "A|000001|x\xd6\x03",
+                              13) == 4);
   EXPECT(SAT_API_RspPktParcer("000042|08000|x\xd6\x03", 16) == 4);
 }
 
@@ -126,8 +128,9 @@ static void check_states(void) {
 
 /* LogMode=1 of the SAT.ini that the first call has written. */
 static void check_data(void) {
-  const int64_t* const flags[] = {&bWarningLogsEnabled,  &bMessageLogsEnabled, &bInfoLogsEnabled,   &bTraceLogsEnabled,
-                                  &bJniTraceLogsEnabled, &bDebugLogsEnabled,   &bConsoleLogsEnabled};
+  const int64_t* const flags[] = {&bWarningLogsEnabled, &bMessageLogsEnabled,  &bInfoLogsEnabled,
+                                  &bTraceLogsEnabled,   &bJniTraceLogsEnabled, &bDebugLogsEnabled,
+                                  &bConsoleLogsEnabled};
   EXPECT(bErrorLogsEnabled == 1);
   for (size_t i = 0; i < sizeof flags / sizeof flags[0]; ++i) EXPECT(*flags[i] == 0);
   EXPECT(tLog.ucModeMask == 1 && tLog.iLogFileMaxSize == 1300000 && strcmp(tLog.strLogFilePath, "Log") == 0);

@@ -9,7 +9,8 @@
 // The functions are C functions; their types are part of the interface.
 static_assert(std::is_same_v<decltype(AtivarSAT), char*(int, int, const char*, const char*, int)>);
 static_assert(std::is_same_v<decltype(EnviarDadosVenda), char*(int, const char*, const char*)>);
-static_assert(std::is_same_v<decltype(CancelarUltimaVenda), char*(int, const char*, const char*, const char*)>);
+static_assert(
+    std::is_same_v<decltype(CancelarUltimaVenda), char*(int, const char*, const char*, const char*)>);
 static_assert(std::is_same_v<decltype(ConsultarSAT), char*(int)>);
 static_assert(std::is_same_v<decltype(ConsultarNumeroSessao), char*(int, const char*, int)>);
 static_assert(
@@ -18,7 +19,8 @@ static_assert(std::is_same_v<decltype(VersaoDllTalvex), char*()>);
 static_assert(std::is_same_v<decltype(SAT_GetRetCodeMsg), const char*(int, char*)>);
 static_assert(std::is_same_v<decltype(SAT_API_CalcCkeckSum), unsigned char(const unsigned char*, int)>);
 static_assert(std::is_same_v<decltype(SAT_APP_GenRndNum), std::uint32_t(std::uint32_t)>);
-static_assert(std::is_same_v<decltype(OLK_Base64Decoder), int(const char*, std::uint64_t, unsigned char*, std::uint64_t*)>);
+static_assert(std::is_same_v<decltype(OLK_Base64Decoder),
+                             int(const char*, std::uint64_t, unsigned char*, std::uint64_t*)>);
 static_assert(std::is_same_v<decltype(SAT_Get_IBGE_UF_Name), const char*(std::uint32_t)>);
 static_assert(std::is_same_v<decltype(bErrorLogsEnabled), std::int64_t>);
 static_assert(std::is_same_v<decltype(gl_hComm), int>);

@@ -1,6 +1,5 @@
 // The header alone, included twice, in a translation unit of a strict C++ compiler.
 #include <talvex/talvex.h>
-#include <talvex/talvex.h>
 
 int header_is_enough();
 int header_is_enough() {

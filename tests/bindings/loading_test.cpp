@@ -40,7 +40,9 @@ class Library {
   void* handle_;
 };
 
-long entries(const char* folder) { return std::distance(fs::directory_iterator(folder), fs::directory_iterator()); }
+long entries(const char* folder) {
+  return std::distance(fs::directory_iterator(folder), fs::directory_iterator());
+}
 
 bool is_mapped() {
   std::ifstream maps("/proc/self/maps");
