@@ -4,15 +4,16 @@
 //
 //   /sys/kernel/uevent_seqnum  the kernel's count of device events: while it stands still, no device has
 //                              come, gone or changed its name, and the folders need not be read again
-//   /sys/bus/usb/devices       every USB device that the kernel has, by name and inode number
-//   /sys/class/tty             every ttyACM device, likewise, with the properties that the kernel gives it
+//   /sys/bus/usb/devices       every USB device that the kernel has, by name, inode number and properties
+//   /sys/class/tty             every ttyACM device, likewise
 //   /run/udev/data             time stamps of udev's database; it replaces its files, never changes them
 //   PATH                       which find, udevadm and grep the shell runs
 //
 // Sysfs gives a device that comes back under the same name new inode numbers, and shows a device before it
 // counts the event. What cannot be read is held with its error number. An answer is not kept at all when the
 // command failed, when the bus changed while it ran, when udev wrote its database so shortly before that a
-// second change could bear the same time stamp, or when something does not fit its buffer.
+// second change could bear the same time stamp, when it names a port that the kernel does not list, or when
+// something does not fit its buffer.
 #include "api/usb_search.h"
 
 #include <dirent.h>
@@ -45,7 +46,7 @@ constexpr int64_t kSettledMs = 1000;
 
 // A text that grows from the front; overflowed is set for good when something did not fit.
 struct Record {
-  char text[32768];
+  char text[262144];
   size_t length;
   bool overflowed;
 };
@@ -109,8 +110,11 @@ bool read_file(const char* path, char* content, size_t capacity) {
   return length >= 0;
 }
 
-void append_properties(Record& devices, const char* path) {
+void append_device(Record& devices, const char* folder, const dirent& entry) {
+  append(devices, "%s %llu\n", entry.d_name, static_cast<unsigned long long>(entry.d_ino));
+  char path[sizeof entry.d_name + 64];
   char properties[4096];
+  snprintf(path, sizeof path, "%s/%s/uevent", folder, entry.d_name);
   if (read_file(path, properties, sizeof properties)) {
     append(devices, "%s\n", properties);
   } else {
@@ -118,36 +122,22 @@ void append_properties(Record& devices, const char* path) {
   }
 }
 
-// Takes an entry of a folder into the record.
-using AppendEntry = void (*)(Record& record, const dirent& entry);
-
-void append_device(Record& devices, const dirent& entry) {
-  append(devices, "%s %llu\n", entry.d_name, static_cast<unsigned long long>(entry.d_ino));
-}
-
-void append_acm_port(Record& devices, const dirent& entry) {
-  if (strncmp(entry.d_name, "ttyACM", 6) != 0) return;
-  append_device(devices, entry);
-  char path[sizeof kTtyDevices + sizeof entry.d_name + sizeof "//uevent"];
-  snprintf(path, sizeof path, "%s/%s/uevent", kTtyDevices, entry.d_name);
-  append_properties(devices, path);
-}
-
-void append_folder(Record& devices, const char* path, AppendEntry append_entry) {
-  append(devices, "%s\n", path);
-  DIR* folder = opendir(path);
-  if (folder == nullptr) {
+void append_folder(Record& devices, const char* folder, const char* name_start) {
+  append(devices, "%s\n", folder);
+  DIR* stream = opendir(folder);
+  if (stream == nullptr) {
     append(devices, "error %d\n", errno);
     return;
   }
   for (;;) {
     errno = 0;
-    const dirent* entry = readdir(folder);
+    const dirent* entry = readdir(stream);
     if (entry == nullptr) break;
-    append_entry(devices, *entry);
+    if (entry->d_name[0] == '.' || strncmp(entry->d_name, name_start, strlen(name_start)) != 0) continue;
+    append_device(devices, folder, *entry);
   }
   if (errno != 0) append(devices, "error %d\n", errno);
-  closedir(folder);
+  closedir(stream);
 }
 
 Stamp stamp_of(const char* path) {
@@ -180,8 +170,8 @@ void look_at_signs(Snapshot& snapshot) {
 
 void look_at_devices(Snapshot& snapshot) {
   clear(snapshot.devices);
-  append_folder(snapshot.devices, kUsbDevices, append_device);
-  append_folder(snapshot.devices, kTtyDevices, append_acm_port);
+  append_folder(snapshot.devices, kUsbDevices, "");
+  append_folder(snapshot.devices, kTtyDevices, "ttyACM");
 }
 
 bool same_udev(const Snapshot& one, const Snapshot& other) {
@@ -239,16 +229,40 @@ RunResult run_command(TakeUsbLine take, UsbSearchLine& found) {
   return pclose(command) == 0 ? RunResult::kDone : RunResult::kFailed;
 }
 
-// The lines of the last run, cut as they were read then.
+// Takes one line of a former run's output, cut as it was read then.
+bool next_line(const char*& rest, UsbSearchLine& line) {
+  if (*rest == '\0') return false;
+  memset(line, 0, sizeof line);
+  const size_t length = strcspn(rest, "\n");
+  const size_t whole = rest[length] == '\n' ? length + 1 : length;
+  rest += copy_text(line, whole < sizeof line ? whole + 1 : sizeof line, rest);
+  return true;
+}
+
 void recall(TakeUsbLine take, UsbSearchLine& found) {
   const char* rest = answer.text;
-  for (int number = 0; *rest != '\0'; ++number) {
-    UsbSearchLine line = {};
-    const char* line_feed = strchr(rest, '\n');
-    const size_t length = line_feed != nullptr ? static_cast<size_t>(line_feed - rest) + 1 : strlen(rest);
-    rest += copy_text(line, length + 1 < sizeof line ? length + 1 : sizeof line, rest);
-    take(line, number, found);
+  UsbSearchLine line;
+  for (int number = 0; next_line(rest, line); ++number) take(line, number, found);
+}
+
+// Whether the kernel lists the port that this line names.
+bool is_listed(const UsbSearchLine& line, const Snapshot& snapshot) {
+  constexpr char kFolder[] = "/dev/";
+  constexpr size_t kFolderLength = sizeof kFolder - 1;
+  if (strncmp(line, kFolder, kFolderLength) != 0) return false;
+  char entry[sizeof line + 2];
+  snprintf(entry, sizeof entry, "\n%.*s ", static_cast<int>(strcspn(line + kFolderLength, "\n")),
+           line + kFolderLength);
+  return strstr(snapshot.devices.text, entry) != nullptr;
+}
+
+bool kernel_bears_out(const Record& lines, const Snapshot& snapshot) {
+  const char* rest = lines.text;
+  UsbSearchLine line;
+  while (next_line(rest, line)) {
+    if (!is_listed(line, snapshot)) return false;
   }
+  return true;
 }
 
 }  // namespace
@@ -266,7 +280,8 @@ bool search_usb(TakeUsbLine take, UsbSearchLine& found) {
   look_at_signs(answer_snapshot);
   look_at_devices(answer_snapshot);
   answer_is_kept = result == RunResult::kDone && !answer.overflowed && before.reliable &&
-                   same_udev(before, answer_snapshot) && same(before.devices, answer_snapshot.devices);
+                   same_udev(before, answer_snapshot) && same(before.devices, answer_snapshot.devices) &&
+                   kernel_bears_out(answer, answer_snapshot);
   // An event during the run is looked into again.
   copy_text(answer_snapshot.events, before.events);
   return true;

@@ -1,0 +1,349 @@
+// The search is run only when its answer may have changed. Whatever happens to the bus, findSat must find,
+// trace and save what the plain command says at that moment.
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+#include "api/discovery.h"
+#include "api/usb_search.h"
+#include "support/api_trace.h"
+#include "usb_search/mocked_bus.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string udev_database;  // of the test; there is none while it is empty or names nothing
+
+}  // namespace
+
+// As stat, but udev's database lies where the test has put it.
+extern "C" int __real_stat(const char* path, struct stat* status);
+extern "C" int __wrap_stat(const char* path, struct stat* status) {
+  const bool is_database = std::string(path) == "/run/udev/data";
+  return __real_stat(is_database ? udev_database.c_str() : path, status);
+}
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+const MockedBus::Properties kTalvex = {"ID_MODEL=TALVEX_SAT"};
+const MockedBus::Properties kOther = {"ID_MODEL=Scanner"};
+
+class RecalledSearch : public ApiTraceTest {
+ protected:
+  RecalledSearch() {
+    log_up_to(kInfo);
+    fs::create_directory("programs");
+    write_file("programs/find", "#!/bin/sh\necho run >>" + here("runs") + "\n/usr/bin/find \"$@\"\nif [ -x " +
+                                    here("meanwhile") + " ]; then " + here("meanwhile") + "; fi\n");
+    fs::permissions("programs/find", fs::perms::owner_all);
+    plain_path_ = std::getenv("PATH");
+    setenv("PATH", (here("programs") + ":" + plain_path_).c_str(), 1);
+  }
+
+  ~RecalledSearch() override { signal(SIGCHLD, SIG_DFL); }
+
+  static std::string here(const std::string& name) { return (fs::current_path() / name).string(); }
+
+  // How often the library has run the command.
+  static std::size_t runs() {
+    const std::string text = fs::exists("runs") ? read_file("runs") : "";
+    return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+  }
+
+  // The command's output by itself, which the library has no part in.
+  Lines plain_search() const {
+    const std::string command = "PATH='" + plain_path_ + "'\n" + kUsbSearchCommand;
+    FILE* output = popen(command.c_str(), "re");
+    Lines lines(1);
+    for (int character; (character = std::fgetc(output)) != EOF;) {
+      lines.back() += static_cast<char>(character);
+      if (character == '\n') lines.emplace_back();
+    }
+    pclose(output);
+    lines.pop_back();
+    return lines;
+  }
+
+  // Searches and compares everything that is to be seen of it with the plain command's output.
+  void expect_plain_result() {
+    fs::remove("SAT.conf");
+    take_all_lines();
+    const auto descriptors = descriptor_count();
+    char name[kDeviceNameSize] = "";
+    const int rc = findSat(name);
+    EXPECT_EQ(descriptor_count(), descriptors);
+    trace_ = take_lines();
+
+    const Lines plain = plain_search();
+    Lines expected;
+    for (std::size_t i = 0; i < plain.size(); ++i) {
+      expected.push_back(api_line("INF", "findSat",
+                                  formatted("Lnx: rc[%06d]WR portNameFmt[%05d:%s]\n", static_cast<int>(i),
+                                            static_cast<int>(plain[i].size()), plain[i].c_str())));
+    }
+    EXPECT_EQ(with_text(trace_, "]WR portNameFmt["), expected);
+    const std::string found =
+        plain.empty() ? "/dev/ttyNONE" : plain.back().substr(0, plain.back().size() - 1);
+    EXPECT_EQ(name, found);
+    EXPECT_EQ(rc, plain.empty() ? -2000 : 0);
+    EXPECT_EQ(read_file("SAT.conf"), found);
+    found_ = found;
+  }
+
+  // A search that must not need the command, and whose trace is that of the search before.
+  void expect_recalled() {
+    const std::size_t runs_before = runs();
+    const Lines trace_before = trace_;
+    expect_plain_result();
+    EXPECT_EQ(runs(), runs_before) << "the command was run again";
+    EXPECT_EQ(trace_, trace_before);
+  }
+
+  // A search behind a change, then one that finds nothing changed.
+  void expect_found(const std::string& name) {
+    const std::size_t runs_before = runs();
+    expect_plain_result();
+    EXPECT_EQ(found_, name);
+    EXPECT_EQ(runs(), runs_before + 1);
+    expect_recalled();
+  }
+
+  void put_udev_database(std::chrono::seconds age) {
+    udev_database = here("udev-database");
+    fs::create_directory(udev_database);
+    fs::last_write_time(udev_database, fs::file_time_type::clock::now() - age);
+  }
+
+  MockedBus bus_;
+  std::string found_;
+
+ private:
+  static std::ptrdiff_t descriptor_count() {
+    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+  }
+
+  std::string plain_path_;
+  Lines trace_;
+};
+
+constexpr char kNone[] = "/dev/ttyNONE";
+
+TEST_F(RecalledSearch, TheMockedBusIsSeenByThePlainCommand) {
+  EXPECT_THAT(plain_search(), IsEmpty());
+  bus_.plug(1, "ttyACM0", kTalvex);
+  EXPECT_THAT(plain_search(), ElementsAre("/dev/ttyACM0\n"));
+}
+
+TEST_F(RecalledSearch, UnchangedBusIsSearchedOnce) {
+  bus_.plug(1, "ttyACM0", kTalvex);
+  expect_found("/dev/ttyACM0");
+  expect_recalled();
+  expect_recalled();
+  EXPECT_EQ(runs(), 1U);
+}
+
+TEST_F(RecalledSearch, AnEmptyAnswerIsRecalledToo) {
+  expect_found(kNone);
+  expect_recalled();
+}
+
+TEST_F(RecalledSearch, PlugAndUnplug) {
+  expect_found(kNone);
+  bus_.plug(1, "ttyACM0", kTalvex);
+  expect_found("/dev/ttyACM0");
+  bus_.unplug(1);
+  expect_found(kNone);
+  bus_.plug(1, "ttyACM0", kTalvex);
+  expect_found("/dev/ttyACM0");
+}
+
+TEST_F(RecalledSearch, ADeviceThatComesBackUnderAnotherName) {
+  bus_.plug(1, "ttyACM0", kTalvex);
+  expect_found("/dev/ttyACM0");
+  bus_.unplug(1);
+  bus_.plug(1, "ttyACM5", kTalvex);
+  expect_found("/dev/ttyACM5");
+}
+
+TEST_F(RecalledSearch, ADeviceThatComesBackAtAnotherPort) {
+  bus_.plug(1, "ttyACM0", kTalvex);
+  expect_found("/dev/ttyACM0");
+  bus_.unplug(1);
+  bus_.plug(2, "ttyACM0", kTalvex);
+  expect_found("/dev/ttyACM0");
+}
+
+TEST_F(RecalledSearch, ReplacementUnderTheSameName) {
+  bus_.plug(1, "ttyACM0", kTalvex);
+  expect_found("/dev/ttyACM0");
+  bus_.unplug(1);
+  bus_.plug(1, "ttyACM0", kOther);
+  expect_found(kNone);
+  bus_.unplug(1);
+  bus_.plug(1, "ttyACM0", kTalvex);
+  expect_found("/dev/ttyACM0");
+}
+
+TEST_F(RecalledSearch, NamesThatTwoDevicesHaveExchanged) {
+  bus_.plug(1, "ttyACM0", kTalvex);
+  bus_.plug(2, "ttyACM1", kOther);
+  expect_found("/dev/ttyACM0");
+  bus_.unplug(1);
+  bus_.unplug(2);
+  bus_.plug(1, "ttyACM1", kTalvex);
+  bus_.plug(2, "ttyACM0", kOther);
+  expect_found("/dev/ttyACM1");
+}
+
+TEST_F(RecalledSearch, ASecondDevice) {
+  bus_.plug(1, "ttyACM0", kTalvex);
+  expect_found("/dev/ttyACM0");
+  bus_.plug(2, "ttyACM1", {"ID_MODEL=VDR-K20"});
+  ASSERT_EQ(plain_search().size(), 2U);
+  expect_found(plain_search().back() == "/dev/ttyACM0\n" ? "/dev/ttyACM0" : "/dev/ttyACM1");
+  bus_.unplug(1);
+  expect_found("/dev/ttyACM1");
+}
+
+TEST_F(RecalledSearch, PropertiesThatComeLate) {
+  bus_.plug(1, "ttyACM0", {});
+  expect_found(kNone);
+  bus_.set_properties(1, kTalvex);
+  expect_found("/dev/ttyACM0");
+  bus_.set_properties(1, kOther);
+  expect_found(kNone);
+}
+
+TEST_F(RecalledSearch, AnotherDeviceComesAndGoes) {
+  bus_.plug(1, "ttyACM0", kTalvex);
+  expect_found("/dev/ttyACM0");
+  bus_.plug(2, "ttyUSB0", kOther);
+  expect_found("/dev/ttyACM0");
+  bus_.unplug(2);
+  expect_found("/dev/ttyACM0");
+}
+
+// ---- udev's database --------------------------------------------------------------------------------
+
+TEST_F(RecalledSearch, ADatabaseThatWasWrittenMeanwhile) {
+  bus_.plug(1, "ttyACM0", kTalvex);
+  put_udev_database(std::chrono::hours(2));
+  expect_found("/dev/ttyACM0");
+  put_udev_database(std::chrono::hours(1));
+  expect_found("/dev/ttyACM0");
+  fs::remove(udev_database);
+  expect_found("/dev/ttyACM0");
+  put_udev_database(std::chrono::hours(1));
+  expect_found("/dev/ttyACM0");
+}
+
+TEST_F(RecalledSearch, ADatabaseJustWrittenIsNotRelied) {
+  bus_.plug(1, "ttyACM0", kTalvex);
+  put_udev_database(std::chrono::hours(-1));
+  for (std::size_t run = 1; run <= 3; ++run) {
+    expect_plain_result();
+    EXPECT_EQ(runs(), run);
+  }
+  put_udev_database(std::chrono::hours(1));
+  expect_found("/dev/ttyACM0");
+}
+
+// ---- The kernel's count -----------------------------------------------------------------------------
+
+TEST_F(RecalledSearch, EveryEventIsLookedInto) {
+  bus_.set_event_count(100);
+  expect_found(kNone);
+  bus_.plug(1, "ttyACM0", kTalvex);
+  bus_.set_event_count(101);
+  expect_found("/dev/ttyACM0");
+  bus_.unplug(1);
+  bus_.plug(1, "ttyACM0", kOther);
+  bus_.set_event_count(103);
+  expect_found(kNone);
+}
+
+TEST_F(RecalledSearch, AnEventThatChangesNothingHereNeedsNoCommand) {
+  bus_.plug(1, "ttyACM0", kTalvex);
+  bus_.set_event_count(100);
+  expect_found("/dev/ttyACM0");
+  bus_.set_event_count(101);
+  expect_recalled();
+  expect_recalled();
+}
+
+// No device comes or goes without an event, so the folders are not read while none was counted.
+TEST_F(RecalledSearch, TheCountVouchesForTheFolders) {
+  bus_.plug(1, "ttyACM0", kTalvex);
+  bus_.set_event_count(100);
+  expect_found("/dev/ttyACM0");
+  bus_.unplug(1);
+  char name[kDeviceNameSize] = "";
+  EXPECT_EQ(findSat(name), 0);
+  EXPECT_STREQ(name, "/dev/ttyACM0");
+  bus_.set_event_count(101);
+  expect_found(kNone);
+}
+
+// ---- Answers that are not kept ----------------------------------------------------------------------
+
+TEST_F(RecalledSearch, ABusThatChangesDuringTheSearch) {
+  bus_.plug(1, "ttyACM0", kTalvex);
+  bus_.set_event_count(100);
+  const std::string folder = std::string(std::getenv("UMOCKDEV_DIR")) + "/sys/class/tty";
+  write_file("meanwhile", "#!/bin/sh\nln -s nowhere " + folder + "/ttyACM7\n");
+  fs::permissions("meanwhile", fs::perms::owner_all);
+  expect_plain_result();
+  fs::remove("meanwhile");
+  expect_found("/dev/ttyACM0");
+  EXPECT_EQ(runs(), 2U);
+}
+
+TEST_F(RecalledSearch, AnotherPathOfPrograms) {
+  bus_.plug(1, "ttyACM0", kTalvex);
+  expect_found("/dev/ttyACM0");
+  setenv("PATH", (std::string(std::getenv("PATH")) + ":/nowhere").c_str(), 1);
+  expect_found("/dev/ttyACM0");
+}
+
+TEST_F(RecalledSearch, APortThatTheKernelDoesNotList) {
+  bus_.plug(1, "ttyACM0", kTalvex);
+  bus_.hide_from_class(1);
+  expect_plain_result();
+  EXPECT_EQ(found_, "/dev/ttyACM0");
+  expect_plain_result();
+  EXPECT_EQ(runs(), 2U);
+}
+
+// Such a host takes away how the command ended; it may have been killed half-way.
+TEST_F(RecalledSearch, AHostThatIgnoresItsChildren) {
+  signal(SIGCHLD, SIG_IGN);
+  bus_.plug(1, "ttyACM0", kTalvex);
+  expect_plain_result();
+  expect_plain_result();
+  EXPECT_EQ(runs(), 2U);
+}
+
+TEST_F(RecalledSearch, ACommandThatWasKilled) {
+  bus_.plug(1, "ttyACM0", kTalvex);
+  // Its shell is the child of this process that the program descends from.
+  write_file("meanwhile",
+             "#!/bin/sh\nshell=$$\nwhile parent=$(ps -o ppid= -p $shell | tr -d ' ') && [ $parent != " +
+                 std::to_string(getpid()) + " ]; do shell=$parent; done\nkill -KILL $shell\n");
+  fs::permissions("meanwhile", fs::perms::owner_all);
+  char name[kDeviceNameSize] = "";
+  EXPECT_EQ(findSat(name), -2000);
+  fs::remove("meanwhile");
+  expect_found("/dev/ttyACM0");
+}
+
+}  // namespace
