@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstring>
 #include <functional>
+#include <ostream>
 
 #include "api/context.h"
 #include "olk_sat_utils/return_codes.h"
@@ -249,7 +250,15 @@ class DefaultFile : public Configuration {};
 class ConfigurationLines : public Configuration {};
 class FixedPortItem : public Configuration {};
 class Timeouts : public Configuration {};
-class SwitchItems : public Configuration, public testing::WithParamInterface<std::pair<const char*, int>> {};
+struct SwitchValue {
+  const char* name;
+  const char* text;
+  int on;
+};
+void PrintTo(const SwitchValue& tested, std::ostream* out) {
+  *out << tested.name;
+}
+class SwitchItems : public Configuration, public testing::WithParamInterface<SwitchValue> {};
 class LogPathItem : public Configuration {};
 class ConfigurationBounds : public Configuration {};
 
@@ -702,7 +711,7 @@ TEST_F(Timeouts, OnceAppliedOutliveTheirRemoval) {
 // ---- Switches ---------------------------------------------------------------------------------------
 
 TEST_P(SwitchItems, AreOnByTheirFirstCharacter) {
-  const auto& [value, expected] = GetParam();
+  const auto& [name, value, expected] = GetParam();
   gl_tSat.lResultFilesOn = gl_tSat.lSatEmulatorOn = 1 - expected;
   update_from(std::string("[ARVOLEN]\nEnable=") + value + "\n[SAT_EMULATOR]\nEnable=" + value + "\n");
   EXPECT_EQ(gl_tSat.lResultFilesOn, expected);
@@ -718,10 +727,14 @@ TEST_P(SwitchItems, AreOnByTheirFirstCharacter) {
   EXPECT_THAT(with_text(take_lines(), "SAT_EMU"), ElementsAreArray(line));
 }
 INSTANTIATE_TEST_SUITE_P(Values, SwitchItems,
-                         testing::Values(std::pair("1", 1), std::pair("10", 1), std::pair(" 1", 1),
-                                         std::pair("=1", 1), std::pair("1yes", 1), std::pair("0", 0),
-                                         std::pair("01", 0), std::pair("yes", 0), std::pair("", 0),
-                                         std::pair("\t1", 0), std::pair("2", 0)));
+                         testing::Values(SwitchValue{"One", "1", 1}, SwitchValue{"Ten", "10", 1},
+                                         SwitchValue{"BlankAndOne", " 1", 1},
+                                         SwitchValue{"EqualsAndOne", "=1", 1},
+                                         SwitchValue{"OneAndText", "1yes", 1}, SwitchValue{"Zero", "0", 0},
+                                         SwitchValue{"ZeroAndOne", "01", 0}, SwitchValue{"Text", "yes", 0},
+                                         SwitchValue{"Nothing", "", 0}, SwitchValue{"TabAndOne", "\t1", 0},
+                                         SwitchValue{"Two", "2", 0}),
+                         [](const auto& tested) { return std::string(tested.param.name); });
 
 // ---- The log's directory ----------------------------------------------------------------------------
 

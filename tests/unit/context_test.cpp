@@ -457,6 +457,21 @@ TEST_F(Context, ThePacketBufferIsClearedToItsLastByte) {
   EXPECT_EQ(std::string(gl_sSatPkt, kPacketBufferSize).find_first_not_of('\0'), std::string::npos);
 }
 
+// What is known to be zero already is not touched, once; the byte behind the end breaks the promise on
+// purpose.
+TEST_F(Context, ClearingStopsOnceAtTheEndOfWhatWasUsed) {
+  for (const std::size_t used : {std::size_t{1}, std::size_t{4096}, std::size_t{16384}, std::size_t{16385},
+                                 std::size_t{20480}, std::size_t{50001}, kReplyLimit}) {
+    std::memset(gl_sSatPkt, 'x', used + 1);
+    packet_buffer_ends_at(used);
+    clear_buffer(gl_sSatPkt, kPacketBufferSize);
+    EXPECT_EQ(std::string(gl_sSatPkt, used).find_first_not_of('\0'), std::string::npos) << used;
+    EXPECT_EQ(gl_sSatPkt[used], 'x') << used;
+    clear_buffer(gl_sSatPkt, kPacketBufferSize);
+    EXPECT_EQ(gl_sSatPkt[used], '\0') << used;
+  }
+}
+
 TEST_F(Context, ClearingAPartOfABufferLeavesTheRest) {
   gl_sSatPkt[kReplyLimit] = 'x';
   gl_sSatPkt[kReplyLimit - 1] = 'x';

@@ -712,8 +712,14 @@ TEST_F(SizeControlLoop, CountsOverAChangeFromOneLongCommandToAnother) {
       ElementsAre(loop_line("hT[00000000h] i[20] CurSatCmdInProc[AtivarSAT]Running for Long Time!!!\n")));
 }
 
-class CommandInLoop : public SizeControlLoop,
-                      public testing::WithParamInterface<std::pair<const char*, bool>> {};
+struct LoopCommand {
+  const char* name;
+  bool is_long;
+};
+void PrintTo(const LoopCommand& tested, std::ostream* out) {
+  *out << tested.name;
+}
+class CommandInLoop : public SizeControlLoop, public testing::WithParamInterface<LoopCommand> {};
 
 TEST_P(CommandInLoop, IsLongOrNot) {
   const auto& [name, is_long] = GetParam();
@@ -728,17 +734,19 @@ TEST_P(CommandInLoop, IsLongOrNot) {
 }
 INSTANTIATE_TEST_SUITE_P(
     All, CommandInLoop,
-    testing::Values(std::pair("AtivarSAT", true), std::pair("ComunicarCertificadoICPBRASIL", false),
-                    std::pair("EnviarDadosVenda", true), std::pair("CancelarUltimaVenda", true),
-                    std::pair("ConsultarSAT", false), std::pair("TesteFimAFim", true),
-                    std::pair("ConsultarStatusOperacional", false), std::pair("ConsultarNumeroSessao", false),
-                    std::pair("ConfigurarInterfaceDeRede", false), std::pair("AssociarAssinatura", false),
-                    std::pair("AtualizarSoftwareSAT", true), std::pair("ExtrairLogs", true),
-                    std::pair("BloquearSAT", false), std::pair("DesbloquearSAT", false),
-                    std::pair("TrocarCodigoDeAtivacao", false),
-                    std::pair("ConsultarUltimaSessaoFiscal", false), std::pair("VersaoDllTalvex", false),
-                    std::pair("AtivarSA", false), std::pair("AtivarSATx", false), std::pair("None", false)),
-    [](const auto& tested) { return std::string(tested.param.first); });
+    testing::Values(LoopCommand{"AtivarSAT", true}, LoopCommand{"ComunicarCertificadoICPBRASIL", false},
+                    LoopCommand{"EnviarDadosVenda", true}, LoopCommand{"CancelarUltimaVenda", true},
+                    LoopCommand{"ConsultarSAT", false}, LoopCommand{"TesteFimAFim", true},
+                    LoopCommand{"ConsultarStatusOperacional", false},
+                    LoopCommand{"ConsultarNumeroSessao", false},
+                    LoopCommand{"ConfigurarInterfaceDeRede", false}, LoopCommand{"AssociarAssinatura", false},
+                    LoopCommand{"AtualizarSoftwareSAT", true}, LoopCommand{"ExtrairLogs", true},
+                    LoopCommand{"BloquearSAT", false}, LoopCommand{"DesbloquearSAT", false},
+                    LoopCommand{"TrocarCodigoDeAtivacao", false},
+                    LoopCommand{"ConsultarUltimaSessaoFiscal", false}, LoopCommand{"VersaoDllTalvex", false},
+                    LoopCommand{"AtivarSA", false}, LoopCommand{"AtivarSATx", false},
+                    LoopCommand{"None", false}),
+    [](const auto& tested) { return std::string(tested.param.name); });
 
 TEST_F(ProtocolLog, TheHostsHandleStartsClosed) {
   EXPECT_EQ(gl_hComm, -1);

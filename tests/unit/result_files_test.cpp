@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <ostream>
 
 #include "api/configuration.h"
 #include "api/context.h"
@@ -104,6 +105,9 @@ struct SessionName {
   uint32_t session;
   const char* name;
 };
+void PrintTo(const SessionName& tested, std::ostream* out) {
+  *out << static_cast<int>(tested.session);
+}
 class SessionInName : public ResultFiles, public testing::WithParamInterface<SessionName> {};
 
 TEST_P(SessionInName, HasAtLeastTwoDigits) {
