@@ -308,6 +308,19 @@ TEST_F(RecalledSearch, ABusThatChangesDuringTheSearch) {
   EXPECT_EQ(runs(), 2U);
 }
 
+// Whatever it was, it may have come too late for the search.
+TEST_F(RecalledSearch, AnEventDuringTheSearchIsLookedInto) {
+  bus_.plug(1, "ttyACM0", kTalvex);
+  bus_.set_event_count(100);
+  write_file("meanwhile", "#!/bin/sh\necho 101 >" + std::string(std::getenv("UMOCKDEV_DIR")) +
+                              "/sys/kernel/uevent_seqnum\n");
+  fs::permissions("meanwhile", fs::perms::owner_all);
+  expect_plain_result();
+  fs::remove("meanwhile");
+  bus_.unplug(1);
+  expect_found(kNone);
+}
+
 TEST_F(RecalledSearch, AnotherPathOfPrograms) {
   bus_.plug(1, "ttyACM0", kTalvex);
   expect_found("/dev/ttyACM0");
