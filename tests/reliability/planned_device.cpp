@@ -31,6 +31,7 @@ namespace {
 using namespace planned;
 
 constexpr int kForever = -1;
+constexpr int kLookMs = 500;
 constexpr int kLongestAnswerMs = 5000;
 constexpr useconds_t kGapMicroseconds = 150000;
 
@@ -51,7 +52,7 @@ struct Ended {};
 class Device {
  public:
   Device() {
-    master_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    master_ = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     if (master_ == -1 || grantpt(master_) != 0 || unlockpt(master_) != 0) fail("pseudo-terminal");
     path_ = ptsname(master_);
     port_ = open(path_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);  // keeps the line up
@@ -86,7 +87,6 @@ class Device {
 
   // In short waits: a signal may come between the look at its flag and the wait.
   void wait_for_bytes(int timeout_ms) {
-    constexpr int kLookMs = 500;
     pollfd line{master_, POLLIN, 0};
     for (int waited = 0; timeout_ms == kForever || waited < timeout_ms; waited += kLookMs) {
       if (ended != 0) throw Ended{};
@@ -113,13 +113,26 @@ class Device {
     return bytes_[next_++];
   }
 
+  // While the line takes no more of a reply, another command may come: the host that was to read this is gone.
   void send(std::string_view bytes) {
     while (!bytes.empty()) {
       const ssize_t count = write(master_, bytes.data(), bytes.size());
-      if (count > 0) bytes.remove_prefix(static_cast<std::size_t>(count));
-      if (count < 0 && errno != EINTR && errno != EAGAIN) fail("write");
+      if (count > 0) {
+        bytes.remove_prefix(static_cast<std::size_t>(count));
+      } else if (errno == EAGAIN) {
+        wait_for_room();
+      } else if (errno != EINTR) {
+        fail("write");
+      }
       if (ended != 0) throw Ended{};
     }
+  }
+
+  void wait_for_room() {
+    const short events = replying_ ? POLLIN | POLLOUT : POLLOUT;
+    pollfd line{master_, events, 0};
+    if (poll(&line, 1, kLookMs) <= 0 || (line.revents & POLLOUT) != 0 || (line.revents & POLLIN) == 0) return;
+    if (next_byte(kLookMs) == kStx) throw Interrupted{true};
   }
 
   void expect(char wanted) {
@@ -131,6 +144,7 @@ class Device {
 
   // Text of the next whole frame, damaged ones refused. Every block but the last is acknowledged.
   std::string read_command(bool stx_read) {
+    replying_ = false;
     for (;;) {
       while (!stx_read) stx_read = next_byte(kForever) == kStx;
       stx_read = false;
@@ -165,11 +179,13 @@ class Device {
 
   void expect_again(const std::string& text) {
     if (read_command(false) != text) throw Interrupted{false};
+    replying_ = true;
   }
 
   // ---- Replies ----
 
   void answer(const std::string& text) {
+    replying_ = true;
     const std::size_t name_end = std::min(text.find('|'), text.size() - 1);
     const std::size_t session_end = std::min(text.find('|', name_end + 1), text.size());
     const std::size_t code_end = std::min(text.find('|', session_end + 1), text.size());
@@ -282,6 +298,7 @@ class Device {
   char bytes_[65536];
   std::size_t next_ = 0;
   std::size_t held_ = 0;
+  bool replying_ = false;
   unsigned long commands_ = 0;
   unsigned long damaged_ = 0;
   unsigned long interrupted_ = 0;

@@ -1,0 +1,89 @@
+"""Writes the seed corpora of the fuzz targets, most of them made from the golden frames.
+
+make_seeds.py FOLDER: a folder per target below FOLDER.
+"""
+
+import pathlib
+import re
+import shutil
+import sys
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+VECTORS = ROOT / "tests" / "vectors" / "frames.txt"
+LONGEST_SEED = 20000
+
+
+def golden_frames():
+    """Yields direction, verdict and bytes of each golden frame."""
+    for line in VECTORS.read_text(encoding="utf-8").splitlines():
+        words = line.split("#", 1)[0].split()
+        if not words:
+            continue
+        data = b""
+        for word in words[2:]:
+            byte, _, times = word.partition("*")
+            data += bytes([int(byte, 16)]) * int(times or 1)
+        if len(data) <= LONGEST_SEED:
+            yield words[0], words[1], data
+
+
+def default_configuration():
+    """The lines that the library writes when there is no SAT.ini."""
+    source = (ROOT / "src" / "api" / "configuration.cpp").read_text(encoding="utf-8")
+    block = source.split("kDefaultFile[] = {", 1)[1].split("};", 1)[0]
+    lines = [eval(text) for text in re.findall(r'"(?:[^"\\]|\\.)*"', block)]  # pylint: disable=eval-used
+    return ("\n".join(lines) + "\n").encode()
+
+
+def seeds():
+    """Yields target and seed."""
+    ack, nak = b"\x06", b"\x15"
+    for direction, _, frame in golden_frames():
+        text = frame[1:-2]
+        yield "dissector", frame
+        yield "protocol_log", frame
+        yield "emulator_frame", frame
+        yield "message", b"\x2aConsultarSAT\n" + text
+        yield "base64", text
+        if direction == "response":
+            for mode in (0x00, 0x1C, 0x15, 0x1E):
+                yield "receive", bytes([mode]) + ack + frame
+            yield "receive", b"\x1c" + nak + ack + frame[:-2] + b"\xffA" + frame[-2:]
+            yield "receive", b"\x04Z" + ack + b"ZZ" + frame[:-1] + b"\x00\x03" + frame
+    for reading in (b"\x1c\x02\x15", b"\x1c\x02\x06\x06", b"\x1c\x02\x03", b"\x1c\x02", b"\x1c" + nak * 4, b"\x1c",
+                    b"\x1c\xffI\x06", b"\x1c\xffB\xffB\x06\xffI\xffZ\xffS\x02AB\xffA\x83\x03"):
+        yield "receive", reading
+    configuration = default_configuration()
+    yield "configuration", configuration
+    yield "configuration", configuration.replace(b"[SERIAL_PORT_CONFIG]", b"[SERIAL_PORT_CONFIG]\nFixarPorta=/dev/ttyACM0")
+    yield "configuration", configuration.replace(b"LogMode=1", b"LogMode=5")
+    yield "configuration", configuration.replace(b"=", b"= " + b"9" * 130)
+    for names in (b"LOG\nLogMode\n5\n", b"LOG\nNew\nvalue\n", b"NEW\nItem\nvalue\n", b"SAT_TIMEOUT\nAtivarSAT\n\n",
+                  b"ARVOLEN\nEnable\n" + b"1" * 200 + b"\n"):
+        yield "ini", names + configuration
+        yield "ini", names + configuration.replace(b"\n", b"\r\n")
+        yield "ini", names + b"[LOG]\nLogMode=1"
+    for number in (b"11222333000181", b"11.222.333/0001-81", b"12345678909", b"123.456.789-09", b"99999999999917",
+                   b"1234", b"123.456.789-0", b"11.222.333/0001-811", b"abc"):
+        yield "taxpayer", number
+    for text in (b"QUJD", b"QUI=", b"QQ==", b"Q===", b"====", b"QUJ", b"\xff\x80AB"):
+        yield "base64", text
+    for sale in sorted((ROOT / "examples").rglob("*.xml")):
+        yield "emulator_xml", sale.read_bytes()
+
+
+def main():
+    folder = pathlib.Path(sys.argv[1])
+    shutil.rmtree(folder, ignore_errors=True)
+    counts = {}
+    for target, seed in seeds():
+        counts[target] = counts.get(target, 0) + 1
+        target_folder = folder / target
+        target_folder.mkdir(parents=True, exist_ok=True)
+        (target_folder / f"seed{counts[target]:03}").write_bytes(seed)
+    for target, count in sorted(counts.items()):
+        print(f"{target}: {count} seeds")
+
+
+if __name__ == "__main__":
+    main()
