@@ -83,13 +83,13 @@ __attribute__((format(printf, 4, 5))) int transact(SatFunction function, int ses
   return rc < 0 ? rc : communicate(function, session, layout);
 }
 
-uint32_t reply_length() {
+uint32_t text_length() {
   return static_cast<uint32_t>(strlen(gl_sSatPkt));
 }
 
 char* end_call(const char* function, int rc) {
   if (rc < 0) {
-    API_TRACE_IN(function, kError, " rc[%06d]ER\n\t << SAT_Rsp[%05d:%s]\n", rc, length_field(reply_length()),
+    API_TRACE_IN(function, kError, " rc[%06d]ER\n\t << SAT_Rsp[%05d:%s]\n", rc, length_field(text_length()),
                  gl_sSatPkt);
   }
   return gl_sSatPkt;
@@ -116,7 +116,7 @@ char* EnviarDadosVenda(int numeroSessao, const char* codigoDeAtivacao, const cha
   const int session = begin_call(__func__, numeroSessao);
   const int rc = transact(kEnviarDadosVenda, session, kSixFields, "%cEnviarDadosVenda|%06d|%s|%s%c", kStx,
                           session, text_or_empty(codigoDeAtivacao), text_or_empty(dadosVenda), kEtx);
-  write_operation_result(gl_sSatPkt, static_cast<uint32_t>(session), reply_length(), "venda-cprx-", nullptr,
+  write_operation_result(gl_sSatPkt, static_cast<uint32_t>(session), text_length(), "venda-cprx-", nullptr,
                          0);
   return end_call(__func__, rc);
 }
@@ -127,7 +127,7 @@ char* CancelarUltimaVenda(int numeroSessao, const char* codigoDeAtivacao, const 
   const int rc = transact(kCancelarUltimaVenda, session, kSixFields, "%cCancelarUltimaVenda|%06d|%s|%s|%s%c",
                           kStx, session, text_or_empty(codigoDeAtivacao), text_or_empty(chave),
                           text_or_empty(dadosCancelamento), kEtx);
-  write_operation_result(gl_sSatPkt, static_cast<uint32_t>(session), reply_length(), "canc-cprx-",
+  write_operation_result(gl_sSatPkt, static_cast<uint32_t>(session), text_length(), "canc-cprx-",
                          dadosCancelamento, length_field(strlen(text_or_empty(dadosCancelamento))));
   return end_call(__func__, rc);
 }
@@ -222,15 +222,15 @@ char* ConsultarUltimaSessaoFiscal(int numeroSessao, const char* codigoDeAtivacao
   const int session = begin_call(__func__, numeroSessao);
   int rc = format_command("%cConsultarUltimaSessaoFiscal|%06d|%s%c", kStx, session,
                           text_or_empty(codigoDeAtivacao), kEtx);
-  if (rc < 0) return end_call(__func__, rc);
-  API_TRACE(kInfo, " rc[%06d]WR\n\t >> SAT_Cmd[%05d:%s]\n", 0, length_field(reply_length()), gl_sSatPkt);
-
-  rc = communicate(kConsultarUltimaSessaoFiscal, session, kFiveFields);
+  if (rc >= 0) {
+    API_TRACE(kInfo, " rc[%06d]WR\n\t >> SAT_Cmd[%05d:%s]\n", 0, length_field(text_length()), gl_sSatPkt);
+    rc = communicate(kConsultarUltimaSessaoFiscal, session, kFiveFields);
+  }
   if (rc < 0) {
-    API_TRACE(kError, " rc[%06d]ER\n\tSAT->PC <<    SAT_Rsp[%05d:%s]\n", rc, length_field(reply_length()),
+    API_TRACE(kError, " rc[%06d]ER\n\tSAT->PC <<    SAT_Rsp[%05d:%s]\n", rc, length_field(text_length()),
               gl_sSatPkt);
   } else {
-    API_TRACE(kInfo, " rc[%06d]OK\n\tSAT->PC <<    SAT_Rsp[%05d:%s]\n", rc, length_field(reply_length()),
+    API_TRACE(kInfo, " rc[%06d]OK\n\tSAT->PC <<    SAT_Rsp[%05d:%s]\n", rc, length_field(text_length()),
               gl_sSatPkt);
   }
   return end_call(__func__, rc);

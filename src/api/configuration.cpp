@@ -1,6 +1,5 @@
 #include "api/configuration.h"
 
-#include <errno.h>
 #include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
@@ -13,6 +12,7 @@
 #include "olk_utils/ini_file.h"
 #include "olk_utils/open_file.h"
 #include "olk_utils/trace_log.h"
+#include "olk_utils/whole_write.h"
 
 namespace {
 
@@ -84,23 +84,13 @@ constexpr const char* kDefaultFile[] = {
     "",
 };
 
-void write_all(int file, const char* text, size_t length) {
-  while (length > 0) {
-    const ssize_t written = write(file, text, length);
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return;
-    text += written;
-    length -= static_cast<size_t>(written);
-  }
-}
-
 void write_default_file(int file, char* block) {
   size_t length = 0;
   for (const char* line : kDefaultFile) {
     length += copy_text(block + length, kWorkBufferSize - length - 1, line);
     block[length++] = '\n';
     if (line[0] != '\0') continue;
-    write_all(file, block, length);
+    write_whole(file, block, length);
     length = 0;
   }
 }
@@ -164,19 +154,19 @@ void trace_log_path(const Item& item, const Lookup& lookup, int step) {
 void trace_fixed_port(const Item& item, const Lookup& lookup, int step) {
   switch (lookup.outcome) {
     case Outcome::kMissing:
-      ITEM_TRACE(kInfo,
-                 "rc[%04d]OK:PASS  STEP%02dc  TalvexIniFileName[%s]  strSessionName[%s]  "
-                 "item[%s=%s]NORMAL_NAO_EXISTIR!!!\n");
+      ITEM_TRACE(
+          kInfo,
+          "rc[%04d]OK:PASS  STEP%02dc  TalvexIniFileName[%s]  strSessionName[%s]  item[%s=%s]NORMAL_NAO_EXISTIR!!!\n");
       break;
     case Outcome::kEmpty:
-      ITEM_TRACE(kInfo,
-                 "rc[%04d]OK:PASS  STEP%02db  TalvexIniFileName[%s]  strSessionName[%s]  "
-                 "item[%s=%s]NORMAL_NAO_EXISTIR!!!\n");
+      ITEM_TRACE(
+          kInfo,
+          "rc[%04d]OK:PASS  STEP%02db  TalvexIniFileName[%s]  strSessionName[%s]  item[%s=%s]NORMAL_NAO_EXISTIR!!!\n");
       break;
     case Outcome::kPresent:
-      ITEM_TRACE(kWarning,
-                 "rc[%04d]WR:WARN  STEP%02da  TalvexIniFileName[%s]  strSessionName[%s]  "
-                 "item[%s=%s]PARAMETRO ADICIONADO MANUALMENTE PELO CLIENTE!!!\n");
+      ITEM_TRACE(
+          kWarning,
+          "rc[%04d]WR:WARN  STEP%02da  TalvexIniFileName[%s]  strSessionName[%s]  item[%s=%s]PARAMETRO ADICIONADO MANUALMENTE PELO CLIENTE!!!\n");
   }
 }
 
@@ -401,16 +391,15 @@ int CreateFile_TalvexIni() {
 
 int UpdateTalvexConfiguration() {
   int step = 0;
-  if (OLK_FileExist(kIniFileName) < 0) {
-    const int created = CreateFile_TalvexIni();
-    if (created < 0) {
-      CONFIG_TRACE(kError, "rc[%04d]ER:FAIL  STEP%02db  TalvexIniFileName[%s]Could  Not  Be  Created!!\n",
-                   created, step, kIniFileName);
-      return created;
-    }
+  int rc = OLK_FileExist(kIniFileName);
+  if (rc < 0) rc = CreateFile_TalvexIni();
+  if (rc < 0) {
+    CONFIG_TRACE(kError, "rc[%04d]ER:FAIL  STEP%02db  TalvexIniFileName[%s]Could  Not  Be  Created!!\n", rc,
+                 step, kIniFileName);
+    return rc;
   }
   if (context_is_set_up()) {
-    CONFIG_TRACE(kInfo, "rc[%04d]OK:PASS  STEP%02da  TalvexIniFileName[%s]OK\n", 0, step, kIniFileName);
+    CONFIG_TRACE(kInfo, "rc[%04d]OK:PASS  STEP%02da  TalvexIniFileName[%s]OK\n", rc, step, kIniFileName);
   }
   for (const Item& item : kItems) {
     if (!item.shares_step) ++step;

@@ -63,8 +63,7 @@ void trace_start_up(int log_mode) {
   } else {
     API_TRACE_IN(
         kFunction, kWarning,
-        "--- Sat Struct Initialized!!\n\t   Version[%s - %s]\n\t BuildDate[%s]\n\t   This Is[%02d Bits] "
-        "Platform\n",
+        "--- Sat Struct Initialized!!\n\t   Version[%s - %s]\n\t BuildDate[%s]\n\t   This Is[%02d Bits] Platform\n",
         kVersionText, kLibraryDate, kBuildStamp, kPlatformBits);
   }
 }

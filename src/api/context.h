@@ -48,8 +48,9 @@ int init_global_sat_struct();
 
 bool context_is_set_up();
 
-// Zeros the first size bytes of a buffer. Whole pages of gl_sSatPkt are given back to the kernel, which
-// hands them out as zeros again when they are next touched.
+// Makes the first size bytes of a buffer zero. Whole pages of gl_sSatPkt are given back to the kernel, which
+// hands them out as zeros again when they are next touched; what packet_buffer_ends_at vouched for is left
+// alone.
 void clear_buffer(char* buffer, size_t size);
 
 // Vouches that everything behind the first bytes of gl_sSatPkt is zero already: the next clearing touches

@@ -49,27 +49,27 @@ void prefer_fixed_port(int rc, UsbSearchLine& name) {
   const int name_length = length_field(strlen(name));
   const int fixed_length = length_field(strlen(fixed));
   if (result < kShortestFixedPort) {
-    API_TRACE_IN(kFindSat, kInfo,
-                 "Lnx: rc[%06d]WR\n\t portNameFmt[%05d:%s] <<     DEFAULT NO USER SET!!\n\t    "
-                 "FixedPort[%05d:%s]<DEFAULT>\n",
-                 rc, name_length, name, fixed_length, fixed);
+    API_TRACE_IN(
+        kFindSat, kInfo,
+        "Lnx: rc[%06d]WR\n\t portNameFmt[%05d:%s] <<     DEFAULT NO USER SET!!\n\t    FixedPort[%05d:%s]<DEFAULT>\n",
+        rc, name_length, name, fixed_length, fixed);
     return;
   }
   if (name[0] == '\0') {
-    API_TRACE_IN(kFindSat, kWarning,
-                 "Lnx: rc[%06d]ER\n\t portNameFmt[%05d:%s] << MISSMATCH FAIL  NO  PORT!!\n\t   "
-                 "FixedPort[%05d:%s] SAT MAY FAIL CUSTOMER PORT SET!!!\n",
-                 rc, name_length, name, fixed_length, fixed);
+    API_TRACE_IN(
+        kFindSat, kWarning,
+        "Lnx: rc[%06d]ER\n\t portNameFmt[%05d:%s] << MISSMATCH FAIL  NO  PORT!!\n\t   FixedPort[%05d:%s] SAT MAY FAIL CUSTOMER PORT SET!!!\n",
+        rc, name_length, name, fixed_length, fixed);
   } else if (strcmp(name, fixed) != 0) {
-    API_TRACE_IN(kFindSat, kWarning,
-                 "Lnx: rc[%06d]WR\n\t portNameFmt[%05d:%s] << MISSMATCH FOUND SAT PORT!!\n\t   "
-                 "FixedPort[%05d:%s] SAT MAY FAIL CUSTOMER PORT SET!!!\n",
-                 rc, name_length, name, fixed_length, fixed);
+    API_TRACE_IN(
+        kFindSat, kWarning,
+        "Lnx: rc[%06d]WR\n\t portNameFmt[%05d:%s] << MISSMATCH FOUND SAT PORT!!\n\t   FixedPort[%05d:%s] SAT MAY FAIL CUSTOMER PORT SET!!!\n",
+        rc, name_length, name, fixed_length, fixed);
   } else {
-    API_TRACE_IN(kFindSat, kWarning,
-                 "Lnx: rc[%06d]ER\n\t portNameFmt[%05d:%s] <<     MATCH FOUND SAT PORT!!\n\t   "
-                 "FixedPort[%05d:%s] SAT MAY  WORK CUSTOMER PORT SET!!!\n",
-                 rc, name_length, name, fixed_length, fixed);
+    API_TRACE_IN(
+        kFindSat, kWarning,
+        "Lnx: rc[%06d]ER\n\t portNameFmt[%05d:%s] <<     MATCH FOUND SAT PORT!!\n\t   FixedPort[%05d:%s] SAT MAY  WORK CUSTOMER PORT SET!!!\n",
+        rc, name_length, name, fixed_length, fixed);
   }
   copy_text(name, fixed);
 }

@@ -10,6 +10,9 @@
 // is over once it has lasted longer than this and longer than three times the function's time-out.
 inline constexpr int64_t kEndlessWaitMs = 60000;
 
+// Frames longer than this are traced by excerpts.
+inline constexpr uint32_t kLargeTraceSize = 1000;
+
 // The time-out in seconds of the function in progress.
 void set_function_timeout(uint32_t seconds);
 bool is_endless_wait(int64_t elapsed);

@@ -1,10 +1,10 @@
 #include "api/protocol_log.h"
 
-#include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "api/context.h"
@@ -13,18 +13,22 @@
 #include "olk_utils/open_file.h"
 #include "olk_utils/system_clock.h"
 #include "olk_utils/trace_log.h"
+#include "olk_utils/whole_write.h"
 
 int gl_iFd;
 int gl_hComm = -1;
 
 namespace {
 
+// The file that gl_iFd was opened on.
+dev_t log_device;
+ino_t log_inode;
+
 constexpr char kLogMsg[] = "LogSATProtocolMsg";
 constexpr char kCreate[] = "CreateSAT_ProtLogFile";
 constexpr char kDefaultDirectory[] = "Log";
 constexpr int kNotCreated = -1101;
 constexpr int kNotOpened = -1102;
-constexpr int kDefaultMaxSize = 800000;
 
 // Room for the marks "<02>", checksum and ETX around the text.
 constexpr size_t kMarksSize = 48;
@@ -152,18 +156,6 @@ void render_received(const Frame& frame, const tm& now, Rendering& rendering) {
 
 // ---- The file ---------------------------------------------------------------------------------------
 
-void write_line() {
-  const char* rest = gl_TmpBuf;
-  size_t length = strlen(gl_TmpBuf);
-  while (length > 0) {
-    const ssize_t written = write(gl_iFd, rest, length);
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return;
-    rest += written;
-    length -= static_cast<size_t>(written);
-  }
-}
-
 void log_line() {
   if (gl_iFd == 0) {
     API_TRACE_IN(kLogMsg, kWarning, "All ER:gl_iFd[%08Xh]=NULL\n\t Msg[%06d:%s] Trying to Open NOw\n",
@@ -171,7 +163,7 @@ void log_line() {
     CreateSAT_ProtLogFile();
   }
   if (gl_iFd != 0) {
-    write_line();
+    write_whole(gl_iFd, gl_TmpBuf, strlen(gl_TmpBuf));
     return;
   }
   // Kept: the second attempt's success comes too late for this line.
@@ -203,13 +195,17 @@ bool directory_exists_or_is_made(const char* path) {
   return result == 1 || result == 2;
 }
 
+void remember_log() {
+  struct stat status {};
+  if (fstat(gl_iFd, &status) != 0) return;
+  log_device = status.st_dev;
+  log_inode = status.st_ino;
+}
+
 bool is_held_back_while_running(const char* command) {
   static constexpr const char* kLongCommands[] = {"AtivarSAT",    "EnviarDadosVenda", "CancelarUltimaVenda",
                                                   "TesteFimAFim", "ExtrairLogs",      "AtualizarSoftwareSAT"};
-  for (const char* long_command : kLongCommands) {
-    if (strcmp(command, long_command) == 0) return true;
-  }
-  return false;
+  return is_one_of(command, kLongCommands);
 }
 
 }  // namespace
@@ -229,7 +225,6 @@ void LogSATProtocolMsg(const char* text, bool received) {
     API_TRACE(kWarning, "All WR:calloc error iSatPkgLen[%08d]\n", length_field(length));
     return;
   }
-  // In the time zone that CreateSAT_ProtLogFile found at the call's start.
   const tm now = local_time_now().calendar;
   const Frame frame = classify(text);
   Rendering rendering{work, 0};
@@ -240,10 +235,11 @@ void LogSATProtocolMsg(const char* text, bool received) {
 
 void CreateSAT_ProtLogFile() {
   int rc = kNotCreated;
+  // Also takes in a time zone that the host has changed, for the lines of the whole call.
+  const tm today = local_time_in_current_zone().calendar;
   follow_trace_log_path();
   if (tLog.ucModeMask == 0) return;
 
-  const tm today = local_time_in_current_zone().calendar;
   const char* directory = gl_tSat.strSatProtLogFilePath;
   if (!directory_exists_or_is_made(directory)) {
     printf("[%04d] [%s] [%s]--- rc[%05d]ER gl_tSat.strSatProtLogFilePath[%s]\n", __LINE__, kApiSourcePath,
@@ -260,7 +256,8 @@ void CreateSAT_ProtLogFile() {
   snprintf(name, sizeof name, "%s/%04d%02d%02d_SAT_ProtocolLog.txt", directory, today.tm_year + 1900,
            today.tm_mon + 1, today.tm_mday);
   copy_text(gl_tSat.strSatProtLogFileName, name);
-  gl_iFd = open_file(name, O_WRONLY | O_CREAT | O_APPEND, S_IRUSR | S_IWUSR);
+  gl_iFd = open_log_file(name, S_IRUSR | S_IWUSR);
+  remember_log();
   if (gl_iFd != 0 && gl_iFd != -1) {
     API_TRACE(kInfo, "---  rc[%06d]OK:logFd[%08Xh] pcLogName[%s]Created!!!\n", rc, hex32(gl_iFd),
               gl_tSat.strSatProtLogFileName);
@@ -278,7 +275,15 @@ void LogSATProtocolSzCtl() {
     gl_iFd = 0;
   }
   // Kept: an outgrown protocol log is neither moved nor cut, it grows for the whole day.
-  if (tLog.iLogFileMaxSize == 0) tLog.iLogFileMaxSize = kDefaultMaxSize;
+  if (tLog.iLogFileMaxSize == 0) tLog.iLogFileMaxSize = kDefaultLogMaxSize;
+}
+
+void release_protocol_log() {
+  struct stat status {};
+  const bool is_ours =
+      gl_iFd > 0 && fstat(gl_iFd, &status) == 0 && status.st_dev == log_device && status.st_ino == log_inode;
+  if (is_ours) close(gl_iFd);
+  gl_iFd = 0;
 }
 
 void LogSzCtlTherad(void) {

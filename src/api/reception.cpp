@@ -30,10 +30,8 @@ constexpr int kLimitAfterGapMs = 300;
 constexpr int kAckWriteLimitMs = 100;
 constexpr int kShownTimeoutMs = 2000;  // in the lines of the STX and ACK stages, whatever their limit
 
-constexpr uint32_t kLargeTraceSize = 1000;
 constexpr int kExcerptHead = 900;
 constexpr uint32_t kExcerptTail = 100;
-constexpr size_t kExcerptSize = kExcerptHead + 64 + 2 * kBlockSize;
 
 // State of one call; "position" to "start" belong to the attempt in progress.
 struct Reception {
@@ -60,10 +58,7 @@ enum class Step { kGoOn, kAgain, kEndAttempt, kEndCall };
 
 bool is_long_function(const char* name) {
   static constexpr const char* kLongFunctions[] = {"AtivarSAT", "AtualizarSoftwareSAT", "BloquearSAT"};
-  for (const char* long_function : kLongFunctions) {
-    if (strcmp(name, long_function) == 0) return true;
-  }
-  return false;
+  return is_one_of(name, kLongFunctions);
 }
 
 int64_t elapsed_since(const timespec& since) {
@@ -245,34 +240,48 @@ Step receive_once(Reception& r) {
 
 // ---- The accepted frame -----------------------------------------------------------------------------
 
-void build_excerpt(char (&excerpt)[kExcerptSize], const char* buffer, uint32_t etx) {
-  snprintf(excerpt, sizeof excerpt, "%.*s....***BIG_RSP_PKT***....%s", kExcerptHead, buffer,
+// Head and tail of a large reply, checksum and ETX included, in the scratch buffer. Both records show the
+// same, so the second one needs the checksum put back for this moment.
+void build_excerpt(char* buffer, uint32_t etx, char checksum) {
+  const char in_its_place = buffer[etx - 1];
+  buffer[etx - 1] = checksum;
+  snprintf(gl_TmpBuf, sizeof gl_TmpBuf, "%.*s....***BIG_RSP_PKT***....%s", kExcerptHead, buffer,
            buffer + etx - kExcerptTail);
+  buffer[etx - 1] = in_its_place;
+}
+
+void trace_frame(char* buffer, uint32_t etx, char checksum) {
+  if (!trace_passes(kInfo)) return;
+  if (etx <= kLargeTraceSize) {
+    API_TRACE_IN(kReadBuf, kInfo, "Lnx Rcvd\n\t << SAT->SO  Recv[%04d:<STX>%s]\n",
+                 length_field(strlen(buffer)), buffer);
+    return;
+  }
+  build_excerpt(buffer, etx, checksum);
+  API_TRACE_IN(kReadBuf, kInfo, "Lnx Rcvd BIG_RSP_PKT[%04d]\n\t << SAT->SO  Recv[%04d:<STX>%s]\n",
+               length_field(etx), length_field(strlen(gl_TmpBuf)), gl_TmpBuf);
+}
+
+void trace_reply(char* buffer, uint32_t etx, char checksum) {
+  if (!trace_passes(kInfo)) return;
+  if (etx <= kLargeTraceSize) {
+    API_TRACE_IN(kReadBuf, kInfo, "Lnx Rcvd\n\t <<  SO->PC   Rsp[%05d:%s]\n", length_field(strlen(buffer)),
+                 buffer);
+    return;
+  }
+  build_excerpt(buffer, etx, checksum);
+  API_TRACE_IN(kReadBuf, kInfo, "Lnx Rcvd BIG_RSP_PKT[%05d]\n\t <<  SO->PC   Rsp[%05d:%s]\n",
+               length_field(etx), length_field(strlen(gl_TmpBuf)), gl_TmpBuf);
 }
 
 // etx is the index of ETX; the checksum stands before it, the text before that. Returns the text's length.
 int32_t accept_frame(char* buffer, uint32_t etx) {
-  const bool is_large = etx > kLargeTraceSize;
-  char excerpt[kExcerptSize];  // both records show the same one, checksum and ETX included
-  if (!is_large) {
-    API_TRACE_IN(kReadBuf, kInfo, "Lnx Rcvd\n\t << SAT->SO  Recv[%04d:<STX>%s]\n",
-                 length_field(strlen(buffer)), buffer);
-  } else if (trace_passes(kInfo)) {
-    build_excerpt(excerpt, buffer, etx);
-    API_TRACE_IN(kReadBuf, kInfo, "Lnx Rcvd BIG_RSP_PKT[%04d]\n\t << SAT->SO  Recv[%04d:<STX>%s]\n",
-                 length_field(etx), length_field(strlen(excerpt)), excerpt);
-  }
+  const char checksum = buffer[etx - 1];
+  trace_frame(buffer, etx, checksum);
   trace_response_frame(buffer, static_cast<int>(etx));
   buffer[etx - 1] = '\0';
   LogSATProtocolMsg(buffer, true);
-
-  if (!is_large) {
-    API_TRACE_IN(kReadBuf, kInfo, "Lnx Rcvd\n\t <<  SO->PC   Rsp[%05d:%s]\n", length_field(strlen(buffer)),
-                 buffer);
-  } else {
-    API_TRACE_IN(kReadBuf, kInfo, "Lnx Rcvd BIG_RSP_PKT[%05d]\n\t <<  SO->PC   Rsp[%05d:%s]\n",
-                 length_field(etx), length_field(strlen(excerpt)), excerpt);
-  }
+  trace_reply(buffer, etx, checksum);
   lSerialWriteAck(true);
   return static_cast<int32_t>(etx - 1);
 }

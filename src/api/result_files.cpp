@@ -37,10 +37,10 @@ void save(const char* path, const tm& now, const char* buffer, uint32_t length) 
            now.tm_year + 1900, now.tm_hour, now.tm_min, now.tm_sec);
   const int file = open_file(path, O_RDWR | O_CREAT | O_TRUNC, 0666);
   if (file == -1) {
-    API_TRACE_IN("write_operation_result", kInfo,
-                 "Win: rc[%06d]ER:Timestamp Not Saved on File[%s]\n\t          [DD/MM/YYYY HH:MM:SS]\n\t "
-                 "strTmpTimeStamp[%s]\n",
-                 kOk, path, time_stamp);
+    API_TRACE_IN(
+        "write_operation_result", kInfo,
+        "Win: rc[%06d]ER:Timestamp Not Saved on File[%s]\n\t          [DD/MM/YYYY HH:MM:SS]\n\t strTmpTimeStamp[%s]\n",
+        kOk, path, time_stamp);
     return;
   }
   API_TRACE_IN(

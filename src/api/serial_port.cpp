@@ -33,10 +33,6 @@ int uninterrupted(Call call) {
   return result;
 }
 
-int open_device(const char* path) {
-  return uninterrupted([path] { return open_file(path, O_RDWR); });
-}
-
 bool change_lock(int operation) {
   return uninterrupted([operation] { return flock(hComm, operation | LOCK_NB); }) == 0;
 }
@@ -55,7 +51,7 @@ int lSerialOpenW(const char* path) {
     return SAT_API_ERR_LNX_DEV_NOT_FOUND;
   }
   copy_text(gl_ComPortName, path);
-  hComm = open_device(path);
+  hComm = open_file(path, O_RDWR);
   if (hComm == -1) {
     API_TRACE(
         kError,

@@ -21,7 +21,6 @@ constexpr char kReadAck[] = "cSerialReadAck";
 
 constexpr int kNakBudget = 3;
 constexpr int kWriteStallMs = 2000;
-constexpr uint32_t kLargeTraceSize = 1000;
 constexpr uint32_t kLargeTraceExcerpt = 900;
 
 constexpr int kAckWaitMs = 3000;

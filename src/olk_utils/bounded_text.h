@@ -25,6 +25,14 @@ inline const char* text_or_empty(const char* text) {
   return text == nullptr ? "" : text;
 }
 
+template <size_t N>
+bool is_one_of(const char* text, const char* const (&list)[N]) {
+  for (const char* entry : list) {
+    if (strcmp(text, entry) == 0) return true;
+  }
+  return false;
+}
+
 // Leading decimal number, 0 if there is none; values outside int saturate.
 inline int decimal_value(const char* text) {
   const long value = strtol(text, nullptr, 10);

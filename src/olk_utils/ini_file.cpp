@@ -12,6 +12,7 @@
 #include "olk_utils/bounded_text.h"
 #include "olk_utils/open_file.h"
 #include "olk_utils/trace_log.h"
+#include "olk_utils/whole_write.h"
 
 namespace {
 
@@ -234,16 +235,8 @@ bool compose_section(const Edit& edit, const char* lead, const char* without_val
 
 // Writes and closes; a full disk is a failure like a file that cannot be opened.
 int store(const Edit& edit, int file, const char* bytes, size_t length, int success, int failure) {
-  size_t written = 0;
-  while (written < length) {
-    const ssize_t count = write(file, bytes + written, length - written);
-    if (count > 0) {
-      written += static_cast<size_t>(count);
-    } else if (count == 0 || errno != EINTR) {
-      break;
-    }
-  }
-  if (close(file) == 0 && written == length) return success;
+  const bool written = write_whole(file, bytes, length);
+  if (close(file) == 0 && written) return success;
   UTILS_TRACE_IN(kWriter, kError, " rc[%06d]ER write() Fail pIniFileName[%s] pSession[%s] pItem[%s]\n",
                  failure, edit.file_name, edit.section, text_or_empty(edit.item));
   return failure;

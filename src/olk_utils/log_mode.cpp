@@ -12,7 +12,6 @@ namespace {
 
 constexpr char kFunction[] = "OLK_SetIniFileLogMode";
 constexpr char kSection[] = "LOG";
-constexpr int kDefaultMaxSize = 800000;
 constexpr uint8_t kMark = 0xAA;
 constexpr uint8_t kExpectedTail = 0x55;
 constexpr size_t kShortestFileName = 4;
@@ -97,7 +96,7 @@ void set_log_max_size(const char* ini_file_name) {
   Value value{};
   const int rc = read_ini_value(ini_file_name, kSection, kItem, value, sizeof value);
   if (rc < 0) {
-    tLog.iLogFileMaxSize = kDefaultMaxSize;
+    tLog.iLogFileMaxSize = kDefaultLogMaxSize;
     LOG_MODE_TRACE(kWarning, " rc[%04d]WR FileName[%s] Session[%s] item[%s=%s]<DEFAULT>\n", rc, kItem, value);
     return;
   }
@@ -105,7 +104,7 @@ void set_log_max_size(const char* ini_file_name) {
   if (tLog.iLogFileMaxSize > 0) {
     LOG_MODE_TRACE(kWarning, " rc[%04d]WR FileName[%s] Session[%s] item[%s=%s]\n", rc, kItem, value);
   } else {
-    tLog.iLogFileMaxSize = kDefaultMaxSize;
+    tLog.iLogFileMaxSize = kDefaultLogMaxSize;
     // Kept: this one text lacks its closing bracket.
     LOG_MODE_TRACE(kWarning, " rc[%04d]WR FileName[%s] Session[%s] item[%s=%s<DEFAULT>\n", rc, kItem, value);
   }

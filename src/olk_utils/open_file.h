@@ -3,18 +3,34 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
 
 // Never waits (a FIFO in the place of a file must not stop a sale), takes no controlling terminal, and hands
-// nothing to programs that the host starts. In a host that closed its standard streams the lowest free numbers
-// are theirs: what host or library print would then go to the device or into a file, so none is ever used.
+// nothing to programs that the host starts. In a host that closed its standard streams the lowest free
+// numbers are theirs: what host or library print would then go to the device or into a file, so none is ever
+// used.
 inline int open_file(const char* path, int flags, mode_t mode = 0) {
-  const int descriptor = open(path, flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, mode);
+  int descriptor;
+  do {
+    descriptor = open(path, flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, mode);
+  } while (descriptor == -1 && errno == EINTR);
   if (descriptor == -1 || descriptor > STDERR_FILENO) return descriptor;
   const int other = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   const int error = errno;
   close(descriptor);
   errno = error;
   return other;
+}
+
+// For appending. A FIFO in the place of a log does not count as one: a write to it whose reader has gone
+// would end the host.
+inline int open_log_file(const char* path, mode_t mode) {
+  const int descriptor = open_file(path, O_WRONLY | O_APPEND | O_CREAT, mode);
+  struct stat status {};
+  if (descriptor == -1 || fstat(descriptor, &status) != 0 || !S_ISFIFO(status.st_mode)) return descriptor;
+  close(descriptor);
+  errno = EINVAL;
+  return -1;
 }

@@ -69,21 +69,27 @@ int shifted_hour(int hour) {
   return hour - 3 > 0 ? hour - 3 : hour + 21;
 }
 
-// Name of the day's file; path_prefix stands in front of the configured path only.
-void dated_file_name(char (&name)[kFileNameSize], const char* path_prefix, const tm& date,
+enum class Purpose { kWriting, kSizeControl };
+
+// Name of the day's file.
+void dated_file_name(char (&name)[kFileNameSize], Purpose purpose, const tm& date,
                      const char* log_file_name) {
   const int year = date.tm_year + 1900;
   const int month = date.tm_mon + 1;
-  if (strlen(tLog.strLogFilePath) > 1 && is_directory(tLog.strLogFilePath)) {
-    snprintf(name, sizeof name, "%s%s/%04d%02d%02d_%s", path_prefix, tLog.strLogFilePath, year, month,
-             date.tm_mday, log_file_name);
+  const char* path = tLog.strLogFilePath;
+  const bool in_path = strlen(path) > 1 && is_directory(path);
+  if (in_path && purpose == Purpose::kSizeControl) {
+    // Kept: "./" also stands in front of an absolute path, which is then never rotated.
+    snprintf(name, sizeof name, "./%s/%04d%02d%02d_%s", path, year, month, date.tm_mday, log_file_name);
+  } else if (in_path) {
+    snprintf(name, sizeof name, "%s/%04d%02d%02d_%s", path, year, month, date.tm_mday, log_file_name);
   } else {
     snprintf(name, sizeof name, "%04d%02d%02d_%s", year, month, date.tm_mday, log_file_name);
   }
 }
 
 FILE* open_for_append(const char* file_name) {
-  const int descriptor = open_file(file_name, O_WRONLY | O_APPEND | O_CREAT, 0666);
+  const int descriptor = open_log_file(file_name, 0666);
   if (descriptor == -1) return nullptr;
   FILE* log = fdopen(descriptor, "a");
   if (log == nullptr) close(descriptor);
@@ -95,7 +101,7 @@ __attribute__((format(printf, 3, 0))) void append_message(const char* log_file_n
                                                           const char* format, va_list arguments) {
   const LocalTime now = local_time_now();
   char file_name[kFileNameSize];
-  dated_file_name(file_name, "", now.calendar, log_file_name);
+  dated_file_name(file_name, Purpose::kWriting, now.calendar, log_file_name);
   FILE* log = open_for_append(file_name);
   if (log == nullptr) return;
 
@@ -141,8 +147,7 @@ int64_t TraceFileLog(const char* log_file_name, uint32_t level, const char* form
 
 int TraleFileLogSzCtl() {
   char current[kFileNameSize];
-  // Kept: "./" also stands in front of an absolute path, which is then never rotated.
-  dated_file_name(current, "./", local_time_now().calendar, tLog.strLogFileName);
+  dated_file_name(current, Purpose::kSizeControl, local_time_now().calendar, tLog.strLogFileName);
 
   int size = OLK_GetFileSize(current);
   if (size <= tLog.iLogFileMaxSize) return size;

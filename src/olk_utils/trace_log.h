@@ -15,6 +15,9 @@ enum TraceLevel : uint32_t {
   kDebug = 32,
 };
 
+// Size limit of the logs, in bytes, unless the configuration sets another.
+inline constexpr int kDefaultLogMaxSize = 800000;
+
 // Names of the trace files, without date and directory.
 extern const char* pApiLogFileName;
 extern const char* pLogOlkSatUtils;

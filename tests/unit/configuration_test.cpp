@@ -428,7 +428,9 @@ TEST_F(ConfigurationLines, BeginWithAPassLineOnceTheLibraryIsSetUp) {
   update_from(file_of(present));
   const Lines lines = take_lines();
   ASSERT_FALSE(lines.empty());
-  EXPECT_EQ(lines[0], update_line("INF", "rc[0000]OK:PASS  STEP00a  TalvexIniFileName[SAT.ini]OK\n"));
+  const int size = static_cast<int>(std::filesystem::file_size("SAT.ini"));
+  EXPECT_EQ(lines[0],
+            update_line("INF", formatted("rc[%04d]OK:PASS  STEP00a  TalvexIniFileName[SAT.ini]OK\n", size)));
   EXPECT_THAT(lines, SizeIs(1 + lines_of_all_items(present_line).size()));
 }
 

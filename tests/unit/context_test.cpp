@@ -30,8 +30,12 @@ const std::string kVersionBanner = api_line(
     "WRN", "UpdateTalvexConfiguration",
     "\n\t   Version[TALVEX DLL Ver. 02.00 - 23-JUL-2020]\n\t BuildDate[Jul 27 2020-10:41:14]\n\t   This Is[64 "
     "Bits] Platform\n");
-const std::string kPassLine = config_line("INF", "UpdateTalvexConfiguration",
-                                          "rc[0000]OK:PASS  STEP00a  TalvexIniFileName[SAT.ini]OK\n");
+// Shows the size of the configuration file that was found.
+std::string pass_line() {
+  return config_line("INF", "UpdateTalvexConfiguration",
+                     formatted("rc[%04d]OK:PASS  STEP00a  TalvexIniFileName[SAT.ini]OK\n",
+                               static_cast<int>(std::filesystem::file_size("SAT.ini"))));
+}
 
 std::string log_section(const char* mode, const char* more = "LogFileMaxSize=1300000\n") {
   return formatted("[LOG]\nLogFilePath=Log\n%sLogMode=%s\n", more, mode);
@@ -311,7 +315,7 @@ TEST_F(LaterCall, ReadsTheConfigurationBeforeItSetsTheLogMode) {
   init_global_sat_struct();
   Lines lines = take_lines();
   EXPECT_THAT(with_text(lines, "STEP30"), SizeIs(1));
-  EXPECT_EQ(lines.at(0), kPassLine);
+  EXPECT_EQ(lines.at(0), pass_line());
   EXPECT_EQ(tLog.ucModeMask, 0);
 
   write_configuration(kFixedPort + log_section("3"), 1000002);
