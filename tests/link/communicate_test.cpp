@@ -20,7 +20,8 @@ using testing::Not;
 using testing::SizeIs;
 using testing::StartsWith;
 
-constexpr char kActivationCode[] = "s3gr3d0-de-ativacao";
+// Longer than every text that takes its place in the buffer.
+const std::string kActivationCode = times(30, "s3gr3d0-");
 
 class CommunicateTest : public VirtualLinkTest {
  protected:
@@ -162,7 +163,7 @@ TEST_F(CommunicateTest, EmulatorsPortNeedNotLieInDev) {
 
 TEST_F(CommunicateTest, NoDeviceIsFound) {
   configure("[LOG]\nLogFilePath=Log\nLogMode=5\n");
-  EXPECT_EQ(communicate(kConsultarSAT, "ConsultarSAT", 5, std::string("|") + kActivationCode), -2000);
+  EXPECT_EQ(communicate(kConsultarSAT, "ConsultarSAT", 5, "|" + kActivationCode), -2000);
   EXPECT_EQ(text(), "SAT Erro[-02000]Lnx SAT Nao Encontrado L[2193] F[Communicate] LibVer[23-JUL-2020]");
   EXPECT_EQ(read_file("SAT.conf"), "/dev/ttyNONE");
   EXPECT_THAT(step_lines(),
@@ -187,7 +188,7 @@ TEST_F(CommunicateTest, NameThatStandsForNoDeviceIsNotFoundAsTheEmulatorsPort) {
 
 TEST_F(CommunicateTest, PortThatDoesNotOpen) {
   configure(configuration("/dev/ttyTALVEX7"));
-  EXPECT_EQ(communicate(kConsultarSAT, "ConsultarSAT", 5, std::string("|") + kActivationCode), -2000);
+  EXPECT_EQ(communicate(kConsultarSAT, "ConsultarSAT", 5, "|" + kActivationCode), -2000);
   EXPECT_EQ(text(), "SAT Erro[-02000]Lnx SAT nao encontrado Dev[/dev/ttyTALVEX7] L[2254] F[Communicate]");
   EXPECT_THAT(step_lines(), ElementsAre("ERR Lnx:ER:STEP-04c rc[-02000]\n\t   Dev[/dev/ttyTALVEX7]FAIL\n\t "
                                         "hComm[FFFFFFFFh]Not Openned\n"));
@@ -220,7 +221,7 @@ TEST_F(CommunicateTest, PortThatIsNoTerminal) {
   write_file("dev/tty1", "a file, not a port");
   const std::string port = std::filesystem::current_path().string() + "/dev/tty1";
   configure(configuration(port));
-  EXPECT_EQ(communicate(kConsultarSAT, "ConsultarSAT", 5, std::string("|") + kActivationCode), -2002);
+  EXPECT_EQ(communicate(kConsultarSAT, "ConsultarSAT", 5, "|" + kActivationCode), -2002);
   EXPECT_EQ(text(), "SAT Erro[-02002]Lnx SAT  Dev[" + port + "] falhou ao configurar L[2286] F[Communicate]");
   EXPECT_EQ(step_lines().back(), "ERR Lnx:ER:STEP-06b rc[-02002] lSerialSettingsL\n\t   Dev[" + port + "]\n");
   EXPECT_EQ(read_file("dev/tty1"), "a file, not a port");
@@ -234,7 +235,7 @@ TEST_F(CommunicateTest, PortThatIsNoTerminal) {
 TEST_F(CommunicateTest, PortHeldByAnotherProcessGivesTheBusyReply) {
   const OtherProcess other(TALVEX_PORT_HOLDER, device().path());
   ASSERT_TRUE(other.holds_port());
-  EXPECT_EQ(communicate(kEnviarDadosVenda, "EnviarDadosVenda", 6, std::string("|") + kActivationCode), -2010);
+  EXPECT_EQ(communicate(kEnviarDadosVenda, "EnviarDadosVenda", 6, "|" + kActivationCode), -2010);
   EXPECT_EQ(text(), "42|06098|0000|SAT em processamento, tente novamente.||");
   EXPECT_EQ(
       step_lines().back(),
@@ -322,7 +323,7 @@ class LinkFailureTest : public CommunicateTest, public testing::WithParamInterfa
 TEST_P(LinkFailureTest, LeavesItsTextAndGivesThePortBack) {
   const LinkFailure& failure = GetParam();
   device().play(failure.script);
-  EXPECT_EQ(communicate(kConsultarSAT, "ConsultarSAT", 5, std::string("|") + kActivationCode), failure.rc);
+  EXPECT_EQ(communicate(kConsultarSAT, "ConsultarSAT", 5, "|" + kActivationCode), failure.rc);
 
   const char* port = device().path().c_str();
   if (failure.sending) {
@@ -394,7 +395,7 @@ TEST_F(CommunicateTest, EndlessGarbageHasTheLimitOfItsFunction) {
 
 TEST_F(CommunicateTest, LongCommandLeavesNothingBehindAShortFailureText) {
   configure(configuration(device().path(), "", "1"));
-  const std::string sale = "|" + times(2000, kActivationCode);
+  const std::string sale = "|" + times(200, kActivationCode);
   device().play({expect_block(kBlock), nak(), expect_block(kBlock), nak(), expect_block(kBlock), nak(),
                  expect_block(kBlock), nak()});
   EXPECT_EQ(communicate(kEnviarDadosVenda, "EnviarDadosVenda", 6, sale), -2009);

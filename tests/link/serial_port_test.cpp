@@ -54,6 +54,12 @@ TEST_F(SerialPortTest, OpenedPortStaysWithinTheProcess) {
   EXPECT_NE(fcntl(hComm, F_GETFD) & FD_CLOEXEC, 0) << "the device search runs a shell";
 }
 
+TEST_F(SerialPortTest, StandardStreamsThatTheHostClosedDoNotBecomeThePort) {
+  close(STDIN_FILENO);
+  open_port();
+  EXPECT_GT(hComm, STDERR_FILENO);
+}
+
 TEST_F(SerialPortTest, OpeningAMissingPathFailsAndLeavesTheHandleClosed) {
   EXPECT_EQ(lSerialOpenW("/dev/ttyTALVEX0"), -2000);
   EXPECT_EQ(hComm, -1);

@@ -71,10 +71,14 @@ using AcknowledgingFaultTest = OpenPortFaultTest;
 
 class SendingFaultTest : public OpenPortFaultTest {
  protected:
-  // The first block goes out in 16 writes; the write behind the device's answer to it fails.
+  // From the moment on when the device has the first block, writing fails.
   int write_error_in_the_second_block(const Step& answer) {
     device().play({expect_block(kBlock), answer});
-    inject({{Call::kWrite, 0, 16, 0, 0, "", 1024}, failure(Call::kWrite, EIO)});
+    virtual_clock::on_turn([this] {
+      const int64_t next_turn = device().take_turn();
+      if (device().received().size() == 1) inject({failure(Call::kWrite, EIO)});
+      return next_turn;
+    });
     const int rc = transmit(std::string(kBlock, 'x'));
     EXPECT_EQ(sending_lines().back(),
               "ERR Lnx errno[00005:Input/output error]ER iBytesWritten[-001] uiOffset[16384] "
@@ -533,8 +537,7 @@ TEST_F(TransactionFaultTest, LockThatFailsOtherwiseHasItsOwnText) {
   inject({failure(Call::kFlock, ENOLCK)});
   const std::string text =
       "SAT Erro[-02010]Lnx SAT  Dev[" + device().path() + "] ocupado L[2272] F[Communicate]";
-  EXPECT_EQ(ConsultarStatusOperacional(42, "s3gr3d0-de-ativacao-muito-longo-mesmo-para-este-teste-de-hoje"),
-            text);
+  EXPECT_EQ(ConsultarStatusOperacional(42, times(30, "s3gr3d0-").c_str()), text);
   EXPECT_TRUE(is_zero_behind_text(gl_sSatPkt, kPacketBufferSize));
   EXPECT_EQ(
       traced("Communicate").back(),
