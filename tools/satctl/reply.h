@@ -1,0 +1,64 @@
+// A reply of the library: its fields, and what they mean for the caller.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "exit_status.h"
+#include "functions.h"
+
+namespace satctl {
+
+struct NamedField {
+  std::string name;
+  FieldKind kind;
+  std::string value;
+};
+
+struct Request {
+  const Function* function;
+  int session = 0;
+  int asked_session = -1;  // the session that a query is about
+};
+
+class Reply {
+ public:
+  Reply(const Request& request, std::string raw);
+
+  const Request& request() const { return request_; }
+  const std::string& raw() const { return raw_; }
+  const std::vector<NamedField>& fields() const { return fields_; }
+  std::string_view field(std::string_view name) const;  // empty if there is none
+
+  ExitStatus status() const { return status_; }
+  const std::string& return_code() const { return return_code_; }  // EEEEE or empty
+  int number() const { return number_; }  // EEEEE, or the code of a failure of the library
+  // Class of a refusal, or the name of the exit status.
+  std::string_view outcome() const;
+  std::string meaning() const;
+  const NamedField* document() const;  // the field with a document in base64, if it holds one
+
+ private:
+  void read_fields();
+  bool session_fits() const;
+  bool answers_itself() const;
+  ExitStatus judge() const;
+
+  Request request_;
+  std::string raw_;
+  std::vector<NamedField> fields_;
+  std::string return_code_;
+  int number_ = 0;
+  ExitStatus status_ = ExitStatus::link_failure;
+};
+
+std::vector<std::string> split_fields(std::string_view text);
+
+// The fields with the names that the layout gives them.
+std::vector<NamedField> name_fields(const Function* layout, const std::vector<std::string>& values);
+
+// The code of a text that begins "SAT Erro[".
+std::optional<int> library_failure(std::string_view text);
+
+}  // namespace satctl
