@@ -2,18 +2,20 @@
 // devices, and its answer hardly ever changes between two calls. So its last answer is recalled as long as
 // nothing that it depends on has changed:
 //
-//   /sys/kernel/uevent_seqnum  the kernel's count of device events: while it stands still, no device has
-//                              come, gone or changed its name, and the folders need not be read again
+//   /dev                       time stamps of the folder, where it is the kernel's own (a devtmpfs): while
+//                              they stand still no port has come, gone or been replaced, and sysfs need
+//                              not be read again
+//   /sys/kernel/uevent_seqnum  the kernel's count of device events, which tells the same elsewhere
 //   /sys/bus/usb/devices       every USB device that the kernel has, by name, inode number and properties
 //   /sys/class/tty             every ttyACM device, likewise
 //   /run/udev/data             time stamps of udev's database; it replaces its files, never changes them
 //   PATH                       which find, udevadm and grep the shell runs
 //
-// Sysfs gives a device that comes back under the same name new inode numbers, and shows a device before it
-// counts the event. What cannot be read is held with its error number. An answer is not kept at all when the
-// command failed, when the bus changed while it ran, when udev wrote its database so shortly before that a
-// second change could bear the same time stamp, when it names a port that the kernel does not list, or when
-// something does not fit its buffer.
+// Sysfs gives a device that comes back under the same name new inode numbers, and shows a device before its
+// node is made and its event counted. What cannot be read is held with its error number. An answer is not
+// kept at all when the command failed, when the bus changed while it ran, when a time stamp is so young that
+// a second change could bear it too, when it names a port that the kernel does not list, or when something
+// does not fit its buffer.
 #include "api/usb_search.h"
 
 #include <dirent.h>
@@ -24,6 +26,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include "olk_utils/bounded_text.h"
@@ -36,12 +39,14 @@ const char kUsbSearchCommand[] =
 
 namespace {
 
+constexpr char kNodes[] = "/dev";
+constexpr char kMounts[] = "/proc/self/mountinfo";
 constexpr char kEventCount[] = "/sys/kernel/uevent_seqnum";
 constexpr char kUsbDevices[] = "/sys/bus/usb/devices";
 constexpr char kTtyDevices[] = "/sys/class/tty";
 constexpr char kUdevDatabase[] = "/run/udev/data";
 
-// A time stamp of the database is trusted to differ from that of a later change once it is this old.
+// A time stamp is trusted to differ from that of a later change once it is this old.
 constexpr int64_t kSettledMs = 1000;
 
 // A text that grows from the front; overflowed is set for good when something did not fit.
@@ -60,9 +65,15 @@ struct Stamp {
   timespec changed;
 };
 
+// What shows that no device has come or gone.
+struct Sign {
+  Stamp nodes;      // of the kernel's folder of device nodes; no inode where that is another's
+  char events[32];  // the kernel's count, in its place; empty when it cannot be read
+};
+
 // What the answer depends on.
 struct Snapshot {
-  char events[32];          // the kernel's count; empty when it cannot be read
+  Sign sign;
   char program_path[4096];  // PATH
   Stamp udev;               // the database
   Record devices;           // on the bus
@@ -72,6 +83,8 @@ struct Snapshot {
 Record answer;             // output of the last run
 Snapshot answer_snapshot;  // as that run saw it
 bool answer_is_kept;
+
+dev_t kernels_nodes;  // file system of the kernel's device nodes; 0 when it is not mounted on /dev
 
 void clear(Record& record) {
   record.length = 0;
@@ -161,8 +174,46 @@ bool is_settled(const Stamp& stamp) {
   return stamp.error != 0 || static_cast<int64_t>(GetCurrentMilliTime()) - modified_ms > kSettledMs;
 }
 
+// "24 27 0:6 / /dev rw,relatime - devtmpfs devtmpfs rw". A sysfs without the count is not the kernel's, and
+// its nodes say nothing about it.
+dev_t find_kernels_nodes() {
+  char count[32];
+  if (!read_file(kEventCount, count, sizeof count)) return 0;
+  FILE* mounts = fopen(kMounts, "re");
+  if (mounts == nullptr) return 0;
+  dev_t found = 0;
+  char line[1024];
+  while (fgets(line, sizeof line, mounts) != nullptr) {
+    unsigned major_number = 0;
+    unsigned minor_number = 0;
+    char mount_point[8] = "";
+    if (strstr(line, " - devtmpfs ") == nullptr ||
+        sscanf(line, "%*d %*d %u:%u / %7s", &major_number, &minor_number, mount_point) != 3) {
+      continue;
+    }
+    if (strcmp(mount_point, kNodes) == 0) found = makedev(major_number, minor_number);
+  }
+  fclose(mounts);
+  return found;
+}
+
+void look_at_sign(Sign& sign) {
+  sign = {};
+  const Stamp nodes = stamp_of(kNodes);
+  if (kernels_nodes != 0 && nodes.device == kernels_nodes && is_settled(nodes)) {
+    sign.nodes = nodes;
+  } else {
+    read_file(kEventCount, sign.events, sizeof sign.events);
+  }
+}
+
+bool same(const Sign& one, const Sign& other) {
+  const bool by_nodes = one.nodes.inode != 0 && same(one.nodes, other.nodes);
+  return by_nodes || (one.events[0] != '\0' && strcmp(one.events, other.events) == 0);
+}
+
 void look_at_signs(Snapshot& snapshot) {
-  read_file(kEventCount, snapshot.events, sizeof snapshot.events);
+  look_at_sign(snapshot.sign);
   const size_t path_length = copy_text(snapshot.program_path, getenv("PATH"));
   snapshot.udev = stamp_of(kUdevDatabase);
   snapshot.reliable = path_length + 1 < sizeof snapshot.program_path && is_settled(snapshot.udev);
@@ -178,16 +229,15 @@ bool same_udev(const Snapshot& one, const Snapshot& other) {
   return same(one.udev, other.udev) && strcmp(one.program_path, other.program_path) == 0;
 }
 
-// Looks at the devices only when the kernel's count does not vouch for them.
+// Looks at the devices only when no sign vouches for them.
 bool answer_still_holds(Snapshot& now) {
   look_at_signs(now);
   const bool may_hold = answer_is_kept && now.reliable && same_udev(now, answer_snapshot);
-  const bool no_event = now.events[0] != '\0' && strcmp(now.events, answer_snapshot.events) == 0;
-  if (may_hold && no_event) return true;
+  if (may_hold && same(now.sign, answer_snapshot.sign)) return true;
 
   look_at_devices(now);
   if (!may_hold || !same(now.devices, answer_snapshot.devices)) return false;
-  copy_text(answer_snapshot.events, now.events);
+  answer_snapshot.sign = now.sign;
   return true;
 }
 
@@ -274,6 +324,7 @@ bool search_usb(TakeUsbLine take, UsbSearchLine& found) {
     return true;
   }
   answer_is_kept = false;
+  kernels_nodes = find_kernels_nodes();
   const RunResult result = run_command(take, found);
   if (result == RunResult::kNotStarted) return false;
 
@@ -282,7 +333,7 @@ bool search_usb(TakeUsbLine take, UsbSearchLine& found) {
   answer_is_kept = result == RunResult::kDone && !answer.overflowed && before.reliable &&
                    same_udev(before, answer_snapshot) && same(before.devices, answer_snapshot.devices) &&
                    kernel_bears_out(answer, answer_snapshot);
-  // An event during the run is looked into again.
-  copy_text(answer_snapshot.events, before.events);
+  // What came during the run is looked into again.
+  answer_snapshot.sign = before.sign;
   return true;
 }

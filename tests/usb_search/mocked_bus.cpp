@@ -29,6 +29,7 @@ MockedBus::MockedBus() {
   if (testbed == nullptr) throw std::runtime_error("not inside umockdev-run");
   sys_ = fs::path(testbed) / "sys";
   fs::remove_all(sys_);
+  fs::create_directories(fs::path(testbed) / "dev");
   fs::create_directories(sys_ / kController);
   fs::create_directories(sys_ / "bus/usb/devices");
   fs::create_directories(sys_ / "class/tty");

@@ -2,6 +2,7 @@
 // trace and save what the plain command says at that moment.
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,14 +21,24 @@ namespace fs = std::filesystem;
 namespace {
 
 std::string udev_database;  // of the test; there is none while it is empty or names nothing
+std::string nodes;          // folder of the test in the place of /dev, unless empty
+std::string mounts;         // in the place of /proc/self/mountinfo, unless empty
 
 }  // namespace
 
-// As stat, but udev's database lies where the test has put it.
+// As stat, but udev's database and the nodes lie where the test has put them.
 extern "C" int __real_stat(const char* path, struct stat* status);
 extern "C" int __wrap_stat(const char* path, struct stat* status) {
-  const bool is_database = std::string(path) == "/run/udev/data";
-  return __real_stat(is_database ? udev_database.c_str() : path, status);
+  const std::string name = path;
+  if (name == "/run/udev/data") return __real_stat(udev_database.c_str(), status);
+  if (name == "/dev" && !nodes.empty()) return __real_stat(nodes.c_str(), status);
+  return __real_stat(path, status);
+}
+
+extern "C" FILE* __real_fopen(const char* path, const char* mode);
+extern "C" FILE* __wrap_fopen(const char* path, const char* mode) {
+  const bool is_mounts = std::string(path) == "/proc/self/mountinfo" && !mounts.empty();
+  return __real_fopen(is_mounts ? mounts.c_str() : path, mode);
 }
 
 namespace {
@@ -122,6 +133,19 @@ class RecalledSearch : public ApiTraceTest {
     udev_database = here("udev-database");
     fs::create_directory(udev_database);
     fs::last_write_time(udev_database, fs::file_time_type::clock::now() - age);
+  }
+
+  // Port nodes that were last changed so long ago, on a file system of this type.
+  void put_nodes(std::chrono::seconds age, const std::string& type = "devtmpfs") {
+    nodes = here("nodes");
+    fs::create_directory(nodes);
+    fs::last_write_time(nodes, fs::file_time_type::clock::now() - age);
+    struct stat status {};
+    ASSERT_EQ(__real_stat(nodes.c_str(), &status), 0);
+    mounts = here("mounts");
+    write_file(mounts,
+               formatted("23 27 0:22 / /sys rw - sysfs sysfs rw\n24 27 %u:%u / /dev rw,relatime - %s x rw\n",
+                         major(status.st_dev), minor(status.st_dev), type.c_str()));
   }
 
   MockedBus bus_;
@@ -291,6 +315,56 @@ TEST_F(RecalledSearch, TheCountVouchesForTheFolders) {
   EXPECT_EQ(findSat(name), 0);
   EXPECT_STREQ(name, "/dev/ttyACM0");
   bus_.set_event_count(101);
+  expect_found(kNone);
+}
+
+// ---- The kernel's nodes -----------------------------------------------------------------------------
+
+// Nor does a port come or go without its node. The first search finds out whose nodes they are.
+TEST_F(RecalledSearch, TheNodesVouchForTheFolders) {
+  put_nodes(std::chrono::hours(2));
+  bus_.set_event_count(100);
+  bus_.plug(1, "ttyACM0", kTalvex);
+  expect_found("/dev/ttyACM0");
+  bus_.set_event_count(101);
+  bus_.unplug(1);
+  char name[kDeviceNameSize] = "";
+  EXPECT_EQ(findSat(name), 0);
+  EXPECT_STREQ(name, "/dev/ttyACM0");
+  put_nodes(std::chrono::hours(1));
+  expect_found(kNone);
+}
+
+TEST_F(RecalledSearch, NodesJustChangedDoNotVouch) {
+  put_nodes(std::chrono::hours(2));
+  bus_.set_event_count(100);
+  bus_.plug(1, "ttyACM0", kTalvex);
+  expect_found("/dev/ttyACM0");
+  put_nodes(std::chrono::hours(-1));
+  expect_recalled();
+  bus_.set_event_count(101);
+  bus_.unplug(1);
+  expect_found(kNone);
+  bus_.set_event_count(102);
+  bus_.plug(1, "ttyACM0", kTalvex);
+  expect_found("/dev/ttyACM0");
+}
+
+TEST_F(RecalledSearch, NodesOnAnotherFileSystemDoNotVouch) {
+  put_nodes(std::chrono::hours(2), "tmpfs");
+  bus_.set_event_count(100);
+  bus_.plug(1, "ttyACM0", kTalvex);
+  expect_found("/dev/ttyACM0");
+  bus_.set_event_count(101);
+  bus_.unplug(1);
+  expect_found(kNone);
+}
+
+TEST_F(RecalledSearch, NodesDoNotVouchForAnotherSysfs) {
+  put_nodes(std::chrono::hours(2));
+  bus_.plug(1, "ttyACM0", kTalvex);
+  expect_found("/dev/ttyACM0");
+  bus_.unplug(1);
   expect_found(kNone);
 }
 
