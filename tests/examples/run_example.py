@@ -1,8 +1,9 @@
 """Builds one example in a scratch folder and runs it against the emulator.
 
-    run_example.py [--required] --prefix PREFIX --libdir LIBDIR [--node-modules DIR] [LANGUAGE...]
+    run_example.py [--required] --emulator FILE --prefix PREFIX --libdir LIBDIR [--node-modules DIR]
+                   [LANGUAGE...]
 
-PREFIX is where the library and sat-emulator are installed, LIBDIR the folder of libraries in it. Without a language
+PREFIX is where the library is installed, LIBDIR the folder of libraries in it. Without a language
 all are run. An example whose toolchain is not there is named as skipped; with --required it counts as a failure.
 Exit status: 0 all were right, 77 some were skipped, 1 some failed.
 """
@@ -75,7 +76,7 @@ LogMode=1
 # What a till must have shown: its status query and its sale, field by field.
 SHOWN = (r"^ConsultarStatusOperacional$", r"^  EEEEE +10000$", r"^  ESTADO_OPERACAO +\S+", r"^EnviarDadosVenda$",
          r"^  EEEEE +06000$", r"^  chaveConsulta +CFe\d{44}$", r"^  valorTotalCFe +126\.84$",
-         r"^  assinaturaQRCODE +\S{60}\.\.\.$")
+         r"^  assinaturaQRCODE +\S{60,70}\.\.\.$")
 
 
 def missing(needs, paths):
@@ -133,6 +134,7 @@ def run_example(language, paths):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--required", action="store_true")
+    parser.add_argument("--emulator", required=True)
     parser.add_argument("--prefix", required=True)
     parser.add_argument("--libdir", required=True)
     parser.add_argument("--cmake", default="cmake")
@@ -143,7 +145,7 @@ def main():
     prefix = os.path.abspath(options.prefix)
     libdir = os.path.join(prefix, options.libdir)
     paths = dict(prefix=prefix, library=os.path.join(libdir, "libtalvex.so.2"), cmake=options.cmake,
-                 node_modules=os.path.abspath(options.node_modules), pkg_config=os.path.join(libdir, "pkgconfig"), emulator=os.path.join(prefix, "bin/sat-emulator"))
+                 node_modules=os.path.abspath(options.node_modules), pkg_config=os.path.join(libdir, "pkgconfig"), emulator=os.path.abspath(options.emulator))
     results = {}
     for language in options.languages or LANGUAGES:
         lacking = missing(LANGUAGES[language]["needs"], paths)
