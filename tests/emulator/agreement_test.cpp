@@ -93,7 +93,8 @@ class BadLine : public TillWithEmulator {
 
   Document sell(int cents) {
     SaleData data;
-    const std::string amount = std::to_string(cents / 100) + "." + std::to_string(100 + cents % 100).substr(1);
+    const std::string amount =
+        std::to_string(cents / 100) + "." + std::to_string(100 + cents % 100).substr(1);
     data.items = SaleData::item(1, "1.0000", amount);
     data.payments = SaleData::payment("01", amount);
     const std::string xml = data.xml();
@@ -114,7 +115,8 @@ class BadLine : public TillWithEmulator {
 
 TEST_F(BadLine, AThousandDocumentsLaterDeviceAndTillAgree) {
   write_file("trouble.txt", kTrouble);
-  start({"--faults", "trouble.txt", "--seed", "20260301", "--clock", "2026-03-01T10:00:00", "--state", "sat.json"});
+  start({"--faults", "trouble.txt", "--seed", "20260301", "--clock", "2026-03-01T10:00:00", "--state",
+         "sat.json"});
 
   std::vector<Document> documents;
   while (documents.size() < kDocuments && !HasFailure()) {
@@ -137,8 +139,9 @@ TEST_F(BadLine, AThousandDocumentsLaterDeviceAndTillAgree) {
   // The run proves nothing if nothing went wrong.
   EXPECT_GT(lost_, 50);
   EXPECT_GT(recovered_, 20);
-  std::printf("%zu documents in %d calls: %d replies lost, %d recovered by session number, the rest repeated\n",
-              documents.size(), session_, lost_, recovered_);
+  std::printf(
+      "%zu documents in %d calls: %d replies lost, %d recovered by session number, the rest repeated\n",
+      documents.size(), session_, lost_, recovered_);
 }
 
 }  // namespace

@@ -48,7 +48,8 @@ TEST(SigningKey, SignsAsAnRsaKeyOf2048BitsDoes) {
     std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context(EVP_MD_CTX_new(), EVP_MD_CTX_free);
     EVP_DigestVerifyInit(context.get(), nullptr, EVP_sha256(), nullptr, parsed.get());
     return EVP_DigestVerify(context.get(), reinterpret_cast<const unsigned char*>(signature->data()),
-                            signature->size(), reinterpret_cast<const unsigned char*>(text.data()), text.size());
+                            signature->size(), reinterpret_cast<const unsigned char*>(text.data()),
+                            text.size());
   };
   EXPECT_EQ(verify("text"), 1);
   EXPECT_NE(verify("Text"), 1);

@@ -38,7 +38,7 @@ struct Product {
 
 TEST(Multiply, IsExactWhereBinaryFractionsAreNot) {
   constexpr Product products[] = {
-      {"1.0050", "1.000", 100, 100},    // a half goes to the even cent
+      {"1.0050", "1.000", 100, 100},  // a half goes to the even cent
       {"1.0150", "1.000", 102, 101},
       {"1.0051", "1.000", 101, 100},    // more than a half goes up
       {"0.3250", "39.90", 1297, 1296},  // 12.9675

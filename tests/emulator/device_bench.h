@@ -17,7 +17,9 @@ class DeviceBench : public testing::Test {
   static constexpr const char* kCode = "12345678";
 
   DeviceBench() : DeviceBench(ready_state()) {}
-  explicit DeviceBench(DeviceState state) : device(std::move(state), no_file, 7) { set_clock("2026-03-01T10:00:00"); }
+  explicit DeviceBench(DeviceState state) : device(std::move(state), no_file, 7) {
+    set_clock("2026-03-01T10:00:00");
+  }
 
   static DeviceState ready_state() {
     DeviceState state;
@@ -33,7 +35,8 @@ class DeviceBench : public testing::Test {
     ++session;
     return call_in(session, function, arguments, faults);
   }
-  std::vector<std::string> call_in(int number, const std::string& function, const std::vector<std::string>& arguments,
+  std::vector<std::string> call_in(int number, const std::string& function,
+                                   const std::vector<std::string>& arguments,
                                    const FiscalFaults& faults = {}) {
     std::vector<std::string> fields{function, padded(number, 6)};
     fields.insert(fields.end(), arguments.begin(), arguments.end());

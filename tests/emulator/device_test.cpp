@@ -41,7 +41,8 @@ TEST_F(ReadyDevice, FiveFieldsForMostFunctions) {
   };
   for (const auto& [code, words] : calls) {
     const auto reply = call(words[0], {words.begin() + 1, words.end()});
-    EXPECT_THAT(reply, ElementsAre(padded(session, 6), code, std::string(return_code_message(std::stoi(code))), "", ""));
+    EXPECT_THAT(reply, ElementsAre(padded(session, 6), code,
+                                   std::string(return_code_message(std::stoi(code))), "", ""));
   }
 }
 
@@ -80,7 +81,13 @@ TEST_F(ReadyDevice, ASaleHasTwelveFields) {
   EXPECT_THAT(*base64_decode(reply[6]), HasSubstr("Id=\"" + reply[8] + "\""));
   EXPECT_EQ(reply[7], "20260301100000");
   EXPECT_TRUE(valid_access_key(reply[8]));
-  EXPECT_EQ(reply[8].substr(3, 37), "35" "2603" "11222333000181" "59" "900000001" "000001");
+  EXPECT_EQ(reply[8].substr(3, 37),
+            "35"
+            "2603"
+            "11222333000181"
+            "59"
+            "900000001"
+            "000001");
   EXPECT_EQ(reply[9], "10.00");
   EXPECT_EQ(reply[10], "52998224725");
   EXPECT_EQ(reply[11], device.signing_key().sign(reply[8].substr(3) + "|20260301100000|10.00|52998224725"));
@@ -125,10 +132,10 @@ TEST_F(ReadyDevice, TheStatusHasTwentyEightMeaningfulFields) {
   set_clock("2026-03-01T10:05:00");
   reply = call("ConsultarStatusOperacional", {kCode});
   EXPECT_THAT(reply, ElementsAre("000003", "10000", "Resposta com Sucesso", "", "", "900000001", "DHCP",
-                                 "192.168.1.50", "02:53:41:54:00:01", "255.255.255.0", "192.168.1.1", "192.168.1.1",
-                                 "0.0.0.0", "CONECTADO", "ALTO", "1 Gbytes", "12 Mbytes", "20260301100500", "010000",
-                                 "0.07", key, "", "", "20260301100000", "20260301100000", "20260301", "20310228",
-                                 "0"));
+                                 "192.168.1.50", "02:53:41:54:00:01", "255.255.255.0", "192.168.1.1",
+                                 "192.168.1.1", "0.0.0.0", "CONECTADO", "ALTO", "1 Gbytes", "12 Mbytes",
+                                 "20260301100500", "010000", "0.07", key, "", "", "20260301100000",
+                                 "20260301100000", "20260301", "20310228", "0"));
 }
 
 TEST_F(ReadyDevice, ThePendingListHoldsWhatTheAuthorityHasNotGot) {
@@ -152,7 +159,8 @@ TEST_F(ReadyDevice, LogsAreLinesOfFourFields) {
   const auto reply = call("ExtrairLogs", {kCode});
   ASSERT_THAT(reply, SizeIs(6));
   EXPECT_EQ(reply[1], "15000");
-  EXPECT_EQ(*base64_decode(reply[5]), "20260301100000|AC|info|EnviarDadosVenda sessao 000001 retorno 06000\n");
+  EXPECT_EQ(*base64_decode(reply[5]),
+            "20260301100000|AC|info|EnviarDadosVenda sessao 000001 retorno 06000\n");
 }
 
 TEST_F(ReadyDevice, NoticesFillTheirTwoFields) {
@@ -179,7 +187,8 @@ TEST_F(ReadyDevice, TheSameSessionTwiceInARowIsRefusedInEveryFunction) {
   for (const Function& function : functions()) {
     const std::vector<std::string> arguments(function.arguments, kCode);
     call_in(500, "ConsultarSAT", {});
-    EXPECT_EQ(call_in(500, std::string(function.name), arguments)[1], padded(function.code(97), 5)) << function.name;
+    EXPECT_EQ(call_in(500, std::string(function.name), arguments)[1], padded(function.code(97), 5))
+        << function.name;
     call_in(501, "ConsultarSAT", {});
   }
 }
@@ -268,7 +277,8 @@ TEST_F(NewDevice, GoesAllTheWayToItsFirstSale) {
   data.house = "<CNPJ>12345678000195</CNPJ><signAC>" + kSignature + "</signAC><numeroCaixa>001</numeroCaixa>";
   EXPECT_EQ(code_of("EnviarDadosVenda", {"codigo123", data.xml()}), "06003");
   EXPECT_EQ(code_of("AssociarAssinatura", {"codigo123", "12345678000195", kSignature}), "13004");
-  EXPECT_EQ(code_of("AssociarAssinatura", {"codigo123", "1234567800019512345678000195", kSignature}), "13007");
+  EXPECT_EQ(code_of("AssociarAssinatura", {"codigo123", "1234567800019512345678000195", kSignature}),
+            "13007");
   EXPECT_EQ(code_of("AssociarAssinatura", {"codigo123", kCnpjPair, "curta"}), "13003");
   EXPECT_EQ(code_of("AssociarAssinatura", {"codigo123", kCnpjPair, kSignature}), "13000");
   EXPECT_EQ(code_of("EnviarDadosVenda", {"codigo123", data.xml()}), "06000");
@@ -376,7 +386,8 @@ TEST_F(ReadyDevice, ARefusedSaleNamesTheFieldAndTakesNoNumber) {
   data.payments = SaleData::payment("01", "9.99");
   const auto reply = call("EnviarDadosVenda", {kCode, data.xml()});
   EXPECT_THAT(reply, ElementsAre("000001", "06010", "1534",
-                                 "Erro de validacao do conteudo: pagamentos nao cobrem o valor total (pgto)", "", ""));
+                                 "Erro de validacao do conteudo: pagamentos nao cobrem o valor total (pgto)",
+                                 "", ""));
   EXPECT_EQ(sell()[8].substr(34, 6), "000001");
 }
 
@@ -516,7 +527,8 @@ TEST_F(ReadyDevice, TheSameSeedAndClockGiveTheSameBytes) {
   const std::string reply = last_reply;
   Device twin(ready_state(), no_file, 7);
   twin.surroundings().clock.stop_at(*parse_moment("2026-03-01T10:00:00"));
-  const Command command = parse_command("EnviarDadosVenda|000001|" + std::string(kCode) + "|" + SaleData().xml());
+  const Command command =
+      parse_command("EnviarDadosVenda|000001|" + std::string(kCode) + "|" + SaleData().xml());
   EXPECT_EQ(twin.execute(command, {}).text(), reply);
   Device other(ready_state(), no_file, 8);
   other.surroundings().clock.stop_at(*parse_moment("2026-03-01T10:00:00"));

@@ -17,7 +17,8 @@ Command call(const std::string& function, int session = 1) {
 }
 
 // The names of the faults that meet `count` calls of the function.
-std::vector<std::string> faults_of(FaultRules& rules, int count, const std::string& function = "ConsultarSAT") {
+std::vector<std::string> faults_of(FaultRules& rules, int count,
+                                   const std::string& function = "ConsultarSAT") {
   std::vector<std::string> names;
   for (int i = 1; i <= count; ++i) names.push_back(rules.plan(call(function, i)).names);
   return names;
@@ -63,11 +64,13 @@ TEST(Rules, AnyAndFiscalNameGroups) {
 
 TEST(Rules, ProcessingHoldsForTheNextCallsThatMatch) {
   auto rules = rules_of("on ConsultarSAT nth=2 do processing 3");
-  EXPECT_THAT(faults_of(rules, 6), testing::ElementsAre("", "processing", "processing", "processing", "", ""));
+  EXPECT_THAT(faults_of(rules, 6),
+              testing::ElementsAre("", "processing", "processing", "processing", "", ""));
 }
 
 TEST(Rules, ChanceIsTheSameUnderTheSameSeed) {
-  auto first = rules_of("on any chance=30 do silence", 5), second = rules_of("on any chance=30 do silence", 5);
+  auto first = rules_of("on any chance=30 do silence", 5),
+       second = rules_of("on any chance=30 do silence", 5);
   auto other = rules_of("on any chance=30 do silence", 6);
   const auto names = faults_of(first, 200);
   EXPECT_EQ(faults_of(second, 200), names);
@@ -81,7 +84,8 @@ TEST(Rules, ChanceIsTheSameUnderTheSameSeed) {
 }
 
 TEST(Rules, SeveralMayMeetOneCall) {
-  auto rules = rules_of("on any do stop 50 20\non any do stray 3 # three bytes\n\n# nothing\non any do stop 10 30");
+  auto rules =
+      rules_of("on any do stop 50 20\non any do stray 3 # three bytes\n\n# nothing\non any do stop 10 30");
   const CallPlan plan = rules.plan(call("ConsultarSAT"));
   EXPECT_EQ(plan.link.stray_bytes, "UUU");
   ASSERT_EQ(plan.link.cuts.size(), 2U);
@@ -148,14 +152,16 @@ TEST(Guide, ExplainsEveryActionAndEveryProfile) {
   for (const FaultAction& action : fault_actions()) {
     EXPECT_THAT(guide, HasSubstr("| `" + std::string(action.name))) << action.name;
   }
-  for (const Profile& profile : profiles()) EXPECT_THAT(guide, HasSubstr("| `" + std::string(profile.name) + "`"));
+  for (const Profile& profile : profiles())
+    EXPECT_THAT(guide, HasSubstr("| `" + std::string(profile.name) + "`"));
 }
 
 TEST(Moments, AreRealOnes) {
   EXPECT_EQ(format_moment(*parse_moment("2026-03-01T10:20:30")), "20260301102030");
   EXPECT_EQ(format_moment(*parse_moment("2026-03-01")), "20260301000000");
   EXPECT_EQ(format_moment(*parse_moment("20260301102030")), "20260301102030");
-  for (const char* text : {"", "2026", "2026-02-30T00:00:00", "2026-03-01T24:00:00", "yesterday", "2026/03/01"}) {
+  for (const char* text :
+       {"", "2026", "2026-02-30T00:00:00", "2026-03-01T24:00:00", "yesterday", "2026/03/01"}) {
     EXPECT_EQ(parse_moment(text), std::nullopt) << text;
   }
 }

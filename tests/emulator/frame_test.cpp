@@ -18,9 +18,13 @@ std::vector<Arrival> feed(FrameReader& reader, const std::string& bytes) {
   return arrivals;
 }
 
-std::string text_of(const FrameVector& vector) { return vector.bytes.substr(1, vector.bytes.size() - 3); }
+std::string text_of(const FrameVector& vector) {
+  return vector.bytes.substr(1, vector.bytes.size() - 3);
+}
 
-std::size_t block_acks(std::size_t frame_size) { return (frame_size - 1) / kBlockSize; }
+std::size_t block_acks(std::size_t frame_size) {
+  return (frame_size - 1) / kBlockSize;
+}
 
 TEST(GoldenFrames, ThereAreBothKindsOfBoth) {
   int commands = 0, responses = 0, valid = 0, damaged = 0;

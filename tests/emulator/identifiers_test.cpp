@@ -8,8 +8,8 @@ namespace {
 TEST(Cnpj, NeedsRightCheckDigits) {
   EXPECT_TRUE(valid_cnpj("11222333000181"));
   EXPECT_TRUE(valid_cnpj("12345678000195"));
-  for (const char* text : {"11222333000182", "11222333000171", "1122233300018", "112223330001811", "00000000000000",
-                           "11.222.333/0001-81", "", "1122233300018x"}) {
+  for (const char* text : {"11222333000182", "11222333000171", "1122233300018", "112223330001811",
+                           "00000000000000", "11.222.333/0001-81", "", "1122233300018x"}) {
     EXPECT_FALSE(valid_cnpj(text)) << text;
   }
 }
@@ -31,18 +31,25 @@ TEST(AccessKey, HasItsPartsInOrder) {
   key.number = 42;
   key.random = 7;
   const std::string digits = key.digits();
-  EXPECT_EQ(digits.substr(0, 43), "35" "2603" "11222333000181" "59" "900000001" "000042" "000007");
+  EXPECT_EQ(digits.substr(0, 43),
+            "35"
+            "2603"
+            "11222333000181"
+            "59"
+            "900000001"
+            "000042"
+            "000007");
   EXPECT_EQ(digits.size(), 44U);
   EXPECT_TRUE(valid_access_key("CFe" + digits));
 }
 
 // Worked by hand: weights 2 to 9 from the right, eleven less the rest of the sum.
 TEST(AccessKey, CheckDigitIsModuloElevenWithWeightsTwoToNine) {
-  EXPECT_EQ(access_key_check_digit("1"), 9);           // 2
-  EXPECT_EQ(access_key_check_digit("11"), 6);          // 2 + 3
-  EXPECT_EQ(access_key_check_digit("111111111"), 9);   // 2 + ... + 9 + 2 = 46
-  EXPECT_EQ(access_key_check_digit("0"), 0);           // rest 0
-  EXPECT_EQ(access_key_check_digit("6"), 0);           // 12: rest 1
+  EXPECT_EQ(access_key_check_digit("1"), 9);          // 2
+  EXPECT_EQ(access_key_check_digit("11"), 6);         // 2 + 3
+  EXPECT_EQ(access_key_check_digit("111111111"), 9);  // 2 + ... + 9 + 2 = 46
+  EXPECT_EQ(access_key_check_digit("0"), 0);          // rest 0
+  EXPECT_EQ(access_key_check_digit("6"), 0);          // 12: rest 1
 }
 
 TEST(AccessKey, AnyWrongDigitIsSeen) {

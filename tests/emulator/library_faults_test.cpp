@@ -14,7 +14,9 @@ namespace {
 using testing::HasSubstr;
 using testing::StartsWith;
 
-std::string right_reply(int session) { return std::to_string(1'000'000 + session).substr(1) + "|08000|SAT em operacao||"; }
+std::string right_reply(int session) {
+  return std::to_string(1'000'000 + session).substr(1) + "|08000|SAT em operacao||";
+}
 
 class LibraryOnFault : public TillWithEmulator {
  protected:
@@ -23,7 +25,9 @@ class LibraryOnFault : public TillWithEmulator {
   std::string sell(int session) {
     return library.call("EnviarDadosVenda", session, kCode, SaleData().xml().c_str());
   }
-  std::string look_up(int session, int lost) { return library.call("ConsultarNumeroSessao", session, kCode, lost); }
+  std::string look_up(int session, int lost) {
+    return library.call("ConsultarNumeroSessao", session, kCode, lost);
+  }
 
   std::string not_acknowledged(const std::string& code) const {
     return "SAT Erro[" + code + "]Lnx Dev[" + port_named("sat0") +
@@ -122,7 +126,8 @@ TEST_F(LibraryOnFault, ADeviceThatComesBackElsewhereIsNotFoundUntilThePortIsChan
   start_with("on any nth=1 do hangup 10 back=100 as=sat1");
   EXPECT_EQ(ask(1), not_received("-02004"));
   wait_for_link("sat1");
-  EXPECT_EQ(ask(2), "SAT Erro[-02000]Lnx SAT nao encontrado Dev[" + port_named("sat0") + "] L[2254] F[Communicate]");
+  EXPECT_EQ(ask(2),
+            "SAT Erro[-02000]Lnx SAT nao encontrado Dev[" + port_named("sat0") + "] L[2254] F[Communicate]");
   use_port(port_named("sat1"));
   EXPECT_EQ(look_up(3, 1), right_reply(1));
 }
@@ -201,13 +206,15 @@ TEST_F(LibraryOnFault, EveryFunctionGetsItsLayout) {
   const auto fields = [](const std::string& text) { return emulator::split_fields(text).size(); };
   EXPECT_EQ(fields(sale), 12U);
   const std::string key = emulator::split_fields(sale)[8];
-  EXPECT_EQ(fields(library.call("CancelarUltimaVenda", 2, kCode, key.c_str(), cancellation_xml(key).c_str())), 12U);
+  EXPECT_EQ(fields(library.call("CancelarUltimaVenda", 2, kCode, key.c_str(), cancellation_xml(key).c_str())),
+            12U);
   EXPECT_EQ(fields(library.call("TesteFimAFim", 3, kCode, SaleData().xml().c_str())), 9U);
   EXPECT_EQ(fields(library.call("ConsultarStatusOperacional", 4, kCode)), 28U);
   EXPECT_EQ(fields(library.call("ExtrairLogs", 5, kCode)), 6U);
   EXPECT_EQ(library.call("ConsultarUltimaSessaoFiscal", 6, kCode).substr(0, 12), "000002|07000");
   EXPECT_EQ(library.call("BloquearSAT", 7, kCode), "000007|16000|Equipamento SAT bloqueado com sucesso||");
-  EXPECT_EQ(library.call("DesbloquearSAT", 8, kCode), "000008|17000|Equipamento SAT desbloqueado com sucesso||");
+  EXPECT_EQ(library.call("DesbloquearSAT", 8, kCode),
+            "000008|17000|Equipamento SAT desbloqueado com sucesso||");
   EXPECT_EQ(library.call("AtualizarSoftwareSAT", 9, kCode), "000009|14000|Software Atualizado com Sucesso||");
   EXPECT_EQ(library.call("TrocarCodigoDeAtivacao", 10, kCode, 1, "novocodigo", "novocodigo"),
             "000010|18000|Ccdigo de ativacao alterado com sucesso||");

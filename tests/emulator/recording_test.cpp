@@ -31,7 +31,8 @@ TEST(RecordingLine, IsReadable) {
 }
 
 TEST(RecordingLine, KeepsEveryByte) {
-  for (const std::string& bytes : {all_bytes(), std::string("  two blanks  "), std::string("\\x02"), std::string(" ")}) {
+  for (const std::string& bytes :
+       {all_bytes(), std::string("  two blanks  "), std::string("\\x02"), std::string(" ")}) {
     const auto records = parse_recording(to_recording_line({0.25, kToTill, bytes}) + "\n");
     ASSERT_EQ(records.size(), 1U);
     EXPECT_EQ(records[0].bytes, bytes);
@@ -54,7 +55,8 @@ TEST(ParseRecording, SkipsCommentsAndNamesWrongLines) {
 }
 
 TEST(MaskCommand, HidesCodesAndPeople) {
-  EXPECT_EQ(mask_command("ConsultarStatusOperacional|000001|segredo1"), "ConsultarStatusOperacional|000001|xxxxxxxx");
+  EXPECT_EQ(mask_command("ConsultarStatusOperacional|000001|segredo1"),
+            "ConsultarStatusOperacional|000001|xxxxxxxx");
   EXPECT_EQ(mask_command("AtivarSAT|000001|1|segredo1|11222333000181|35"),
             "AtivarSAT|000001|1|xxxxxxxx|11222333000181|35");
   EXPECT_EQ(mask_command("TrocarCodigoDeAtivacao|000001|antigo12|1|novo1234|novo1234"),
@@ -64,9 +66,10 @@ TEST(MaskCommand, HidesCodesAndPeople) {
   const std::string masked = mask_command(
       "EnviarDadosVenda|000001|segredo1|<CFe><emit><CNPJ>11222333000181</CNPJ></emit><dest><CPF>52998224725</CPF>"
       "<xNome>Ana Lima</xNome></dest><entrega><xLgr>Rua 7</xLgr></entrega><infAdic><infCpl>Ana</infCpl></infAdic></CFe>");
-  EXPECT_EQ(masked,
-            "EnviarDadosVenda|000001|xxxxxxxx|<CFe><emit><CNPJ>11222333000181</CNPJ></emit><dest><CPF>00000000000</CPF>"
-            "<xNome>XXX XXXX</xNome></dest><entrega><xLgr>XXX 0</xLgr></entrega><infAdic><infCpl>XXX</infCpl></infAdic></CFe>");
+  EXPECT_EQ(
+      masked,
+      "EnviarDadosVenda|000001|xxxxxxxx|<CFe><emit><CNPJ>11222333000181</CNPJ></emit><dest><CPF>00000000000</CPF>"
+      "<xNome>XXX XXXX</xNome></dest><entrega><xLgr>XXX 0</xLgr></entrega><infAdic><infCpl>XXX</infCpl></infAdic></CFe>");
 }
 
 TEST(MaskReply, HidesPeopleInsideBase64) {
@@ -88,8 +91,10 @@ TEST(MaskReply, HidesPeopleInsideBase64) {
 TEST(Masking, KeepsLengthsPiecesAndRightAndWrongChecksums) {
   const std::string good = make_frame("ConsultarStatusOperacional|000001|segredo1");
   const std::string bad = spoil_checksum(good);
-  std::vector<RecordedBytes> records{
-      {0, kFromTill, bad.substr(0, 30)}, {1, kToTill, "\x06"}, {2, kFromTill, bad.substr(30)}, {3, kFromTill, good}};
+  std::vector<RecordedBytes> records{{0, kFromTill, bad.substr(0, 30)},
+                                     {1, kToTill, "\x06"},
+                                     {2, kFromTill, bad.substr(30)},
+                                     {3, kFromTill, good}};
   mask_personal_data(records);
   EXPECT_EQ(records[0].bytes.size(), 30U);
   const std::string first = records[0].bytes + records[2].bytes, second = records[3].bytes;
@@ -101,7 +106,8 @@ TEST(Masking, KeepsLengthsPiecesAndRightAndWrongChecksums) {
 
 TEST(Masking, HidesFramesThatBrokeOff) {
   const std::string frame = make_frame("ConsultarStatusOperacional|000001|segredo1");
-  std::vector<RecordedBytes> records{{0, kFromTill, frame.substr(0, 40) + frame}, {1, kFromTill, frame.substr(0, 41)}};
+  std::vector<RecordedBytes> records{{0, kFromTill, frame.substr(0, 40) + frame},
+                                     {1, kFromTill, frame.substr(0, 41)}};
   mask_personal_data(records);
   for (const auto& record : records) {
     EXPECT_THAT(record.bytes, Not(HasSubstr("segredo"))) << record.bytes;
@@ -138,7 +144,9 @@ TEST(Recorder, AnUnfinishedFrameIsHiddenAtTheEnd) {
   const ScratchDirectory scratch;
   {
     Recorder recorder("day.txt", true);
-    recorder.record(kFromTill, "\x02" "ConsultarStatusOperacional|000001|segre");
+    recorder.record(kFromTill,
+                    "\x02"
+                    "ConsultarStatusOperacional|000001|segre");
   }
   EXPECT_THAT(read_file("day.txt"), HasSubstr("PC->SAT \\x02xxx"));
   EXPECT_THAT(read_file("day.txt"), Not(HasSubstr("seg")));

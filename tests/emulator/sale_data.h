@@ -11,8 +11,8 @@ struct SaleData {
   std::string total = "<total/>";
   std::string payments = payment("01", "10.00");
 
-  static std::string product(const std::string& quantity, const std::string& price, const std::string& rule = "A",
-                             const std::string& more = "") {
+  static std::string product(const std::string& quantity, const std::string& price,
+                             const std::string& rule = "A", const std::string& more = "") {
     return "<cProd>1</cProd><xProd>Artigo</xProd><CFOP>5102</CFOP><uCom>UN</uCom><qCom>" + quantity +
            "</qCom><vUnCom>" + price + "</vUnCom><indRegra>" + rule + "</indRegra>" + more;
   }
@@ -29,8 +29,8 @@ struct SaleData {
   }
 
   std::string xml() const {
-    return "<CFe><infCFe versaoDadosEnt=\"0.07\"><ide>" + house + "</ide><emit>" + issuer + "</emit><dest>" + buyer +
-           "</dest>" + items + total + "<pgto>" + payments + "</pgto></infCFe></CFe>";
+    return "<CFe><infCFe versaoDadosEnt=\"0.07\"><ide>" + house + "</ide><emit>" + issuer + "</emit><dest>" +
+           buyer + "</dest>" + items + total + "<pgto>" + payments + "</pgto></infCFe></CFe>";
   }
 };
 

@@ -53,7 +53,9 @@ const BadSale kBadSales[] = {
     {"NoRegister", Cause::missing_field, "ide/numeroCaixa",
      [](SaleData& d) { d.house = "<CNPJ>12345678000195</CNPJ><signAC>x</signAC>"; }},
     {"BadRegister", Cause::register_number, "ide/numeroCaixa",
-     [](SaleData& d) { d.house = "<CNPJ>12345678000195</CNPJ><signAC>x</signAC><numeroCaixa>1</numeroCaixa>"; }},
+     [](SaleData& d) {
+       d.house = "<CNPJ>12345678000195</CNPJ><signAC>x</signAC><numeroCaixa>1</numeroCaixa>";
+     }},
     {"EmptySignature", Cause::empty_signature, "ide/signAC",
      [](SaleData& d) { d.house = "<CNPJ>12345678000195</CNPJ><signAC/><numeroCaixa>001</numeroCaixa>"; }},
     {"NoIssuer", Cause::missing_field, "emit/CNPJ", [](SaleData& d) { d.issuer.clear(); }},
@@ -62,7 +64,8 @@ const BadSale kBadSales[] = {
     {"BadBuyerCpf", Cause::buyer_cpf, "dest/CPF", [](SaleData& d) { d.buyer = "<CPF>123</CPF>"; }},
     {"BadBuyerCnpj", Cause::buyer_cnpj, "dest/CNPJ", [](SaleData& d) { d.buyer = "<CNPJ>123</CNPJ>"; }},
     {"NoItem", Cause::missing_field, "det", [](SaleData& d) { d.items.clear(); }},
-    {"ItemOutOfOrder", Cause::item_number, "det[1]", [](SaleData& d) { d.items = SaleData::item(2, "1", "10.00"); }},
+    {"ItemOutOfOrder", Cause::item_number, "det[1]",
+     [](SaleData& d) { d.items = SaleData::item(2, "1", "10.00"); }},
     {"TooManyItems", Cause::too_many, "det",
      [](SaleData& d) {
        d.items.clear();
@@ -82,7 +85,8 @@ const BadSale kBadSales[] = {
      [](SaleData& d) { d.items = SaleData::item(1, "1,0", "10.00"); }},
     {"FineQuantity", Cause::quantity, "det[1]/prod/qCom",
      [](SaleData& d) { d.items = SaleData::item(1, "1.00001", "10.00"); }},
-    {"ZeroPrice", Cause::unit_price, "det[1]/prod/vUnCom", [](SaleData& d) { d.items = SaleData::item(1, "1", "0"); }},
+    {"ZeroPrice", Cause::unit_price, "det[1]/prod/vUnCom",
+     [](SaleData& d) { d.items = SaleData::item(1, "1", "0"); }},
     {"FinePrice", Cause::unit_price, "det[1]/prod/vUnCom",
      [](SaleData& d) { d.items = SaleData::item(1, "1", "1.0001"); }},
     {"UnknownRule", Cause::calculation_rule, "det[1]/prod/indRegra",
@@ -96,15 +100,20 @@ const BadSale kBadSales[] = {
     {"ItemValueTooLarge", Cause::item_value, "det[1]/prod/qCom",
      [](SaleData& d) { d.items = SaleData::item(1, "999999999999", "999999999999"); }},
     {"NoTaxes", Cause::missing_field, "det[1]/imposto",
-     [](SaleData& d) { d.items = "<det nItem=\"1\"><prod>" + SaleData::product("1", "10.00") + "</prod></det>"; }},
+     [](SaleData& d) {
+       d.items = "<det nItem=\"1\"><prod>" + SaleData::product("1", "10.00") + "</prod></det>";
+     }},
     {"EmptyTaxGroup", Cause::taxes, "det[1]/imposto/ICMS",
      [](SaleData& d) { d.items = SaleData::item_of(1, SaleData::product("1", "10.00"), "<ICMS/>"); }},
     {"BadTaxRate", Cause::taxes, "det[1]/imposto/PIS/PISAliq/pPIS",
      [](SaleData& d) {
-       d.items = SaleData::item_of(1, SaleData::product("1", "10.00"), "<PIS><PISAliq><pPIS>a</pPIS></PISAliq></PIS>");
+       d.items = SaleData::item_of(1, SaleData::product("1", "10.00"),
+                                   "<PIS><PISAliq><pPIS>a</pPIS></PISAliq></PIS>");
      }},
     {"SubtotalDiscountAboveSum", Cause::subtotal_adjustment, "total/DescAcrEntr",
-     [](SaleData& d) { d.total = "<total><DescAcrEntr><vDescSubtot>10.01</vDescSubtot></DescAcrEntr></total>"; }},
+     [](SaleData& d) {
+       d.total = "<total><DescAcrEntr><vDescSubtot>10.01</vDescSubtot></DescAcrEntr></total>";
+     }},
     {"SubtotalDiscountNoAmount", Cause::subtotal_adjustment, "total/DescAcrEntr/vDescSubtot",
      [](SaleData& d) { d.total = "<total><DescAcrEntr><vDescSubtot/></DescAcrEntr></total>"; }},
     {"NoPayment", Cause::missing_field, "pgto/MP", [](SaleData& d) { d.payments.clear(); }},
@@ -124,7 +133,8 @@ INSTANTIATE_TEST_SUITE_P(Sales, RefusedSales, testing::ValuesIn(kBadSales),
                          [](const auto& row) { return row.param.name; });
 
 TEST(RefusedXml, WhateverItIs) {
-  for (const char* text : {"", "x", "<CFe>", "<CFe><infCFe></CFe>", "<CFe/><", "<CFe><infCFe>\xff</infCFe>"}) {
+  for (const char* text :
+       {"", "x", "<CFe>", "<CFe><infCFe></CFe>", "<CFe/><", "<CFe><infCFe>\xff</infCFe>"}) {
     const Refused refused = refusal_of([&] { read_sale(text); });
     EXPECT_EQ(refused.cccc, cause_row(Cause::not_xml).cccc) << text;
   }
@@ -165,7 +175,8 @@ TEST(SaleTotals, ExactPaymentIsEnough) {
 
 TEST(SaleTotals, ADiscountOnTheSubtotalIsSharedToTheLastCent) {
   SaleData data;
-  data.items = SaleData::item(1, "1", "1.00") + SaleData::item(2, "1", "1.00") + SaleData::item(3, "1", "1.00");
+  data.items =
+      SaleData::item(1, "1", "1.00") + SaleData::item(2, "1", "1.00") + SaleData::item(3, "1", "1.00");
   data.total = "<total><DescAcrEntr><vDescSubtot>1.00</vDescSubtot></DescAcrEntr></total>";
   const auto sale = read_sale(data.xml());
   EXPECT_EQ(sale->items[0].shared_discount, 33);
@@ -186,12 +197,12 @@ TEST(SaleTotals, ASurchargeOnTheSubtotalRaisesThem) {
 
 TEST(SaleTaxes, ComeFromBaseAndRate) {
   SaleData data;
-  data.items = SaleData::item_of(
-      1, SaleData::product("1", "10.00"),
-      "<ICMS><ICMS00><Orig>0</Orig><CST>00</CST><pICMS>18.00</pICMS></ICMS00></ICMS>"
-      "<PIS><PISAliq><CST>01</CST><vBC>8.00</vBC><pPIS>0.0165</pPIS></PISAliq></PIS>"
-      "<PISST><vBC>1.00</vBC><pPIS>0.5000</pPIS></PISST>"
-      "<COFINS><COFINSNT><CST>07</CST></COFINSNT></COFINS>");
+  data.items =
+      SaleData::item_of(1, SaleData::product("1", "10.00"),
+                        "<ICMS><ICMS00><Orig>0</Orig><CST>00</CST><pICMS>18.00</pICMS></ICMS00></ICMS>"
+                        "<PIS><PISAliq><CST>01</CST><vBC>8.00</vBC><pPIS>0.0165</pPIS></PISAliq></PIS>"
+                        "<PISST><vBC>1.00</vBC><pPIS>0.5000</pPIS></PISST>"
+                        "<COFINS><COFINSNT><CST>07</CST></COFINSNT></COFINS>");
   const auto sale = read_sale(data.xml());
   EXPECT_EQ(sale->taxes.icms, 180);
   EXPECT_EQ(sale->taxes.pis, 13);  // 0.132
@@ -230,7 +241,9 @@ TEST(SaleDocument, ShowsKeyMomentTotalsChangeAndSignature) {
   data.payments = SaleData::payment("01", "12.00");
   const auto document = parsed(sale_document(*read_sale(data.xml()), facts_of_test()));
   const auto group = document.child("CFe").child("infCFe");
-  const auto text = [&](const char* path) { return std::string(group.first_element_by_path(path).text().get()); };
+  const auto text = [&](const char* path) {
+    return std::string(group.first_element_by_path(path).text().get());
+  };
   const std::string digits = facts_of_test().key.digits();
   EXPECT_EQ(group.attribute("Id").value(), "CFe" + digits);
   EXPECT_EQ(text("ide/cUF"), "35");

@@ -1,11 +1,10 @@
-#include "state_file.h"
-
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "device_bench.h"
+#include "state_file.h"
 #include "support/scratch_directory.h"
 #include "support/text_files.h"
 
@@ -111,8 +110,9 @@ TEST_F(StoredDevice, OneEmulatorAtATime) {
 }
 
 TEST_F(StoredDevice, AForeignFileIsNotTouched) {
-  for (const char* text : {"", "no json", "{}", "[]", "{\"format\": 99}", "{\"format\": 1, \"device\": 3}",
-                           "{\"format\": 1, \"device\": {}, \"receipts\": {}, \"sessions\": [{\"session\": \"x\"}]}"}) {
+  for (const char* text :
+       {"", "no json", "{}", "[]", "{\"format\": 99}", "{\"format\": 1, \"device\": 3}",
+        "{\"format\": 1, \"device\": {}, \"receipts\": {}, \"sessions\": [{\"session\": \"x\"}]}"}) {
     write_file("sat.json", text);
     const StateFile file("sat.json");
     EXPECT_THROW(file.load(), StateError) << text;

@@ -31,7 +31,8 @@ void check_adds_up(const Sale& sale) {
   Cents sum = 0;
   for (const SaleItem& item : sale.items) {
     require(item.gross >= 0 && item.gross <= kLargestAmount);
-    require(item.net == item.gross - item.discount + item.other - item.shared_discount + item.shared_surcharge);
+    require(item.net ==
+            item.gross - item.discount + item.other - item.shared_discount + item.shared_surcharge);
     sum += item.net;
   }
   require(sum == sale.total);

@@ -57,8 +57,8 @@ void FunctionCall::activate(Activation activation) {
 void FunctionCall::issue_certificate() {
   start_certificate(state_, now_);
   state_.last_communication = format_moment(now_);
-  extra_.push_back(base64_encode(
-      device_.signing_key().certificate_request("SEFAZ emulada", "SAT " + state_.serial + ":" + state_.cnpj)));
+  extra_.push_back(base64_encode(device_.signing_key().certificate_request(
+      "SEFAZ emulada", "SAT " + state_.serial + ":" + state_.cnpj)));
 }
 
 int FunctionCall::comunicar_certificado() {

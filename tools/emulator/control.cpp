@@ -57,8 +57,10 @@ std::string Control::execute(const std::string& line) {
   json answer{{"ok", true}};
   try {
     const auto start = line.find_first_not_of(kBlanks);
-    if (start != std::string::npos && line[start] == '{') execute_json(line, answer);
-    else execute_text(line, answer);
+    if (start != std::string::npos && line[start] == '{')
+      execute_json(line, answer);
+    else
+      execute_text(line, answer);
   } catch (const std::exception& error) {
     answer = {{"ok", false}, {"error", error.what()}};
   }
@@ -108,18 +110,22 @@ json Control::state() const {
 
 void Control::show_receipts(const std::string&, json& answer) {
   answer["receipts"] = json::array();
-  for (const auto& receipt : device_.state().receipts) answer["receipts"].push_back(json::parse(receipt->json()));
+  for (const auto& receipt : device_.state().receipts)
+    answer["receipts"].push_back(json::parse(receipt->json()));
 }
 
 void Control::show_help(const std::string&, json& answer) {
   for (const ControlOrder& order : orders()) {
-    answer["orders"][std::string(order.name) + (*order.usage != '\0' ? " " : "") + order.usage] = order.effect;
+    answer["orders"][std::string(order.name) + (*order.usage != '\0' ? " " : "") + order.usage] =
+        order.effect;
   }
 }
 
 void Control::change_faults(const std::string& argument, json&) {
-  if (argument == "clear") rules_.clear();
-  else rules_.add(argument);
+  if (argument == "clear")
+    rules_.clear();
+  else
+    rules_.add(argument);
 }
 
 void Control::change_profile(const std::string& argument, json&) {
@@ -141,8 +147,10 @@ void Control::change_byte_delay(const std::string& argument, json&) {
 
 void Control::change_clock(const std::string& argument, json&) {
   DeviceClock& clock = device_.surroundings().clock;
-  if (argument.starts_with('+')) clock.advance(duration_of(argument.substr(1)));
-  else clock.stop_at(moment_of(argument));
+  if (argument.starts_with('+'))
+    clock.advance(duration_of(argument.substr(1)));
+  else
+    clock.stop_at(moment_of(argument));
 }
 
 void Control::change_block(const std::string& argument, json&) {
@@ -194,6 +202,8 @@ void Control::hang_up(const std::string& argument, json&) {
   line_.request_absence({Milliseconds(arguments.number("back", 300, kLongestDelay)), arguments.text("as")});
 }
 
-void Control::quit(const std::string&, json&) { throw Stopped{}; }
+void Control::quit(const std::string&, json&) {
+  throw Stopped{};
+}
 
 }  // namespace emulator

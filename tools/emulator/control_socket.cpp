@@ -20,7 +20,8 @@ constexpr std::size_t kLongestLine = 65'536;
 constexpr std::size_t kMostClients = 32;
 
 [[noreturn]] void fail(const std::string& path, int error) {
-  throw std::runtime_error("cannot open the control socket " + path + ": " + std::generic_category().message(error));
+  throw std::runtime_error("cannot open the control socket " + path + ": " +
+                           std::generic_category().message(error));
 }
 
 bool somebody_listens(const sockaddr_un& address) {
@@ -32,7 +33,8 @@ bool somebody_listens(const sockaddr_un& address) {
 
 }  // namespace
 
-ControlSocket::ControlSocket(std::string path, Execute execute) : path_(std::move(path)), execute_(std::move(execute)) {
+ControlSocket::ControlSocket(std::string path, Execute execute)
+    : path_(std::move(path)), execute_(std::move(execute)) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   if (path_.size() >= sizeof address.sun_path) fail(path_, ENAMETOOLONG);
@@ -68,8 +70,8 @@ void ControlSocket::serve(const pollfd& ready) {
   if (ready.fd == listener_) return accept_client();
   const auto client = clients_.find(ready.fd);
   if (client == clients_.end()) return;
-  const bool alive =
-      (client->second.output.empty() ? read_from(ready.fd, client->second) : true) && write_to(ready.fd, client->second);
+  const bool alive = (client->second.output.empty() ? read_from(ready.fd, client->second) : true) &&
+                     write_to(ready.fd, client->second);
   if (alive) return;
   close(ready.fd);
   clients_.erase(client);

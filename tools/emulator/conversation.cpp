@@ -15,8 +15,8 @@ constexpr Milliseconds kAnswerLimit{5'000};
 // A till receives a reply at most three times.
 constexpr int kTransmissions = 3;
 
-// The cuts that fall into the bytes [from, from + size) of the frame, counted from there. `from` itself belongs to
-// the block before it, but for the very first byte.
+// The cuts that fall into the bytes [from, from + size) of the frame, counted from there. `from` itself
+// belongs to the block before it, but for the very first byte.
 std::vector<Cut> cuts_within(const LinkFaults& faults, std::size_t from, std::size_t size) {
   std::vector<Cut> cuts;
   for (Cut cut : faults.cuts) {
@@ -47,7 +47,8 @@ void Conversation::run() {
 }
 
 void Conversation::serve_next_command() {
-  const std::string command = pending_command_.empty() ? receive_command() : std::exchange(pending_command_, {});
+  const std::string command =
+      pending_command_.empty() ? receive_command() : std::exchange(pending_command_, {});
   LinkFaults faults = service_.link_faults(command);
   for (; faults.naks > 0; --faults.naks) {
     answer(kNak);

@@ -50,7 +50,7 @@ BigNumber prime_from_seed(std::uint64_t seed, char label, BN_CTX* context) {
   BigNumber candidate(BN_new());
   for (unsigned counter = 0;; ++counter) {
     std::array<unsigned char, 128> bytes{};
-    for (unsigned part = 0; part < 4; ++part) {
+    for (std::size_t part = 0; part < 4; ++part) {
       const std::string text =
           std::to_string(seed) + label + std::to_string(counter) + "." + std::to_string(part);
       SHA256(reinterpret_cast<const unsigned char*>(text.data()), text.size(), &bytes[part * 32]);
@@ -100,9 +100,9 @@ EVP_PKEY* key_from_primes(const BIGNUM* p, const BIGNUM* q, BN_CTX* context) {
 
 std::string base64_encode(std::string_view bytes) {
   std::string text((bytes.size() + 2) / 3 * 4 + 1, '\0');
-  const int size = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
-                                   reinterpret_cast<const unsigned char*>(bytes.data()),
-                                   static_cast<int>(bytes.size()));
+  const int size =
+      EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
+                      reinterpret_cast<const unsigned char*>(bytes.data()), static_cast<int>(bytes.size()));
   text.resize(static_cast<std::size_t>(size));
   return text;
 }
@@ -113,11 +113,12 @@ std::optional<std::string> base64_decode(std::string_view text) {
     if (std::isspace(static_cast<unsigned char>(c)) == 0) packed += c;
   }
   const auto padding = packed.size() - std::min(packed.size(), packed.find_last_not_of('=') + 1);
-  if (packed.size() % 4 != 0 || padding > 2 || packed.find('=') < packed.size() - padding) return std::nullopt;
+  if (packed.size() % 4 != 0 || padding > 2 || packed.find('=') < packed.size() - padding)
+    return std::nullopt;
   std::string bytes(packed.size() / 4 * 3, '\0');
-  const int size = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(bytes.data()),
-                                   reinterpret_cast<const unsigned char*>(packed.data()),
-                                   static_cast<int>(packed.size()));
+  const int size =
+      EVP_DecodeBlock(reinterpret_cast<unsigned char*>(bytes.data()),
+                      reinterpret_cast<const unsigned char*>(packed.data()), static_cast<int>(packed.size()));
   if (size < 0) return std::nullopt;
   bytes.resize(static_cast<std::size_t>(size) - padding);
   return bytes;
@@ -172,8 +173,8 @@ std::string SigningKey::certificate_request(const std::string& organization,
   const std::pair<const char*, std::string> entries[] = {
       {"C", "BR"}, {"O", organization}, {"OU", "SAT"}, {"CN", common_name}};
   for (const auto& [field, value] : entries) {
-    X509_NAME_add_entry_by_txt(subject, field, MBSTRING_UTF8, reinterpret_cast<const unsigned char*>(value.c_str()),
-                               -1, -1, 0);
+    X509_NAME_add_entry_by_txt(subject, field, MBSTRING_UTF8,
+                               reinterpret_cast<const unsigned char*>(value.c_str()), -1, -1, 0);
   }
   const Bio bio(BIO_new(BIO_s_mem()));
   require(X509_REQ_set_pubkey(request.get(), key_.get()) == 1 &&

@@ -38,7 +38,9 @@ std::optional<std::int64_t> parse_decimal(std::string_view text, int places) {
   return value;
 }
 
-std::optional<Cents> parse_amount(std::string_view text) { return parse_decimal(text, 2); }
+std::optional<Cents> parse_amount(std::string_view text) {
+  return parse_decimal(text, 2);
+}
 
 std::string format_amount(Cents cents) {
   std::array<char, 32> text{};

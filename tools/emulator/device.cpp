@@ -51,13 +51,14 @@ void Device::commit(DeviceState next) {
 
 const SigningKey& Device::signing_key() {
   if (!key_) {
-    key_ = state_.signing_key.empty() ? SigningKey::from_seed(seed_) : SigningKey::from_pem(state_.signing_key);
+    key_ =
+        state_.signing_key.empty() ? SigningKey::from_seed(seed_) : SigningKey::from_pem(state_.signing_key);
   }
   return *key_;
 }
 
 void start_certificate(DeviceState& state, Moment now) {
-  constexpr Moment kFiveYears = 5 * 365 * 86'400;
+  constexpr Moment kFiveYears = Moment{5} * 365 * 86'400;
   state.certificate_issued = format_date(now);
   state.certificate_expires = format_date(now + kFiveYears);
 }

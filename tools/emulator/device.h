@@ -38,7 +38,7 @@ struct FiscalFaults {
   bool processing = false;
   std::optional<int> code;  // EEEEE
   int cccc = 0;
-  std::string message;      // empty: the code's own
+  std::string message;  // empty: the code's own
   std::optional<Block> block;
   bool certificate_expired = false;
 };

@@ -15,17 +15,23 @@ Moment DeviceClock::now() const {
   return timegm(&local) + offset_;
 }
 
-void DeviceClock::advance(std::int64_t seconds) { (fixed_ ? *fixed_ : offset_) += seconds; }
+void DeviceClock::advance(std::int64_t seconds) {
+  (fixed_ ? *fixed_ : offset_) += seconds;
+}
 
 std::optional<Moment> parse_moment(std::string_view text) {
   std::string digits;
   for (const char c : text) {
-    if (std::isdigit(static_cast<unsigned char>(c)) != 0) digits += c;
-    else if (std::string_view("-:T ").find(c) == std::string_view::npos) return std::nullopt;
+    if (std::isdigit(static_cast<unsigned char>(c)) != 0)
+      digits += c;
+    else if (std::string_view("-:T ").find(c) == std::string_view::npos)
+      return std::nullopt;
   }
   if (digits.size() == 8) digits += "000000";
   if (digits.size() != 14) return std::nullopt;
-  const auto number = [&digits](std::size_t at, std::size_t size) { return std::stoi(digits.substr(at, size)); };
+  const auto number = [&digits](std::size_t at, std::size_t size) {
+    return std::stoi(digits.substr(at, size));
+  };
   std::tm time{};
   time.tm_year = number(0, 4) - 1900;
   time.tm_mon = number(4, 2) - 1;
@@ -48,7 +54,9 @@ std::string format_moment(Moment moment) {
   return text.data();
 }
 
-std::string format_date(Moment moment) { return format_moment(moment).substr(0, 8); }
+std::string format_date(Moment moment) {
+  return format_moment(moment).substr(0, 8);
+}
 
 std::optional<std::int64_t> parse_duration(std::string_view text) {
   std::int64_t value = 0;

@@ -56,16 +56,16 @@ NLOHMANN_JSON_SERIALIZE_ENUM(Block, {{Block::none, "none"},
                                      {Block::autonomous, "autonomous"},
                                      {Block::deactivation, "deactivation"}})
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Network, type, ip, mac, mask, gateway, dns1, dns2)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Receipt, key, kind, session, number, issued, total, buyer, cancels,
-                                                cancelled_by, transmitted)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Receipt, key, kind, session, number, issued, total, buyer,
+                                                cancels, cancelled_by, transmitted)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(SessionReply, session, reply)
 // The lists of receipts and sessions are written record by record, beside these.
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(DeviceState, serial, uf, cnpj, software_version, signing_key,
                                                 activation, activation_code, emergency_code, wrong_codes,
                                                 code_locked, associated, signature, certificate_issued,
-                                                certificate_expires, block, network, next_number, next_test_number,
-                                                last_session, last_key, last_transmission, last_communication,
-                                                last_fiscal_reply, log)
+                                                certificate_expires, block, network, next_number,
+                                                next_test_number, last_session, last_key, last_transmission,
+                                                last_communication, last_fiscal_reply, log)
 
 template <typename Record>
 Kept<Record>::Kept(Record record) : record_(std::move(record)), json_(dump(nlohmann::json(record_))) {}

@@ -29,14 +29,14 @@ struct Network {
 
 // A document that the device has issued.
 struct Receipt {
-  std::string key;        // "CFe" and 44 digits
-  std::string kind;       // "sale" or "cancellation"
+  std::string key;   // "CFe" and 44 digits
+  std::string kind;  // "sale" or "cancellation"
   int session = 0;
   int number = 0;
   Moment issued = 0;
   Cents total = 0;
-  std::string buyer;      // CPF, CNPJ or empty
-  std::string cancels;    // of a cancellation: the key of the sale
+  std::string buyer;    // CPF, CNPJ or empty
+  std::string cancels;  // of a cancellation: the key of the sale
   std::string cancelled_by;
   bool transmitted = true;
 };
@@ -78,8 +78,8 @@ struct DeviceState {
   int wrong_codes = 0;  // in a row
   bool code_locked = false;
   bool associated = false;
-  std::string signature;  // signAC to be sent; empty: any
-  std::string certificate_issued;   // yyyymmdd
+  std::string signature;           // signAC to be sent; empty: any
+  std::string certificate_issued;  // yyyymmdd
   std::string certificate_expires;
 
   // Operation.

@@ -13,7 +13,8 @@ namespace {
 std::string printable(const std::string& text) {
   constexpr std::size_t kMost = 40;
   std::string clean = text.substr(0, kMost);
-  std::replace_if(clean.begin(), clean.end(), [](unsigned char c) { return std::isprint(c) == 0 || c > 0x7E; }, '?');
+  std::replace_if(
+      clean.begin(), clean.end(), [](unsigned char c) { return std::isprint(c) == 0 || c > 0x7E; }, '?');
   return clean;
 }
 
@@ -32,8 +33,9 @@ void EmulatedDevice::set_profiles(std::vector<const Profile*> profiles) {
 }
 
 bool EmulatedDevice::is_static() const {
-  return std::any_of(profiles_.begin(), profiles_.end(),
-                     [](const Profile* profile) { return profile->name == std::string_view(kStaticProfile); });
+  return std::any_of(profiles_.begin(), profiles_.end(), [](const Profile* profile) {
+    return profile->name == std::string_view(kStaticProfile);
+  });
 }
 
 LinkFaults EmulatedDevice::link_faults(const std::string& text) {
@@ -51,14 +53,17 @@ std::string EmulatedDevice::reply(const std::string& text) {
   const Command command = parse_command(text);
   const Reply reply = is_static() ? canned_reply(command) : device_.execute(command, plan_.fiscal);
   std::string answer = reply.text();
-  if (plan_.previous_reply && !former_reply_.empty()) std::swap(answer, former_reply_);
-  else former_reply_ = answer;
+  if (plan_.previous_reply && !former_reply_.empty())
+    std::swap(answer, former_reply_);
+  else
+    former_reply_ = answer;
   if (answer.size() < plan_.reply_size) {
     answer += '|';
     answer.resize(std::max(answer.size(), plan_.reply_size), 'X');
   }
   const auto duration = std::chrono::duration_cast<Milliseconds>(Clock::now() - start);
-  log_.call({printable(command.name), printable(command.session), padded(reply.code, 5), plan_.names, duration});
+  log_.call(
+      {printable(command.name), printable(command.session), padded(reply.code, 5), plan_.names, duration});
   return answer;
 }
 

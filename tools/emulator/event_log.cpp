@@ -22,7 +22,9 @@ std::string timestamp() {
 
 }  // namespace
 
-void EventLog::note(const std::string& text) const { write(text, {{"event", "note"}, {"text", text}}); }
+void EventLog::note(const std::string& text) const {
+  write(text, {{"event", "note"}, {"text", text}});
+}
 
 void EventLog::call(const Call& call) const {
   std::string text = call.function + " " + call.session;

@@ -9,7 +9,7 @@ namespace emulator {
 
 namespace {
 
-constexpr std::int64_t kMostBytes = 64 * 1'024 * 1'024;
+constexpr std::int64_t kMostBytes = std::int64_t{64} * 1'024 * 1'024;
 constexpr std::int64_t kMostTimes = 1'000'000;
 
 std::size_t size_of(const ActionArguments& arguments, std::size_t index, std::int64_t otherwise) {
@@ -56,9 +56,9 @@ std::vector<std::string> words_of(const std::string& line) {
 }
 
 const std::map<std::string, std::int64_t>& condition_limits() {
-  static const std::map<std::string, std::int64_t> limits{{"nth", kMostTimes},   {"every", kMostTimes},
-                                                          {"from", kMostTimes},  {"times", kMostTimes},
-                                                          {"chance", 100},       {"session", 999'999}};
+  static const std::map<std::string, std::int64_t> limits{{"nth", kMostTimes},  {"every", kMostTimes},
+                                                          {"from", kMostTimes}, {"times", kMostTimes},
+                                                          {"chance", 100},      {"session", 999'999}};
   return limits;
 }
 
@@ -66,47 +66,134 @@ const std::map<std::string, std::int64_t>& condition_limits() {
 
 const std::vector<FaultAction>& fault_actions() {
   static const std::vector<FaultAction> table{
-      {"nak", "N", 1, 1, {}, "answers NAK to N transmissions of the command",
+      {"nak",
+       "N",
+       1,
+       1,
+       {},
+       "answers NAK to N transmissions of the command",
        [](const ActionArguments& a, CallPlan& p) { p.link.naks = times_of(a, 0, 1); }},
-      {"silence", "", 0, 0, {}, "neither answers nor carries out the command",
+      {"silence",
+       "",
+       0,
+       0,
+       {},
+       "neither answers nor carries out the command",
        [](const ActionArguments&, CallPlan& p) { p.link.ignore_command = true; }},
-      {"drop-ack", "", 0, 0, {}, "carries the command out and replies, but its ACK is lost",
+      {"drop-ack",
+       "",
+       0,
+       0,
+       {},
+       "carries the command out and replies, but its ACK is lost",
        [](const ActionArguments&, CallPlan& p) { p.link.drop_ack = true; }},
-      {"no-reply", "", 0, 0, {}, "acknowledges the command and carries it out, but never replies",
+      {"no-reply",
+       "",
+       0,
+       0,
+       {},
+       "acknowledges the command and carries it out, but never replies",
        [](const ActionArguments&, CallPlan& p) { p.link.no_reply = true; }},
-      {"wrong-checksum", "N", 1, 1, {}, "sends the reply N times with a wrong checksum",
+      {"wrong-checksum",
+       "N",
+       1,
+       1,
+       {},
+       "sends the reply N times with a wrong checksum",
        [](const ActionArguments& a, CallPlan& p) { p.link.wrong_checksums = times_of(a, 0, 1); }},
-      {"stray", "N", 1, 1, {}, "sends N stray bytes (0x55) in front of the reply's STX",
-       [](const ActionArguments& a, CallPlan& p) { p.link.stray_bytes = std::string(size_of(a, 0, 1), 'U'); }},
-      {"stop", "N MS", 2, 2, {}, "stops for MS milliseconds after N bytes of the reply",
+      {"stray",
+       "N",
+       1,
+       1,
+       {},
+       "sends N stray bytes (0x55) in front of the reply's STX",
+       [](const ActionArguments& a, CallPlan& p) {
+         p.link.stray_bytes = std::string(size_of(a, 0, 1), 'U');
+       }},
+      {"stop",
+       "N MS",
+       2,
+       2,
+       {},
+       "stops for MS milliseconds after N bytes of the reply",
        [](const ActionArguments& a, CallPlan& p) {
          p.link.cuts.push_back({size_of(a, 0, 0), time_of(a, 1, 0), false});
        }},
-      {"split", "N [MS]", 1, 2, {}, "sends the reply in pieces of N bytes, MS milliseconds (5) apart",
+      {"split",
+       "N [MS]",
+       1,
+       2,
+       {},
+       "sends the reply in pieces of N bytes, MS milliseconds (5) apart",
        [](const ActionArguments& a, CallPlan& p) {
          p.link.piece_size = std::max<std::size_t>(1, size_of(a, 0, 1));
          p.link.piece_pause = time_of(a, 1, 5);
        }},
-      {"hangup", "N [back=MS] [as=NAME]", 1, 1, {"back", "as"},
+      {"hangup",
+       "N [back=MS] [as=NAME]",
+       1,
+       1,
+       {"back", "as"},
        "unplugs the device after N bytes of the reply; it is back, perhaps under another name, after MS (300)",
        hang_up},
-      {"late", "MS", 1, 1, {}, "replies MS milliseconds late",
+      {"late",
+       "MS",
+       1,
+       1,
+       {},
+       "replies MS milliseconds late",
        [](const ActionArguments& a, CallPlan& p) { p.link.delay += time_of(a, 0, 0); }},
-      {"previous", "", 0, 0, {}, "carries the command out, but sends the reply of the call before",
+      {"previous",
+       "",
+       0,
+       0,
+       {},
+       "carries the command out, but sends the reply of the call before",
        [](const ActionArguments&, CallPlan& p) { p.previous_reply = true; }},
-      {"duplicate", "", 0, 0, {}, "sends the reply twice in a row",
+      {"duplicate",
+       "",
+       0,
+       0,
+       {},
+       "sends the reply twice in a row",
        [](const ActionArguments&, CallPlan& p) { p.link.duplicate = true; }},
-      {"oversize", "[N]", 0, 1, {}, "fills the reply up to N bytes (11000000)",
+      {"oversize",
+       "[N]",
+       0,
+       1,
+       {},
+       "fills the reply up to N bytes (11000000)",
        [](const ActionArguments& a, CallPlan& p) { p.reply_size = size_of(a, 0, 11'000'000); }},
-      {"return", "EEEEE [CCCC [MESSAGE]]", 1, 99, {}, "replies with this code; the command is not carried out",
+      {"return",
+       "EEEEE [CCCC [MESSAGE]]",
+       1,
+       99,
+       {},
+       "replies with this code; the command is not carried out",
        return_code},
-      {"processing", "N", 1, 1, {}, "replies \"in process\" (xx098) to this call and the N - 1 next ones that match",
+      {"processing",
+       "N",
+       1,
+       1,
+       {},
+       "replies \"in process\" (xx098) to this call and the N - 1 next ones that match",
        [](const ActionArguments& a, CallPlan& p) {
          p.fiscal.processing = true;
          p.hold_for = times_of(a, 0, 1);
        }},
-      {"blocked", "[contributor|sefaz|autonomous|deactivation]", 0, 1, {}, "is blocked, for this call", block},
-      {"certificate-expired", "", 0, 0, {}, "has an expired certificate, for this call",
+      {"blocked",
+       "[contributor|sefaz|autonomous|deactivation]",
+       0,
+       1,
+       {},
+       "is blocked, for this call",
+       block},
+      {"certificate-expired",
+       "",
+       0,
+       0,
+       {},
+       "has an expired certificate, for this call",
        [](const ActionArguments&, CallPlan& p) { p.fiscal.certificate_expired = true; }},
   };
   return table;
@@ -115,8 +202,10 @@ const std::vector<FaultAction>& fault_actions() {
 ActionArguments::ActionArguments(const std::vector<std::string>& words) {
   for (const std::string& word : words) {
     const auto equals = word.find('=');
-    if (equals == std::string::npos) plain_.push_back(word);
-    else named_[word.substr(0, equals)] = word.substr(equals + 1);
+    if (equals == std::string::npos)
+      plain_.push_back(word);
+    else
+      named_[word.substr(0, equals)] = word.substr(equals + 1);
   }
 }
 
@@ -130,7 +219,8 @@ std::int64_t ActionArguments::number(std::size_t index, std::int64_t otherwise, 
   return index < plain_.size() ? number_within(plain_[index], 0, most) : otherwise;
 }
 
-std::int64_t ActionArguments::number(const std::string& name, std::int64_t otherwise, std::int64_t most) const {
+std::int64_t ActionArguments::number(const std::string& name, std::int64_t otherwise,
+                                     std::int64_t most) const {
   const auto found = named_.find(name);
   return found == named_.end() ? otherwise : number_within(found->second, 0, most);
 }
@@ -188,8 +278,8 @@ FaultRules::Rule FaultRules::parse(const std::string& line) {
 
   const std::string& name = *(separator + 1);
   const auto& actions = fault_actions();
-  const auto action = std::find_if(actions.begin(), actions.end(),
-                                   [&](const FaultAction& row) { return name == row.name; });
+  const auto action =
+      std::find_if(actions.begin(), actions.end(), [&](const FaultAction& row) { return name == row.name; });
   if (action == actions.end()) throw FaultSyntaxError("no action is called \"" + name + "\"");
   rule.action = &*action;
   rule.arguments.assign(separator + 2, words.end());

@@ -56,8 +56,8 @@ class ActionArguments {
 struct FaultAction {
   const char* name;
   const char* usage;
-  std::size_t least, most;          // plain arguments
-  std::vector<std::string> named;   // names that it knows
+  std::size_t least, most;         // plain arguments
+  std::vector<std::string> named;  // names that it knows
   const char* effect;
   void (*apply)(const ActionArguments& arguments, CallPlan& plan);
 };

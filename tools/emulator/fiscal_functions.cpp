@@ -20,8 +20,8 @@ constexpr int kBlockedWithoutContact = 8;
 constexpr int kInvalidContent = 10;
 constexpr int kCertificateExpired = 11;
 
-constexpr std::size_t kLargestSale = 1'500 * 1'024;
-constexpr Moment kCancellationLimit = 30 * 60;
+constexpr std::size_t kLargestSale = std::size_t{1'500} * 1'024;
+constexpr Moment kCancellationLimit = Moment{30} * 60;
 constexpr int kLastNumber = 999'999;
 constexpr std::size_t kIssuerInKey = 9;  // behind "CFe", state and month
 
@@ -52,7 +52,8 @@ int FunctionCall::enviar_dados_venda() {
     receipt.buyer = sale->buyer;
     issue(facts, sale_document(*sale, facts), std::move(receipt));
   } catch (const Rejected& rejected) {
-    refuse(kInvalidContent, std::string("Erro de validacao do conteudo: ") + rejected.what(), rejected.cccc());
+    refuse(kInvalidContent, std::string("Erro de validacao do conteudo: ") + rejected.what(),
+           rejected.cccc());
   }
   return 6000;
 }
@@ -78,7 +79,8 @@ int FunctionCall::cancelar_ultima_venda() {
     const CancelledSale cancelled{sale.key, sale.buyer, sale.issued, sale.total};
     issue(facts, cancellation_document(*cancellation, cancelled, facts), std::move(receipt));
   } catch (const Rejected& rejected) {
-    refuse(kInvalidContent, std::string("Erro de validação do conteúdo: ") + rejected.what(), rejected.cccc());
+    refuse(kInvalidContent, std::string("Erro de validação do conteúdo: ") + rejected.what(),
+           rejected.cccc());
   }
   return 7000;
 }
@@ -109,7 +111,8 @@ void FunctionCall::check_may_sell() const {
     case Block::autonomous:
       refuse(kBlockedWithoutContact);
   }
-  if (faults_.certificate_expired || state_.certificate_expires < format_date(now_)) refuse(kCertificateExpired);
+  if (faults_.certificate_expired || state_.certificate_expires < format_date(now_))
+    refuse(kCertificateExpired);
 }
 
 void FunctionCall::check_signature(const std::string& signature) const {
@@ -155,8 +158,8 @@ void FunctionCall::issue(const DocumentFacts& facts, const std::string& xml, Rec
   receipt.transmitted = surroundings_.sefaz_reachable;
   if (receipt.transmitted) state_.last_transmission = state_.last_communication = format_moment(now_);
   state_.last_key = receipt.key;
-  extra_ = {base64_encode(xml), format_moment(now_), receipt.key, format_amount(receipt.total), receipt.buyer,
-            facts.qr_signature};
+  extra_ = {base64_encode(xml),           format_moment(now_), receipt.key,
+            format_amount(receipt.total), receipt.buyer,       facts.qr_signature};
   keep(state_.receipts, std::move(receipt), kMostReceipts);
 }
 

@@ -74,7 +74,9 @@ Arrival FrameReader::finish() {
   return received == computed ? Arrival::frame : Arrival::broken_frame;
 }
 
-std::string FrameReader::take_text() { return std::exchange(text_, {}); }
+std::string FrameReader::take_text() {
+  return std::exchange(text_, {});
+}
 
 void FrameReader::drop_partial_frame() {
   held_ = 0;

@@ -47,9 +47,9 @@ class FrameReader {
   Arrival start_or_answer(unsigned char byte);
   Arrival finish();
 
-  std::size_t held_ = 0;     // bytes of the current frame, STX included
-  std::string text_;         // text and, until the ETX, the checksum
-  unsigned char sum_ = 0;    // over text_
+  std::size_t held_ = 0;   // bytes of the current frame, STX included
+  std::string text_;       // text and, until the ETX, the checksum
+  unsigned char sum_ = 0;  // over text_
 };
 
 }  // namespace emulator

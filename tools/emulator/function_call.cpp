@@ -30,7 +30,8 @@ std::optional<int> small_number(std::string_view text) {
   return value;
 }
 
-FunctionCall::FunctionCall(Device& device, DeviceState& state, const Command& command, const FiscalFaults& faults)
+FunctionCall::FunctionCall(Device& device, DeviceState& state, const Command& command,
+                           const FiscalFaults& faults)
     : device_(device),
       surroundings_(device.surroundings()),
       state_(state),
@@ -83,8 +84,10 @@ Reply FunctionCall::run() {
     extra_.clear();
     reply = compose(refusal.code, refusal.cccc, refusal.message);
   }
-  if (verbatim_.empty()) shape(reply);
-  else reply.fields = split_fields(verbatim_);
+  if (verbatim_.empty())
+    shape(reply);
+  else
+    reply.fields = split_fields(verbatim_);
   remember(reply);
   return reply;
 }
@@ -119,7 +122,9 @@ void FunctionCall::log(const char* origin, const char* level, const std::string&
   if (state_.log.size() > kMostLogLines) state_.log.pop_front();
 }
 
-void FunctionCall::refuse_with(int code) { throw Refusal{code, 0, {}}; }
+void FunctionCall::refuse_with(int code) {
+  throw Refusal{code, 0, {}};
+}
 
 void FunctionCall::refuse(int last_two_digits, const std::string& message, int cccc) const {
   throw Refusal{function_.code(last_two_digits), cccc, message};
@@ -172,11 +177,27 @@ int FunctionCall::consultar_status_operacional() {
   // A receipt takes about two kilobytes of the device's memory.
   const std::size_t used_megabytes = 12 + state_.receipts.size() * 2 / 1'024;
   const Network& network = state_.network;
-  extra_ = {state_.serial, network.type, network.ip, network.mac, network.mask, network.gateway, network.dns1,
-            network.dns2, surroundings_.sefaz_reachable ? "CONECTADO" : "NAO_CONECTADO", surroundings_.battery,
-            surroundings_.memory_total, std::to_string(used_megabytes) + " Mbytes", format_moment(now_),
-            state_.software_version, kLayoutVersion, state_.last_key, first_pending, last_pending,
-            state_.last_transmission, state_.last_communication, state_.certificate_issued,
+  extra_ = {state_.serial,
+            network.type,
+            network.ip,
+            network.mac,
+            network.mask,
+            network.gateway,
+            network.dns1,
+            network.dns2,
+            surroundings_.sefaz_reachable ? "CONECTADO" : "NAO_CONECTADO",
+            surroundings_.battery,
+            surroundings_.memory_total,
+            std::to_string(used_megabytes) + " Mbytes",
+            format_moment(now_),
+            state_.software_version,
+            kLayoutVersion,
+            state_.last_key,
+            first_pending,
+            last_pending,
+            state_.last_transmission,
+            state_.last_communication,
+            state_.certificate_issued,
             state_.certificate_expires,
             std::to_string(static_cast<int>(faults_.block.value_or(state_.block)))};
   return 10000;

@@ -71,7 +71,8 @@ class FunctionCall {
   void check_may_sell() const;
   void check_signature(const std::string& signature) const;
   const Receipt& sale_to_cancel() const;
-  DocumentFacts new_document(const std::string& issuer_cnpj, int& counter, Cents total, const std::string& buyer);
+  DocumentFacts new_document(const std::string& issuer_cnpj, int& counter, Cents total,
+                             const std::string& buyer);
   void issue(const DocumentFacts& facts, const std::string& xml, Receipt receipt);
 
   [[noreturn]] void refuse(int last_two_digits, const std::string& message = {}, int cccc = 0) const;

@@ -29,20 +29,20 @@ enum class FunctionId {
 
 // When the first argument (the activation code) is looked at.
 enum class CodeCheck {
-  never,            // the function has no code, or looks at it itself
-  when_activated,   // a device that is not activated yet knows no code and lets everybody in
-  always,           // a device that is not activated refuses every code
+  never,           // the function has no code, or looks at it itself
+  when_activated,  // a device that is not activated yet knows no code and lets everybody in
+  always,          // a device that is not activated refuses every code
 };
 
 struct Function {
   FunctionId id;
   std::string_view name;
-  int family;                // the first three digits of its return codes: 60 for 060xx
-  std::size_t arguments;     // behind the session number
+  int family;             // the first three digits of its return codes: 60 for 060xx
+  std::size_t arguments;  // behind the session number
   CodeCheck code_check;
-  int not_activated;         // return code of a device that is not activated; 0: it has none
-  bool fiscal;               // a sale or a cancellation: its reply carries a CCCC
-  bool recorded;             // ConsultarNumeroSessao finds its reply
+  int not_activated;  // return code of a device that is not activated; 0: it has none
+  bool fiscal;        // a sale or a cancellation: its reply carries a CCCC
+  bool recorded;      // ConsultarNumeroSessao finds its reply
 
   int code(int last_two_digits) const { return family * 100 + last_two_digits; }
 };

@@ -35,19 +35,25 @@ bool all_digits(std::string_view text) {
   return std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-bool valid_cnpj(std::string_view text) { return valid_taxpayer(text, 14, 9); }
+bool valid_cnpj(std::string_view text) {
+  return valid_taxpayer(text, 14, 9);
+}
 
-bool valid_cpf(std::string_view text) { return valid_taxpayer(text, 11, 11); }
+bool valid_cpf(std::string_view text) {
+  return valid_taxpayer(text, 11, 11);
+}
 
 std::string AccessKey::digits() const {
   std::array<char, 64> text{};
-  std::snprintf(text.data(), text.size(), "%02d%s%s59%s%06d%06d", state % 100, year_month.c_str(), cnpj.c_str(),
-                serial.c_str(), number % 1'000'000, random % 1'000'000);
+  std::snprintf(text.data(), text.size(), "%02d%s%s59%s%06d%06d", state % 100, year_month.c_str(),
+                cnpj.c_str(), serial.c_str(), number % 1'000'000, random % 1'000'000);
   const std::string digits = text.data();
   return digits + std::to_string(access_key_check_digit(digits));
 }
 
-int access_key_check_digit(std::string_view digits43) { return modulo_11_digit(digits43, digits43.size(), 9); }
+int access_key_check_digit(std::string_view digits43) {
+  return modulo_11_digit(digits43, digits43.size(), 9);
+}
 
 bool valid_access_key(std::string_view key) {
   if (key.size() != 47 || !key.starts_with("CFe") || !all_digits(key.substr(3))) return false;

@@ -16,6 +16,8 @@ namespace {
 
 // A till that takes nothing for this long has gone; it would have given the reply up long before.
 constexpr Milliseconds kStallLimit{5'000};
+// More than one read only piles up while the device sends or waits, from a till that sends garbage meanwhile.
+constexpr std::size_t kMostInput = 262'144;
 // Hanging up destroys what the till has not read yet. Bytes take a moment to become visible as unread, so
 // only a line that stays empty for a while has been read.
 constexpr Milliseconds kSettled{20};
@@ -138,7 +140,7 @@ void Line::read_available() {
   if (count <= 0) return;
   const std::string_view bytes(buffer.data(), static_cast<std::size_t>(count));
   if (observer_) observer_(Direction::from_till, bytes);
-  input_.insert(input_.end(), bytes.begin(), bytes.end());
+  if (input_.size() < kMostInput) input_.insert(input_.end(), bytes.begin(), bytes.end());
 }
 
 }  // namespace emulator

@@ -156,12 +156,14 @@ void serve_tills(const Options& options, Port& port, const EventLog& log) {
 void run(const Options& options) {
   if (!options.mask_files.empty()) return mask_file(options.mask_files[0], options.mask_files[1]);
   const EventLog log(log_form(options));
-  const auto recording = options.replay.empty() ? std::vector<RecordedBytes>() : read_recording(options.replay);
+  const auto recording =
+      options.replay.empty() ? std::vector<RecordedBytes>() : read_recording(options.replay);
   const auto port = failing_with(kExitPort, [&] { return std::make_unique<Port>(options); });
   std::optional<Recorder> recorder;
   if (!options.record.empty()) {
     failing_with(kExitInputFile, [&] { recorder.emplace(options.record, options.mask); });
-    port->line.observe([&](Direction direction, std::string_view bytes) { recorder->record(direction, bytes); });
+    port->line.observe(
+        [&](Direction direction, std::string_view bytes) { recorder->record(direction, bytes); });
   }
   if (options.replay.empty()) return serve_tills(options, *port, log);
   announce(port->terminal);

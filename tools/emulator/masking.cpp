@@ -17,8 +17,10 @@ constexpr const char* kPersonalElements[] = {"dest", "entrega", "infAdic", "assi
 
 void fill(std::string& text) {
   for (char& c : text) {
-    if (std::isdigit(static_cast<unsigned char>(c)) != 0) c = '0';
-    else if (std::isspace(static_cast<unsigned char>(c)) == 0) c = 'X';
+    if (std::isdigit(static_cast<unsigned char>(c)) != 0)
+      c = '0';
+    else if (std::isspace(static_cast<unsigned char>(c)) == 0)
+      c = 'X';
   }
 }
 

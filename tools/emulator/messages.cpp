@@ -111,6 +111,7 @@ constexpr std::array kMessages{
     Message{14002, "Atualizacao em Andamento"},
     Message{14003, "Erro na atualizacao"},
     Message{14004, "Arquivo de atualizacao inválido"},
+    Message{14097, "numero de sessao invalido"},
     Message{14098, "SAT em processamento. Tente novamente"},
     Message{14099, "Erro desconhecido"},
     Message{15000, "Transferencia completa"},
@@ -160,13 +161,14 @@ constexpr std::array kSefazNotices{
     Message{3, "Emu:O SAT precisa ser atualizado em 24 horas"},
     Message{4, "Emu:Acionar suporte tecnico para verificação dos logs operacionais"},
     Message{5, "Emu:Acionar suporte tecnico para verificação dos logs operacionais"},
-    Message{999, "Emu:A SEFAZ informa que a rede SAT sofrera manutencao no dia 19/03/2020 das 22:00 às 23:00."},
+    Message{999,
+            "Emu:A SEFAZ informa que a rede SAT sofrera manutencao no dia 19/03/2020 das 22:00 às 23:00."},
 };
 
 template <typename Table>
 std::optional<std::string_view> find(const Table& table, int code) {
-  const auto found =
-      std::find_if(table.begin(), table.end(), [code](const Message& message) { return message.code == code; });
+  const auto found = std::find_if(table.begin(), table.end(),
+                                  [code](const Message& message) { return message.code == code; });
   if (found == table.end()) return std::nullopt;
   return found->text;
 }
@@ -177,6 +179,8 @@ std::string_view return_code_message(int code) {
   return find(kMessages, code).value_or("Codigo de retorno desconhecido");
 }
 
-std::optional<std::string_view> sefaz_notice(int code) { return find(kSefazNotices, code); }
+std::optional<std::string_view> sefaz_notice(int code) {
+  return find(kSefazNotices, code);
+}
 
 }  // namespace emulator

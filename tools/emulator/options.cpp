@@ -29,8 +29,10 @@ CLI::Validator validator(Check check) {
 std::string row(const std::string& head, const std::string& text) {
   constexpr std::size_t kColumn = 32;
   std::string line = "  " + head;
-  if (head.size() >= kColumn) line += "\n  " + std::string(kColumn, ' ');
-  else line.append(kColumn - head.size(), ' ');
+  if (head.size() >= kColumn)
+    line += "\n  " + std::string(kColumn, ' ');
+  else
+    line.append(kColumn - head.size(), ' ');
   return line + text + "\n";
 }
 
@@ -87,91 +89,112 @@ Exit codes
   return text;
 }
 
-void add_port_options(CLI::App& app, Options& options) {
-  const std::string group = "Port";
-  app.add_option("--link", options.link, "Make a symbolic link PATH to the port; an existing file is left alone")
-      ->type_name("PATH")->group(group);
-  app.add_option("--latency", options.latency_ms, "Milliseconds between acknowledgement and reply")
-      ->type_name("MS")->check(CLI::Range(0, static_cast<int>(kLongestDelay)))->group(group);
-  app.add_option("--byte-delay", options.byte_delay_us, "Microseconds between two bytes to the till: a slow line")
-      ->type_name("US")->check(CLI::Range(0, static_cast<int>(kLongestDelay)))->group(group);
-  app.add_option("--control", options.control, "Take orders on this local socket")->type_name("SOCKET")->group(group);
+// The options of one heading of the manual.
+class Group {
+ public:
+  Group(CLI::App& app, std::string name) : app_(app), name_(std::move(name)) {}
+
+  template <typename Target>
+  CLI::Option* value(const char* option, const char* type, Target& target, const char* text) {
+    return app_.add_option(option, target, text)->type_name(type)->group(name_);
+  }
+  CLI::Option* flag(const char* option, bool& target, const char* text) {
+    return app_.add_flag(option, target, text)->group(name_);
+  }
+
+ private:
+  CLI::App& app_;
+  std::string name_;
+};
+
+CLI::Validator number_from(std::int64_t least, std::int64_t most) {
+  return validator([=](const std::string& text) { number_within(text, least, most); });
 }
 
-void add_device_options(CLI::App& app, Options& options) {
-  const std::string group = "Device (an existing state file wins over those marked *)";
-  app.add_option("--state", options.state, "Remember everything in this JSON file")->type_name("FILE")->group(group);
-  app.add_flag("--activated", options.activated, "Activated and a signature associated: ready to sell *")->group(group);
-  app.add_option("--activation-code", options.activation_code, "Activation code of --activated (12345678) *")
-      ->type_name("CODE")->group(group);
-  app.add_option("--emergency-code", options.emergency_code, "Emergency code *")
-      ->type_name("CODE")->capture_default_str()->group(group);
-  app.add_option("--cnpj", options.cnpj, "The contributor's CNPJ; without it any issuer may sell *")
-      ->type_name("DIGITS")->group(group)
-      ->check(validator([](const std::string& text) {
-        if (!valid_cnpj(text)) throw std::invalid_argument("no CNPJ of 14 digits with the right check digits");
-      }));
-  app.add_option("--uf", options.uf, "State, as number or letters (35) *")
-      ->type_name("UF")->check(validator([](const std::string& text) { uf_code(text); }))->group(group);
-  app.add_option("--serial", options.serial, "Serial number, nine digits (900000001) *")
-      ->type_name("DIGITS")->group(group)
-      ->check(validator([](const std::string& text) {
-        if (text.size() != 9 || !all_digits(text)) throw std::invalid_argument("a serial number has nine digits");
-      }));
-  app.add_option("--seed", options.seed, "Same signing key, random digits and chances of fault in every run")
-      ->type_name("N")->group(group);
-  app.add_option("--clock", options.clock, "The clock stands still at this moment, e.g. 2026-03-01T10:00:00")
-      ->type_name("MOMENT")->check(validator([](const std::string& text) { moment_of(text); }))->group(group);
-  app.add_option("--battery", options.battery, "ALTO, MEDIO or BAIXO")
-      ->check(validator([](const std::string& text) { battery_level(text); }))->capture_default_str()->group(group);
-  app.add_option("--memory", options.memory, "Total memory, as reported")->capture_default_str()->group(group);
-  app.add_option("--wrong-codes", options.wrong_codes, "Wrong activation codes in a row that lock the device")
-      ->type_name("N")->check(CLI::Range(1, 1'000))->capture_default_str()->group(group);
-  app.add_option("--sefaz-notice", options.sefaz_notice, "Notice in every reply: 1 to 5 or 999; 0: none")
-      ->type_name("CODE")->group(group)
-      ->check(validator([](const std::string& text) { notice_code(text); }));
-  app.add_flag("--offline", options.offline, "The tax authority cannot be reached")->group(group);
+void demand_digits(const std::string& text, std::size_t count) {
+  if (text.size() != count || !all_digits(text)) {
+    throw std::invalid_argument(std::to_string(count) + " digits");
+  }
 }
 
-void add_trouble_options(CLI::App& app, Options& options) {
-  const std::string group = "Trouble";
-  app.add_option("--profile", options.profiles, "Quirk of devices in the field (may be repeated)")
-      ->type_name("NAME")->check(validator([](const std::string& text) { profile_called(text); }))->group(group);
-  app.add_option("--faults", options.fault_files, "Fault rules of this file (may be repeated)")
-      ->type_name("FILE")->group(group);
-  app.add_option("--fault", options.faults, "One fault rule (may be repeated)")
-      ->type_name("RULE")->group(group)
+void demand_cnpj(const std::string& text) {
+  if (!valid_cnpj(text)) throw std::invalid_argument("no CNPJ of 14 digits with the right check digits");
+}
+
+void add_port_options(CLI::App& app, Options& o) {
+  const auto delay = number_from(0, kLongestDelay);
+  Group port(app, "Port");
+  port.value("--link", "PATH", o.link, "Make a symbolic link to the port; an existing file is left alone");
+  port.value("--latency", "MS", o.latency_ms, "Time between acknowledgement and reply")->check(delay);
+  port.value("--byte-delay", "US", o.byte_delay_us, "Time between two bytes to the till: a slow line")
+      ->check(delay);
+  port.value("--control", "SOCKET", o.control, "Take orders on this local socket");
+}
+
+void add_device_options(CLI::App& app, Options& o) {
+  Group device(app, "Device (an existing state file wins over those marked *)");
+  device.value("--state", "FILE", o.state, "Remember everything in this JSON file");
+  device.flag("--activated", o.activated, "Activated and a signature associated: ready to sell *");
+  device.value("--activation-code", "CODE", o.activation_code, "Activation code of --activated (12345678) *");
+  device.value("--emergency-code", "CODE", o.emergency_code, "Emergency code (emergencia) *");
+  device.value("--cnpj", "DIGITS", o.cnpj, "The contributor's CNPJ; without it any issuer may sell *")
+      ->check(validator(demand_cnpj));
+  device.value("--uf", "UF", o.uf, "State, as number or letters (35) *")->check(validator(uf_code));
+  device.value("--serial", "DIGITS", o.serial, "Serial number, nine digits (900000001) *")
+      ->check(validator([](const std::string& text) { demand_digits(text, 9); }));
+  device.value("--seed", "N", o.seed, "Same signing key, random digits and chances of fault in every run");
+  device.value("--clock", "MOMENT", o.clock, "The clock stands still, e.g. at 2026-03-01T10:00:00")
+      ->check(validator(moment_of));
+  device.value("--battery", "LEVEL", o.battery, "ALTO, MEDIO or BAIXO")->check(validator(battery_level));
+  device.value("--memory", "TEXT", o.memory, "Total memory, as reported (1 Gbytes)");
+  device
+      .value("--wrong-codes", "N", o.wrong_codes, "Wrong activation codes in a row that lock the device (5)")
+      ->check(number_from(1, 1'000));
+  device.value("--sefaz-notice", "CODE", o.sefaz_notice, "Notice in every reply: 1 to 5 or 999; 0: none")
+      ->check(validator(notice_code));
+  device.flag("--offline", o.offline, "The tax authority cannot be reached");
+}
+
+void add_trouble_options(CLI::App& app, Options& o) {
+  Group trouble(app, "Trouble (each may be repeated)");
+  trouble.value("--profile", "NAME", o.profiles, "Quirk of devices in the field")
+      ->allow_extra_args(false)
+      ->check(validator(profile_called));
+  trouble.value("--faults", "FILE", o.fault_files, "Fault rules of this file")->allow_extra_args(false);
+  trouble.value("--fault", "RULE", o.faults, "One fault rule")
+      ->allow_extra_args(false)
       ->check(validator([](const std::string& text) { FaultRules(0).add(text); }));
 }
 
-void add_traffic_options(CLI::App& app, Options& options) {
-  const std::string group = "Traffic";
-  auto* record = app.add_option("--record", options.record, "Write the line's traffic to this text file")
-                     ->type_name("FILE")->group(group);
-  app.add_flag("--mask", options.mask, "Keep personal data and activation codes out of the recording")
-      ->needs(record)->group(group);
-  auto* replay = app.add_option("--replay", options.replay, "Play a recording as the device, then end")
-                     ->type_name("FILE")->group(group);
-  app.add_flag("--as-recorded", options.as_recorded, "Replay with the recorded pauses")->needs(replay)->group(group);
-  app.add_option("--mask-file", options.mask_files, "Mask an existing recording and end")
-      ->type_name("IN OUT")->expected(2)->group(group);
+void add_traffic_options(CLI::App& app, Options& o) {
+  Group traffic(app, "Traffic");
+  auto* record = traffic.value("--record", "FILE", o.record, "Write the line's traffic to this text file");
+  traffic.flag("--mask", o.mask, "Keep personal data and activation codes out of it")->needs(record);
+  auto* replay = traffic.value("--replay", "FILE", o.replay, "Play a recording as the device, then end");
+  traffic.flag("--as-recorded", o.as_recorded, "Replay with the recorded pauses")->needs(replay);
+  traffic.value("--mask-file", "IN OUT", o.mask_files, "Mask an existing recording and end")->expected(2);
+}
+
+void add_output_options(CLI::App& app, Options& o) {
+  Group output(app, "Output");
+  output.flag("--json-log", o.json_log, "One JSON object per event on standard error");
+  output.flag("--quiet", o.quiet, "Nothing but errors on standard error");
 }
 
 }  // namespace
 
 std::optional<Options> parse_options(int argc, char** argv, int& exit_code) {
   Options options;
-  CLI::App app{"sat-emulator: a SAT device on a pseudo-terminal, for developing and testing tills.\n", "sat-emulator"};
+  CLI::App app{"sat-emulator: a SAT device on a pseudo-terminal, for developing and testing tills.\n",
+               "sat-emulator"};
   app.set_version_flag("--version", "sat-emulator " TALVEX_VERSION);
-  app.option_defaults()->always_capture_default(false);
   app.get_formatter()->column_width(34);
   app.footer(manual);
   add_port_options(app, options);
   add_device_options(app, options);
   add_trouble_options(app, options);
   add_traffic_options(app, options);
-  app.add_flag("--json-log", options.json_log, "One JSON object per event on standard error")->group("Output");
-  app.add_flag("--quiet", options.quiet, "Nothing but errors on standard error")->group("Output");
+  add_output_options(app, options);
   try {
     app.parse(argc, argv);
     return options;

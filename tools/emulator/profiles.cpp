@@ -123,8 +123,8 @@ Reply canned_reply(const Command& command) {
   static const std::string moment = "20260101120000";
   static const std::string key = "CFe35260111222333000181599000000010000010000012";
   static const std::string signature = std::string(342, 'A') + "==";
-  static const std::string request = base64_encode(
-      "-----BEGIN CERTIFICATE REQUEST-----\nMAA=\n-----END CERTIFICATE REQUEST-----\n");
+  static const std::string request =
+      base64_encode("-----BEGIN CERTIFICATE REQUEST-----\nMAA=\n-----END CERTIFICATE REQUEST-----\n");
   using enum FunctionId;
   static const std::vector<std::pair<FunctionId, std::vector<std::string>>> extra{
       {ativar_sat, {request}},
@@ -132,9 +132,29 @@ Reply canned_reply(const Command& command) {
       {cancelar_ultima_venda, {xml, moment, key, "10.00", "", signature}},
       {teste_fim_a_fim, {xml, moment, "000001", key}},
       {consultar_status_operacional,
-       {"900000001", "DHCP", "192.168.1.50", "02:53:41:54:00:01", "255.255.255.0", "192.168.1.1", "192.168.1.1",
-        "0.0.0.0", "CONECTADO", "ALTO", "1 Gbytes", "12 Mbytes", moment, "010000", kLayoutVersion, key, "", "",
-        moment, moment, "20260101", "20310101", "0"}},
+       {"900000001",
+        "DHCP",
+        "192.168.1.50",
+        "02:53:41:54:00:01",
+        "255.255.255.0",
+        "192.168.1.1",
+        "192.168.1.1",
+        "0.0.0.0",
+        "CONECTADO",
+        "ALTO",
+        "1 Gbytes",
+        "12 Mbytes",
+        moment,
+        "010000",
+        kLayoutVersion,
+        key,
+        "",
+        "",
+        moment,
+        moment,
+        "20260101",
+        "20310101",
+        "0"}},
       {extrair_logs, {base64_encode(moment + "|SAT|info|ligado\n")}},
   };
   if (command.function == nullptr) return {99099, {command.session, "99099", "Comando desconhecido", "", ""}};

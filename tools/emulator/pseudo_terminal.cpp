@@ -40,9 +40,13 @@ bool is_left_over_link(const fs::path& name, const fs::path& own_port) {
 
 }  // namespace
 
-PseudoTerminal::PseudoTerminal() { come_back(); }
+PseudoTerminal::PseudoTerminal() {
+  come_back();
+}
 
-PseudoTerminal::~PseudoTerminal() { hang_up(); }
+PseudoTerminal::~PseudoTerminal() {
+  hang_up();
+}
 
 void PseudoTerminal::come_back() {
   master_ = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);

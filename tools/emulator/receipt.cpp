@@ -17,12 +17,16 @@ void add(pugi::xml_node parent, const char* name, const std::string& value) {
   parent.append_child(name).text().set(value.c_str());
 }
 
-void add_amount(pugi::xml_node parent, const char* name, Cents value) { add(parent, name, format_amount(value)); }
+void add_amount(pugi::xml_node parent, const char* name, Cents value) {
+  add(parent, name, format_amount(value));
+}
 
 // Copies the child if the till sent it; `always` leaves an empty element otherwise.
 void copy(pugi::xml_node to, pugi::xml_node from, const char* name, bool always = false) {
-  if (const auto child = from.child(name)) to.append_copy(child);
-  else if (always) to.append_child(name);
+  if (const auto child = from.child(name))
+    to.append_copy(child);
+  else if (always)
+    to.append_child(name);
 }
 
 void insert_after(pugi::xml_node parent, const char* neighbour, const char* name, Cents value) {

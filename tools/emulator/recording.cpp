@@ -1,5 +1,7 @@
 #include "recording.h"
 
+#include <fcntl.h>
+
 #include <cerrno>
 #include <charconv>
 #include <sstream>
@@ -48,7 +50,8 @@ std::string unescape(std::string_view text) {
       unsigned value = 0;
       const std::string_view digits = text.substr(i).substr(0, 4);
       const auto* end = digits.data() + digits.size();
-      if (digits.size() != 4 || digits[1] != 'x' || std::from_chars(digits.data() + 2, end, value, 16).ptr != end) {
+      if (digits.size() != 4 || digits[1] != 'x' ||
+          std::from_chars(digits.data() + 2, end, value, 16).ptr != end) {
         throw std::runtime_error("unknown escape");
       }
       bytes += static_cast<char>(value);
@@ -65,10 +68,17 @@ RecordedBytes parse_line(const std::string& line) {
   if (!(words >> record.seconds >> direction) || words.get() != ' ' || !std::getline(words, text)) {
     throw std::runtime_error("a line reads: SECONDS DIRECTION BYTES");
   }
-  if (direction != kFromTill && direction != kToTill) throw std::runtime_error("unknown direction " + direction);
+  if (direction != kFromTill && direction != kToTill)
+    throw std::runtime_error("unknown direction " + direction);
   record.direction = direction == kFromTill ? Direction::from_till : Direction::to_till;
   record.bytes = unescape(text);
   return record;
+}
+
+// Traffic that is not masked holds activation codes: a file for its owner only.
+std::FILE* open_private(const std::string& path) {
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  return fd < 0 ? nullptr : fdopen(fd, "w");
 }
 
 }  // namespace
@@ -98,8 +108,9 @@ std::vector<RecordedBytes> parse_recording(const std::string& text) {
   return records;
 }
 
-Recorder::Recorder(const std::string& path, bool masked) : file_(std::fopen(path.c_str(), "we")), masked_(masked) {
-  if (!file_) throw std::runtime_error("cannot write " + path + ": " + std::generic_category().message(errno));
+Recorder::Recorder(const std::string& path, bool masked) : file_(open_private(path)), masked_(masked) {
+  if (!file_)
+    throw std::runtime_error("cannot write " + path + ": " + std::generic_category().message(errno));
   std::fputs("# sat-emulator recording, format 1: seconds, direction, bytes\n", file_.get());
 }
 
@@ -128,7 +139,8 @@ void Recorder::record(Direction direction, std::string_view bytes) {
 }
 
 void Recorder::write(const std::vector<RecordedBytes>& records) {
-  for (const RecordedBytes& record : records) std::fprintf(file_.get(), "%s\n", to_recording_line(record).c_str());
+  for (const RecordedBytes& record : records)
+    std::fprintf(file_.get(), "%s\n", to_recording_line(record).c_str());
   std::fflush(file_.get());
 }
 

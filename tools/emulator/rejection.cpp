@@ -42,7 +42,8 @@ const std::vector<CauseRow>& causes() {
 
 const CauseRow& cause_row(Cause cause) {
   const auto& table = causes();
-  return *std::find_if(table.begin(), table.end(), [cause](const CauseRow& row) { return row.cause == cause; });
+  return *std::find_if(table.begin(), table.end(),
+                       [cause](const CauseRow& row) { return row.cause == cause; });
 }
 
 Rejected::Rejected(Cause cause, const std::string& field)

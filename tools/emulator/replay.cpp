@@ -31,8 +31,10 @@ void Replay::run(bool as_recorded) {
   for (const RecordedBytes& record : records_) {
     const double pause = as_recorded ? record.seconds - former : 0;
     former = record.seconds;
-    if (record.direction == Direction::from_till) follow_till(record);
-    else send(record, pause);
+    if (record.direction == Direction::from_till)
+      follow_till(record);
+    else
+      send(record, pause);
   }
   line_.wait_until_read();
 }

@@ -17,8 +17,8 @@ constexpr int kPricePlaces = 3;
 constexpr int kRatePlaces = 4;
 
 // What pays for a sale: codes of the payment table.
-constexpr std::array<std::string_view, 15> kPaymentMethods{
-    "01", "02", "03", "04", "05", "10", "11", "12", "13", "15", "16", "17", "18", "19", "99"};
+constexpr std::array<std::string_view, 15> kPaymentMethods{"01", "02", "03", "04", "05", "10", "11", "12",
+                                                           "13", "15", "16", "17", "18", "19", "99"};
 
 // A tax given by base and rate. ICMS rates are percentages, the others are fractions.
 struct RatedTax {
@@ -36,13 +36,12 @@ constexpr std::array kRatedTaxes{
     RatedTax{"COFINSST", "pCOFINS", "vCOFINS", 0, &TaxTotals::cofins_st},
 };
 
-std::string required_text(const Element& parent, const char* name) {
+void demand_text(const Element& parent, const char* name) {
   const Element field = parent.child(name);
   const std::string text = field.text();
   if (std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isspace(c) != 0; })) {
     field.reject(Cause::empty_text);
   }
-  return text;
 }
 
 Cents optional_amount(const Element& parent, const char* name, Cause cause) {
@@ -102,7 +101,7 @@ void check_operation(const Element& product) {
 SaleItem read_item(const Element& element, std::size_t number) {
   if (element.node().attribute("nItem").value() != std::to_string(number)) element.reject(Cause::item_number);
   const Element product = element.child("prod");
-  for (const char* name : {"cProd", "xProd", "uCom"}) required_text(product, name);
+  for (const char* name : {"cProd", "xProd", "uCom"}) demand_text(product, name);
   check_operation(product);
   const Rounding rule = read_rule(product);
   const auto quantity = required_number(product, "qCom", kQuantityPlaces, Cause::quantity);

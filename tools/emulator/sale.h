@@ -14,13 +14,13 @@
 namespace emulator {
 
 struct SaleItem {
-  pugi::xml_node node;      // det
-  Cents gross = 0;          // vProd
-  Cents discount = 0;       // vDesc
-  Cents other = 0;          // vOutro
+  pugi::xml_node node;         // det
+  Cents gross = 0;             // vProd
+  Cents discount = 0;          // vDesc
+  Cents other = 0;             // vOutro
   Cents shared_discount = 0;   // vRatDesc: its part of the discount on the subtotal
   Cents shared_surcharge = 0;  // vRatAcr
-  Cents net = 0;            // vItem
+  Cents net = 0;               // vItem
 };
 
 struct TaxTotals {
@@ -31,13 +31,13 @@ struct Sale {
   pugi::xml_document document;
   pugi::xml_node content;  // infCFe
   std::string issuer_cnpj;
-  std::string buyer;       // CPF or CNPJ, or empty
-  std::string signature;   // signAC
+  std::string buyer;      // CPF or CNPJ, or empty
+  std::string signature;  // signAC
   std::vector<SaleItem> items;
   TaxTotals taxes;
   Cents subtotal_discount = 0;
   Cents subtotal_surcharge = 0;
-  Cents total = 0;         // vCFe
+  Cents total = 0;  // vCFe
   Cents paid = 0;
 };
 

@@ -46,7 +46,8 @@ Block block_called(const std::string& name) {
                                                    {"deactivation", Block::deactivation}};
   const auto found = blocks.find(name);
   if (found == blocks.end()) {
-    throw std::invalid_argument("\"" + name + "\" is none of none, sefaz, contributor, autonomous, deactivation");
+    throw std::invalid_argument("\"" + name +
+                                "\" is none of none, sefaz, contributor, autonomous, deactivation");
   }
   return found->second;
 }
@@ -72,9 +73,10 @@ int notice_code(const std::string& text) {
 
 int uf_code(const std::string& text) {
   static const std::map<std::string, int> states{
-      {"RO", 11}, {"AC", 12}, {"AM", 13}, {"RR", 14}, {"PA", 15}, {"AP", 16}, {"TO", 17}, {"MA", 21}, {"PI", 22},
-      {"CE", 23}, {"RN", 24}, {"PB", 25}, {"PE", 26}, {"AL", 27}, {"SE", 28}, {"BA", 29}, {"MG", 31}, {"ES", 32},
-      {"RJ", 33}, {"SP", 35}, {"PR", 41}, {"SC", 42}, {"RS", 43}, {"MS", 50}, {"MT", 51}, {"GO", 52}, {"DF", 53}};
+      {"RO", 11}, {"AC", 12}, {"AM", 13}, {"RR", 14}, {"PA", 15}, {"AP", 16}, {"TO", 17},
+      {"MA", 21}, {"PI", 22}, {"CE", 23}, {"RN", 24}, {"PB", 25}, {"PE", 26}, {"AL", 27},
+      {"SE", 28}, {"BA", 29}, {"MG", 31}, {"ES", 32}, {"RJ", 33}, {"SP", 35}, {"PR", 41},
+      {"SC", 42}, {"RS", 43}, {"MS", 50}, {"MT", 51}, {"GO", 52}, {"DF", 53}};
   for (const auto& [letters, code] : states) {
     if (text == letters || text == std::to_string(code)) return code;
   }

@@ -72,12 +72,14 @@ void StateFile::claim() {
   std::error_code ignored;
   const std::string name = fs::weakly_canonical(fs::absolute(path_), ignored).string();
   char claim_name[64];
-  const int size = std::snprintf(claim_name, sizeof claim_name, "sat-emulator-state-%016zx", std::hash<std::string>{}(name));
+  const int size = std::snprintf(claim_name, sizeof claim_name, "sat-emulator-state-%016zx",
+                                 std::hash<std::string>{}(name));
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::memcpy(address.sun_path + 1, claim_name, static_cast<std::size_t>(size));
   claim_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + static_cast<std::size_t>(size));
+  const auto length =
+      static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + static_cast<std::size_t>(size));
   if (claim_ < 0 || bind(claim_, reinterpret_cast<const sockaddr*>(&address), length) != 0) {
     if (errno == EADDRINUSE) throw StateError("another emulator uses the state file " + path_);
     fail("cannot claim", path_);
@@ -100,8 +102,9 @@ void StateFile::save(const DeviceState& state) const {
   if (!keeps()) return;
   const std::string beside = path_ + ".new";
   {
-    // It holds activation codes and a private key.
-    const Descriptor file(open(beside.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    // It holds activation codes and a private key: a new file, for its owner only, whatever was left there.
+    unlink(beside.c_str());
+    const Descriptor file(open(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (file.get() < 0) fail("cannot create", beside);
     write_all(file.get(), to_json_text(state), beside);
     if (fsync(file.get()) != 0) fail("cannot flush", beside);

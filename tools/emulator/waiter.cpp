@@ -20,9 +20,13 @@ Waiter::Waiter() {
   if (signals_ < 0) throw std::system_error(errno, std::generic_category(), "signalfd");
 }
 
-Waiter::~Waiter() { close(signals_); }
+Waiter::~Waiter() {
+  close(signals_);
+}
 
-void Waiter::detach(const SideChannel* channel) { std::erase(channels_, channel); }
+void Waiter::detach(const SideChannel* channel) {
+  std::erase(channels_, channel);
+}
 
 short Waiter::wait(int fd, short events, Clock::time_point deadline) {
   std::vector<pollfd> fds{{fd, events, 0}, {signals_, POLLIN, 0}};

@@ -45,7 +45,8 @@ struct NamespaceRemover : pugi::xml_tree_walker {
 
 }  // namespace
 
-Element parse_group(pugi::xml_document& document, std::string_view text, const char* root, const char* group) {
+Element parse_group(pugi::xml_document& document, std::string_view text, const char* root,
+                    const char* group) {
   const auto result = document.load_buffer(text.data(), text.size(), pugi::parse_default);
   if (!result) throw Rejected(Cause::not_xml, "posicao " + std::to_string(result.offset));
   NamespaceRemover remover;
