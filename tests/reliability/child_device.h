@@ -1,6 +1,7 @@
 // A planned device in a process of its own, for as long as the object lives.
 #pragma once
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
