@@ -244,7 +244,7 @@ void FaultRules::add(const std::string& text) {
   int number = 0;
   for (std::string line; std::getline(lines, line);) {
     ++number;
-    line = line.substr(0, line.find('#'));
+    line.resize(std::min(line.size(), line.find('#')));
     if (words_of(line).empty()) continue;
     try {
       added.push_back(parse(line));
