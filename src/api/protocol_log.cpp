@@ -20,9 +20,8 @@ int gl_hComm = -1;
 
 namespace {
 
-// The file that gl_iFd was opened on.
-dev_t log_device;
-ino_t log_inode;
+// The file of the current name, as it was first opened.
+struct stat log_file;
 
 constexpr char kLogMsg[] = "LogSATProtocolMsg";
 constexpr char kCreate[] = "CreateSAT_ProtLogFile";
@@ -195,11 +194,8 @@ bool directory_exists_or_is_made(const char* path) {
   return result == 1 || result == 2;
 }
 
-void remember_log() {
-  struct stat status {};
-  if (fstat(gl_iFd, &status) != 0) return;
-  log_device = status.st_dev;
-  log_inode = status.st_ino;
+bool same_file(const struct stat& one, const struct stat& other) {
+  return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
 bool is_held_back_while_running(const char* command) {
@@ -255,9 +251,10 @@ void CreateSAT_ProtLogFile() {
   char name[sizeof gl_tSat.strSatProtLogFilePath + 64];
   snprintf(name, sizeof name, "%s/%04d%02d%02d_SAT_ProtocolLog.txt", directory, today.tm_year + 1900,
            today.tm_mon + 1, today.tm_mday);
+  const bool is_same = strcmp(gl_tSat.strSatProtLogFileName, name) == 0;
   copy_text(gl_tSat.strSatProtLogFileName, name);
   gl_iFd = open_log_file(name, S_IRUSR | S_IWUSR);
-  remember_log();
+  if (!is_same && fstat(gl_iFd, &log_file) != 0) log_file = {};
   if (gl_iFd != 0 && gl_iFd != -1) {
     API_TRACE(kInfo, "---  rc[%06d]OK:logFd[%08Xh] pcLogName[%s]Created!!!\n", rc, hex32(gl_iFd),
               gl_tSat.strSatProtLogFileName);
@@ -270,19 +267,20 @@ void CreateSAT_ProtLogFile() {
 
 void LogSATProtocolSzCtl() {
   if (gl_TmpBuf[0] == '\0') return;
-  if (gl_iFd != 0) {
-    close(gl_iFd);
-    gl_iFd = 0;
-  }
+  // Taken in one step: of a call and the loop on another thread only one closes it, and never a number that
+  // has become the port or another file meanwhile.
+  const int descriptor = __atomic_exchange_n(&gl_iFd, 0, __ATOMIC_RELAXED);
+  if (descriptor != 0) close(descriptor);
   // Kept: an outgrown protocol log is neither moved nor cut, it grows for the whole day.
   if (tLog.iLogFileMaxSize == 0) tLog.iLogFileMaxSize = kDefaultLogMaxSize;
 }
 
 void release_protocol_log() {
   struct stat status {};
-  const bool is_ours =
-      gl_iFd > 0 && fstat(gl_iFd, &status) == 0 && status.st_dev == log_device && status.st_ino == log_inode;
-  if (is_ours) close(gl_iFd);
+  struct stat named {};
+  const bool is_open = gl_iFd > 0 && fstat(gl_iFd, &status) == 0;
+  const bool is_named = stat(gl_tSat.strSatProtLogFileName, &named) == 0 && same_file(status, named);
+  if (is_open && (is_named || same_file(status, log_file))) close(gl_iFd);
   gl_iFd = 0;
 }
 

@@ -28,8 +28,11 @@ inline int open_file(const char* path, int flags, mode_t mode = 0) {
 // would end the host.
 inline int open_log_file(const char* path, mode_t mode) {
   const int descriptor = open_file(path, O_WRONLY | O_APPEND | O_CREAT, mode);
+  // What has a position is no FIFO. A status would tell too, but makes the file system write finer time
+  // stamps.
+  if (descriptor == -1 || lseek(descriptor, 0, SEEK_CUR) != -1) return descriptor;
   struct stat status {};
-  if (descriptor == -1 || fstat(descriptor, &status) != 0 || !S_ISFIFO(status.st_mode)) return descriptor;
+  if (fstat(descriptor, &status) != 0 || !S_ISFIFO(status.st_mode)) return descriptor;
   close(descriptor);
   errno = EINVAL;
   return -1;

@@ -1,15 +1,16 @@
 #include "olk_utils/trace_log.h"
 
 #include <errno.h>
-#include <fcntl.h>
 #include <stdarg.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "olk_utils/open_file.h"
 #include "olk_utils/system_clock.h"
+#include "olk_utils/whole_write.h"
 
 int64_t bErrorLogsEnabled;
 int64_t bWarningLogsEnabled;
@@ -69,48 +70,66 @@ int shifted_hour(int hour) {
   return hour - 3 > 0 ? hour - 3 : hour + 21;
 }
 
-enum class Purpose { kWriting, kSizeControl };
-
-// Name of the day's file.
-void dated_file_name(char (&name)[kFileNameSize], Purpose purpose, const tm& date,
-                     const char* log_file_name) {
-  const int year = date.tm_year + 1900;
-  const int month = date.tm_mon + 1;
-  const char* path = tLog.strLogFilePath;
-  const bool in_path = strlen(path) > 1 && is_directory(path);
-  if (in_path && purpose == Purpose::kSizeControl) {
-    // Kept: "./" also stands in front of an absolute path, which is then never rotated.
-    snprintf(name, sizeof name, "./%s/%04d%02d%02d_%s", path, year, month, date.tm_mday, log_file_name);
-  } else if (in_path) {
-    snprintf(name, sizeof name, "%s/%04d%02d%02d_%s", path, year, month, date.tm_mday, log_file_name);
-  } else {
-    snprintf(name, sizeof name, "%04d%02d%02d_%s", year, month, date.tm_mday, log_file_name);
-  }
+// The day's file in a folder, or in the working directory where that is empty.
+void dated_file_name(char (&name)[kFileNameSize], const char* before_folder, const char* folder,
+                     const tm& date, const char* log_file_name) {
+  const char* separator = *folder == '\0' ? "" : "/";
+  snprintf(name, sizeof name, "%s%s%s%04d%02d%02d_%s", before_folder, folder, separator, date.tm_year + 1900,
+           date.tm_mon + 1, date.tm_mday, log_file_name);
 }
 
-FILE* open_for_append(const char* file_name) {
-  const int descriptor = open_log_file(file_name, 0666);
-  if (descriptor == -1) return nullptr;
-  FILE* log = fdopen(descriptor, "a");
-  if (log == nullptr) close(descriptor);
-  return log;
+// The configured folder, or none.
+const char* log_folder() {
+  return strlen(tLog.strLogFilePath) > 1 ? tLog.strLogFilePath : "";
+}
+
+// A file that opens shows that its folder is there; only otherwise the folder itself is looked at.
+int open_log(const tm& date, const char* log_file_name) {
+  const char* folder = log_folder();
+  char name[kFileNameSize];
+  dated_file_name(name, "", folder, date, log_file_name);
+  const int log = open_log_file(name, 0666);
+  if (log != -1 || *folder == '\0' || is_directory(folder)) return log;
+  dated_file_name(name, "", "", date, log_file_name);
+  return open_log_file(name, 0666);
+}
+
+// A message that is longer than the line buffer takes memory of its own; without memory it is cut.
+__attribute__((format(printf, 4, 0))) void write_message(int log, const LocalTime& now, uint32_t level,
+                                                         const char* format, va_list arguments) {
+  char line[kLineBufferSize];
+  const int prefix =
+      snprintf(line, sizeof line, "[%02d:%02d:%02d.%03d]%s ", shifted_hour(now.calendar.tm_hour),
+               now.calendar.tm_min, now.calendar.tm_sec, now.milliseconds, level_tag(level));
+  const auto begin = static_cast<size_t>(prefix);
+  va_list arguments_again;
+  va_copy(arguments_again, arguments);
+  const int text = vsnprintf(line + begin, sizeof line - begin, format, arguments);
+  const size_t length = begin + static_cast<size_t>(text < 0 ? 0 : text);
+
+  char* long_line = nullptr;
+  if (length < sizeof line) {
+    write_whole(log, line, length);
+  } else if (long_line = static_cast<char*>(malloc(length + 1)); long_line != nullptr) {
+    memcpy(long_line, line, begin);
+    vsnprintf(long_line + begin, length + 1 - begin, format, arguments_again);
+    write_whole(log, long_line, length);
+  } else {
+    line[sizeof line - 1] = '\n';
+    write_whole(log, line, sizeof line);
+  }
+  va_end(arguments_again);
+  free(long_line);
 }
 
 // Opens, writes and closes: no handle is kept, and a file that cannot be opened loses the message.
 __attribute__((format(printf, 3, 0))) void append_message(const char* log_file_name, uint32_t level,
                                                           const char* format, va_list arguments) {
   const LocalTime now = local_time_now();
-  char file_name[kFileNameSize];
-  dated_file_name(file_name, Purpose::kWriting, now.calendar, log_file_name);
-  FILE* log = open_for_append(file_name);
-  if (log == nullptr) return;
-
-  char line_buffer[kLineBufferSize];
-  setvbuf(log, line_buffer, _IOFBF, sizeof line_buffer);
-  fprintf(log, "[%02d:%02d:%02d.%03d]%s ", shifted_hour(now.calendar.tm_hour), now.calendar.tm_min,
-          now.calendar.tm_sec, now.milliseconds, level_tag(level));
-  vfprintf(log, format, arguments);
-  fclose(log);
+  const int log = open_log(now.calendar, log_file_name);
+  if (log == -1) return;
+  write_message(log, now, level, format, arguments);
+  close(log);
 }
 
 bool echoes_to_console(uint32_t level) {
@@ -146,8 +165,15 @@ int64_t TraceFileLog(const char* log_file_name, uint32_t level, const char* form
 }
 
 int TraleFileLogSzCtl() {
+  const tm today = local_time_now().calendar;
+  const char* folder = log_folder();
   char current[kFileNameSize];
-  dated_file_name(current, Purpose::kSizeControl, local_time_now().calendar, tLog.strLogFileName);
+  if (is_directory(folder)) {
+    // Kept: "./" also stands in front of an absolute path, which is then never rotated.
+    dated_file_name(current, "./", folder, today, tLog.strLogFileName);
+  } else {
+    dated_file_name(current, "", "", today, tLog.strLogFileName);
+  }
 
   int size = OLK_GetFileSize(current);
   if (size <= tLog.iLogFileMaxSize) return size;
