@@ -19,9 +19,10 @@ inline std::string six_digits(int session) {
   return std::string(6 - digits.size(), '0') + digits;
 }
 
-inline void configure_port(const std::string& port) {
+inline void configure_port(const std::string& port, char log_mode = '1') {
   write_file("SAT.ini", "[SERIAL_PORT_CONFIG]\nFixarPorta=" + port +
-                            "\n[SAT_TIMEOUT]\n[SAT_EMULATOR]\nEnable=0\n[ARVOLEN]\n[LOG]\nLogFilePath=Log\nLogMode=1\n");
+                            "\n[SAT_TIMEOUT]\n[SAT_EMULATOR]\nEnable=0\n[ARVOLEN]\n[LOG]\nLogFilePath=Log\nLogMode=" +
+                            log_mode + "\n");
 }
 
 inline bool is_right_reply(const std::string& reply, int session, std::size_t length) {
