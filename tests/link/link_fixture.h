@@ -36,7 +36,7 @@ __attribute__((format(printf, 1, 2))) inline std::string printed(const char* for
   char* text = nullptr;
   const int length = vasprintf(&text, format, values);
   va_end(values);
-  const std::string result(text, static_cast<std::size_t>(length));
+  std::string result(text, static_cast<std::size_t>(length));
   std::free(text);
   return result;
 }
