@@ -55,6 +55,9 @@ long open_descriptors() {
   return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
 }
 
+// AddressSanitizer's own allocator knows nothing of this, and finds leaks by itself.
+std::size_t heap_in_use() { return mallinfo2().uordblks; }
+
 std::string trace_name(const tm& day) {
   return printed("Log/%04d%02d%02d_SAT_api.log", day.tm_year + 1900, day.tm_mon + 1, day.tm_mday);
 }
@@ -291,11 +294,9 @@ TEST_P(FaultMatrix, EndsAsDocumentedAndTheNextCallIsRight) {
     restore(cell);
     EXPECT_EQ(descriptors_at_rest(), descriptors) << "descriptors";
     expect_right_call();
-    if (round == 0) heap = mallinfo2().uordblks;
+    if (round == 0) heap = heap_in_use();
   }
-#if !defined(__SANITIZE_ADDRESS__)
-  EXPECT_LE(mallinfo2().uordblks, heap + kAllowedGrowth);
-#endif
+  EXPECT_LE(heap_in_use(), heap + kAllowedGrowth);
 }
 
 std::string name_of(const testing::TestParamInfo<Cell>& test) {
