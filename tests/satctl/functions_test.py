@@ -173,6 +173,10 @@ class Arguments(SatctlTest):
                 self.assertIn(message, self.run_satctl(*arguments, expected=USAGE).err)
         self.assertFalse(os.path.exists(self.path("SAT.conf")))
 
+    def test_an_error_points_to_the_help_of_its_command(self):
+        for arguments, command in (((), "satctl"), (("ini",), "satctl ini"), (("ini", "set", "LOG"), "satctl ini set")):
+            self.assertIn("\n%s --help shows the usage." % command, self.run_satctl(*arguments, expected=USAGE).err)
+
     def test_missing_code(self):
         self.write_ini()
         done = self.run_satctl("extrair-logs", code=None, expected=USAGE)

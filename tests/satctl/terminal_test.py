@@ -2,6 +2,7 @@
 
 import os
 import pty
+import re
 import select
 import signal
 import subprocess
@@ -10,6 +11,7 @@ import time
 import support
 from support import CODE, SALE, SatctlTest
 
+QUIET_AT_FIRST = 0.4  # seconds without a progress line
 SALE_ARGUMENTS = ("enviar-dados-venda", "--dados", "@%s" % SALE, "--sessao", "616")
 
 
@@ -33,10 +35,10 @@ class Screen:
         self.shown += piece
         return piece
 
-    def wait_for(self, text):
-        while text not in self.shown:
+    def wait_for(self, pattern):
+        while not re.search(pattern, self.shown):
             if self.read() == b"":
-                raise AssertionError("%r never came: %r" % (text, self.shown))
+                raise AssertionError("%r never came: %r" % (pattern, self.shown))
 
     def end(self):
         """The status as waitpid gives it, everything read."""
@@ -49,26 +51,29 @@ class Screen:
 
 class ProgressLine(SatctlTest):
     def test_it_names_function_port_time_and_limit_and_vanishes(self):
-        self.start_emulator("--fault", "on EnviarDadosVenda do late 1500", more="EnviarDadosVenda=45\n")
+        self.start_emulator("--fault", "on EnviarDadosVenda do late 2500", more="EnviarDadosVenda=45\n")
         screen = Screen(self.command(*SALE_ARGUMENTS))
-        screen.wait_for(b"1 s of at most 45 s, waiting")
+        screen.wait_for(rb"[12] s of at most 45 s, waiting")
         self.assertEqual(screen.end(), 0)
         port = os.path.realpath(self.path("sat0")).encode()
-        self.assertIn(b"EnviarDadosVenda 616: 1 s of at most 45 s, waiting for the device at " + port, screen.shown)
+        self.assertRegex(screen.shown, rb"EnviarDadosVenda 616: [12] s of at most 45 s, waiting for the device at " + port)
         last_progress = screen.shown.rindex(b"of at most")
         self.assertIn(b"\r\033[K", screen.shown[last_progress:])
         self.assertLess(screen.shown.rindex(b"\r\033[K"), screen.shown.index(b"=> "))
 
     def test_the_default_limits_of_functions_that_the_file_cannot_change(self):
-        self.start_emulator("--fault", "on BloquearSAT do late 900", more="BloquearSAT=45\n")
+        self.start_emulator("--fault", "on BloquearSAT do late 1500", more="BloquearSAT=45\n")
         screen = Screen(self.command("bloquear-sat"))
         screen.wait_for(b"of at most 300 s")
         self.assertEqual(screen.end(), 0)
 
     def test_a_quick_call_shows_none(self):
         self.start_emulator()
+        start = time.monotonic()
         screen = Screen(self.command("consultar-sat"))
         self.assertEqual(screen.end(), 0)
+        if time.monotonic() - start >= QUIET_AT_FIRST:
+            self.skipTest("this machine is too busy for a quick call")
         self.assertNotIn(b"of at most", screen.shown)
 
     def test_nothing_when_standard_error_is_no_terminal(self):
@@ -76,10 +81,10 @@ class ProgressLine(SatctlTest):
         self.assertEqual(self.run_satctl(*SALE_ARGUMENTS).err, "")
 
     def test_it_stays_within_the_width_of_the_terminal(self):
-        self.start_emulator("--fault", "on EnviarDadosVenda do late 1200")
+        self.start_emulator("--fault", "on EnviarDadosVenda do late 2500")
         wrapper = ["/bin/sh", "-c", 'stty cols 40; exec "$@"', "sh"]
         screen = Screen(wrapper + self.command(*SALE_ARGUMENTS))
-        screen.wait_for(b"EnviarDadosVenda 616: 1 s")
+        screen.wait_for(b"EnviarDadosVenda 616: ")
         self.assertEqual(screen.end(), 0)
         lines = [line for line in screen.shown.split(b"\r\033[K") if line.startswith(b"EnviarDadosVenda 616: ")]
         self.assertTrue(lines)
@@ -126,7 +131,7 @@ class Interruption(SatctlTest):
 
     def test_ctrl_c_in_a_query(self):
         self.assertIn("ConsultarSAT changes nothing in the device and can be repeated.",
-                      self.interrupted("consultar-sat", fault="on ConsultarSAT do late 2000"))
+                      self.interrupted("consultar-sat", fault="on ConsultarSAT do late 8000"))
 
     def test_termination_without_a_terminal(self):
         self.start_emulator("--fault", "on EnviarDadosVenda do late 20000")
@@ -148,7 +153,7 @@ class Interruption(SatctlTest):
             time.sleep(0.01)
 
     def test_the_next_call_works(self):
-        shown = self.interrupted("consultar-sat", fault="on ConsultarSAT nth=1 do late 1500")
+        shown = self.interrupted("consultar-sat", fault="on ConsultarSAT nth=1 do late 4000")
         self.assertIn("interrupted", shown)
         self.run_satctl("consultar-status-operacional")
 

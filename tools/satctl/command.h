@@ -30,6 +30,9 @@ inline constexpr Text kUtilities{"Utilities", "Utilitários"};
 
 CLI::App* add_command(CLI::App& parent, const std::string& name, const Text& group, const Text& help);
 
+// A range that does not repeat itself behind the option's type in the help.
+CLI::Validator number_between(int least, int most);
+
 template <typename Run>
 void when_chosen(CommandLine& line, CLI::App* command, Run run) {
   command->callback([&line, run] { line.action = run; });

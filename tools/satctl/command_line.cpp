@@ -88,6 +88,10 @@ std::string describe(const CLI::ParseError& error) {
   return text;
 }
 
+CLI::Validator number_between(int least, int most) {
+  return CLI::Range(least, most).description("");
+}
+
 CLI::App* add_command(CLI::App& parent, const std::string& name, const Text& group, const Text& help) {
   CLI::App* command = parent.add_subcommand(name, tr(help));
   command->group(tr(group));

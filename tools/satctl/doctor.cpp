@@ -153,8 +153,8 @@ std::string remedy_for_node(const Patient& patient, const struct stat& node) {
   const bool group_may = (node.st_mode & kGroupReadsAndWrites) == kGroupReadsAndWrites && node.st_gid != 0;
   const std::string group = group_name(patient.world, node.st_gid);
   if (group_may) {
-    return fill({"{} is not in the group {}: sudo usermod -aG {} {} , then log in again",
-                 "{} não está no grupo {}: sudo usermod -aG {} {} , depois entre de novo na sessão"},
+    return fill({"{} is not in the group {}: sudo usermod -aG {} {}; then log in again",
+                 "{} não está no grupo {}: sudo usermod -aG {} {}; depois entre de novo na sessão"},
                 {patient.user.name, group, group, patient.user.name});
   }
   return fill(

@@ -146,11 +146,8 @@ ExitStatus doctor(const Given& given, const Settings& settings) {
   const fs::path target = given.bundle.empty() ? fs::path() : fs::absolute(given.bundle);
   const World world(fs::absolute(given.root).lexically_normal());
   const User user = chosen_user(world, given.user);
-  const std::string library = settings.library.find('/') == std::string::npos
-                                  ? settings.library
-                                  : fs::absolute(settings.library).string();
   enter(settings.folder);
-  const Patient patient = examine(world, user, library);
+  const Patient patient = examine(world, user, settings.library);
   const auto findings = diagnose(patient);
   if (settings.json)
     print_json(as_json(findings));

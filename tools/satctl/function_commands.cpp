@@ -112,7 +112,7 @@ void add_function_command(CommandLine& line, const Function& function) {
     option->required(parameter.kind != ParameterKind::activation_code);
   }
   command->add_option("--sessao", given->session, tr(kSessionHelp))
-      ->check(CLI::Range(0, kLargestSession))
+      ->check(number_between(0, kLargestSession))
       ->type_name(tr(kNumberType));
   command->add_option("--save-xml", given->save, tr(kSaveHelp))->type_name(tr(kFileType));
   when_chosen(line, command, [given, &line] { return call_function(*given, line.settings); });

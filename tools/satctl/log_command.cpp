@@ -515,7 +515,7 @@ void add_log_command(CommandLine& line) {
   command
       ->add_option("--days", given->days,
                    tr({"that many days, up to the chosen one", "tantos dias, até o escolhido"}))
-      ->check(CLI::Range(1, 100'000))
+      ->check(number_between(1, 100'000))
       ->type_name(tr(kNumberType));
   command->add_flag("--all", given->all, tr({"all days", "todos os dias"}));
   command

@@ -1,6 +1,7 @@
 // satctl: SAT devices from the command line, over the installed driver library.
 
 #include <exception>
+#include <filesystem>
 
 #include "command.h"
 #include "command_line.h"
@@ -75,6 +76,21 @@ ExitStatus fail(const std::string& reason) {
   return ExitStatus::usage;
 }
 
+// "satctl ini set", as far as the user has got.
+std::string chosen_command(const CLI::App& app) {
+  std::string name = app.get_name();
+  for (const CLI::App* next = &app; !next->get_subcommands().empty();) {
+    next = next->get_subcommands().front();
+    name += " " + next->get_name();
+  }
+  return name;
+}
+
+// The command leaves the caller's folder; a bare name is looked up by the loader.
+void make_absolute(std::string& library) {
+  if (library.find('/') != std::string::npos) library = std::filesystem::absolute(library).string();
+}
+
 ExitStatus run(int argc, char** argv) {
   CLI::App app{tr(kDescription), "satctl"};
   speak_users_language(app);
@@ -97,8 +113,10 @@ ExitStatus run(int argc, char** argv) {
     const std::string reason =
         no_such_command ? fill({"there is no command {}", "não existe o comando {}"}, {unknown.front()})
                         : describe(error);
-    return fail(reason + "\n" + tr({"satctl --help shows the usage.", "satctl --help mostra o uso."}));
+    return fail(reason + "\n" +
+                fill({"{} --help shows the usage.", "{} --help mostra o uso."}, {chosen_command(app)}));
   }
+  make_absolute(line.settings.library);
   return line.action();
 }
 

@@ -80,7 +80,7 @@ Verdict verdict_of_stored(const Reply& stored) {
   return fiscal ? Verdict::refused : Verdict::other_reply;
 }
 
-Reply ask(const Library& library, const char* name, int about, std::vector<std::string> values) {
+Reply ask(const Library& library, const char* name, int about, const std::vector<std::string>& values) {
   const Request request{find_function(name), draw_session(), about};
   return make_call(library, request, values);
 }
@@ -187,7 +187,7 @@ void add_recover_command(CommandLine& line) {
           "--sessao", given->session,
           tr({"session number of the sale or cancellation", "número de sessão da venda ou do cancelamento"}))
       ->required()
-      ->check(CLI::Range(0, kLargestSession))
+      ->check(number_between(0, kLargestSession))
       ->type_name(tr(kNumberType));
   command->add_option("--codigo", given->code,
                       tr({"activation code: a value, @FILE, -, or in SAT_CODIGO",
