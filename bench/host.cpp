@@ -6,7 +6,7 @@
 //             library  the same calls of the library alone
 //             floor    the same transactions of the floor alone
 //             idle     no call at all
-//   CASE      small | sale | large | long-reply | waiting | send:BYTES
+//   CASE      small | sale | large | long-reply | waiting | no-device | send:BYTES
 //
 // Prints one JSON object: nanoseconds of every call, and the peak resident memory in kB. It runs in a folder
 // with a SAT.ini; the library writes its logs there.
