@@ -64,7 +64,7 @@ class BadLine : public TillWithEmulator {
     for (int i = 0; i < kMostTries; ++i) {
       wait_for_device();
       const int session = new_session();
-      const std::string reply = library.call("ConsultarNumeroSessao", session, kCode, lost);
+      std::string reply = library.call("ConsultarNumeroSessao", session, kCode, lost);
       if (answers(reply, lost)) return reply;
       if (answers(reply, session) && split_fields(reply)[1] == "11003") return "";
     }

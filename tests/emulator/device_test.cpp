@@ -306,6 +306,8 @@ TEST_F(ReadyDevice, WrongCodesInARowLockSalesAndCancellations) {
   const std::string key = sell()[8];
   for (int i = 0; i < 4; ++i) code_of("ConsultarStatusOperacional", {"errado99"});
   EXPECT_EQ(code_of("ConsultarStatusOperacional", {kCode}), "10000");  // counts from the start again
+  for (int i = 0; i < 4; ++i) code_of("ConsultarStatusOperacional", {"errado99"});
+  EXPECT_EQ(sell()[1], "06000");
   for (int i = 0; i < 5; ++i) EXPECT_EQ(code_of("ConsultarStatusOperacional", {"errado99"}), "10001");
   EXPECT_EQ(sell()[1], "06009");
   EXPECT_EQ(cancel(key)[1], "07009");
@@ -395,7 +397,7 @@ TEST_F(ReadyDevice, ASaleMayBeOneAndAHalfMegabytes) {
   SaleData data;
   data.items = SaleData::item(1, "1", "10.00", "A", "<infAdProd/>");
   std::string xml = data.xml();
-  const std::size_t limit = 1'500 * 1'024;
+  const std::size_t limit = std::size_t{1'500} * 1'024;
   xml += "<!--" + std::string(limit - xml.size() - 7, 'x') + "-->";
   ASSERT_EQ(xml.size(), limit);
   EXPECT_EQ(code_of("EnviarDadosVenda", {kCode, xml}), "06000");

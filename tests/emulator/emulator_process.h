@@ -23,6 +23,7 @@ class EmulatorProcess {
     posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
     options.insert(options.begin(), EMULATOR_PROGRAM);
     std::vector<char*> arguments;
+    arguments.reserve(options.size() + 1);
     for (std::string& option : options) arguments.push_back(option.data());
     arguments.push_back(nullptr);
     const int error = posix_spawn(&pid_, EMULATOR_PROGRAM, &actions, nullptr, arguments.data(), environ);

@@ -270,7 +270,7 @@ TEST(SaleDocument, ShowsKeyMomentTotalsChangeAndSignature) {
 TEST(SaleDocument, HasNoDefaultNamespaceEvenIfTheTillSendsOne) {
   SaleData data;
   std::string xml = data.xml();
-  xml.replace(0, 4, "<CFe xmlns=\"http://www.fazenda.sp.gov.br/sat\"");
+  xml.replace(0, 4, "<CFe xmlns=\"urn:sat\"");
   xml.replace(xml.find("<det "), 5, "<det xmlns=\"urn:x\" ");
   const std::string document = sale_document(*read_sale(xml), facts_of_test());
   EXPECT_EQ(document.find("xmlns"), std::string::npos);
