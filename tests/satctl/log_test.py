@@ -189,6 +189,21 @@ class LibrarysOwnLogs(SatctlTest):
         self.assertIn("CPF ************** CNPJ ******************|", shown)
         self.assertIn("|20260301120000|CFe352603**************599000000010000011234564|10.00|***********|", shown)
 
+    def test_secrets_that_only_their_surroundings_give_away(self):
+        self.write_ini()
+        sat_utils = "[0070] [../src/olk_sat_utils/olk_sat_utils] [SAT_API_CmdPktParcer]--- >> "
+        self.write("Log/20260302_SAT_api.log", trace("09:00:00.000", "INF", sat_utils + "P03=[00000011:%s]" % CODE) +
+                   trace("09:00:00.001", "INF", sat_utils + "P02=[00000006:004711]SAT:numeroSessao(AC-RND)") +
+                   trace("09:00:00.002", "INF", API + "[f]<CPF>12345678900</CPF> cut off at <CNPJ>112223") +
+                   trace("09:00:00.003", "INF", API + "[f]AtivarSAT|000001|1|%s|11222333000182|35" % CODE))
+        shown = self.run_satctl("log").out
+        for secret in (CODE, "12345678900", "112223"):
+            self.assertNotIn(secret, shown)
+        self.assertIn("P03=[00000011:***********]", shown)
+        self.assertIn("P02=[00000006:004711]", shown)
+        self.assertIn("<CPF>***********</CPF> cut off at <CNPJ>******", shown)
+        self.assertIn("AtivarSAT|000001|1|***********|**************|35", shown)
+
     def test_errors_of_the_link_stand_in_the_time_line(self):
         self.start_emulator("--fault", "on ConsultarSAT nth=1 do nak 1", "--fault", "on ConsultarSAT nth=2 do wrong-checksum 1",
                             "--fault", "on ConsultarSAT nth=3 do nak 4", log_mode=3)

@@ -80,7 +80,7 @@ std::vector<std::string> nodes_of(const std::vector<UsbDevice>& devices) {
 
 // In the order in which the library decides.
 std::string port_in_use(const Patient& patient) {
-  if (const std::string fixed = fixed_port(patient); !fixed.empty()) return fixed;
+  if (std::string fixed = fixed_port(patient); !fixed.empty()) return fixed;
   const auto nodes = nodes_of(patient.devices);
   if (!nodes.empty()) return nodes.back();
   return emulator_enabled(patient) ? setting(patient, "SAT_EMULATOR", "SerialPortLinux") : std::string();
@@ -392,7 +392,7 @@ std::string version_in_scratch_folder(const Library& library) {
   std::error_code error;
   const fs::path back = fs::current_path(error);
   if (mkdtemp(scratch.data()) == nullptr || chdir(scratch.c_str()) != 0) return "?";
-  const std::string version = library.version();
+  std::string version = library.version();
   fs::current_path(back, error);
   fs::remove_all(scratch, error);
   return version;

@@ -115,7 +115,7 @@ std::string with_item(const std::string& content, const Given& given) {
 std::optional<std::string> value_in(const Library& library, const std::string& content, const Given& given) {
   const std::string copy = std::string(kIniFile) + ".satctl";
   if (!replace_file(copy, content)) throw UsageError(copy + ": " + std::strerror(errno));
-  const auto value = library.ini_value(copy, given.section, given.item);
+  auto value = library.ini_value(copy, given.section, given.item);
   unlink(copy.c_str());
   return value;
 }

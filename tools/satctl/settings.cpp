@@ -47,7 +47,7 @@ bool write_and_close(int descriptor, const std::string& content) {
 std::optional<std::string> read_file(const std::filesystem::path& path) {
   const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (descriptor < 0) return std::nullopt;
-  const auto content = read_all(descriptor);
+  auto content = read_all(descriptor);
   close(descriptor);
   return content;
 }
