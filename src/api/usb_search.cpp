@@ -9,13 +9,15 @@
 //   /sys/bus/usb/devices       every USB device that the kernel has, by name, inode number and properties
 //   /sys/class/tty             every ttyACM device, likewise
 //   /run/udev/data             time stamps of udev's database; it replaces its files, never changes them
-//   PATH                       which find, udevadm and grep the shell runs
+//   PATH                       and find, udevadm and grep, as the shell finds them there
 //
 // Sysfs gives a device that comes back under the same name new inode numbers, and shows a device before its
 // node is made and its event counted. What cannot be read is held with its error number. An answer is not
 // kept at all when the command failed, when the bus changed while it ran, when a time stamp is so young that
-// a second change could bear it too, when it names a port that the kernel does not list, or when something
-// does not fit its buffer.
+// a second change could bear it too, when one of the programs is not the system's own, or when something does
+// not fit its buffer. Nor is it kept when the kernel's list of ports does not bear it out, because one of the
+// command's many processes may have failed unseen: no port found beside a ttyACM port is never kept, and an
+// answer that leaves one of them out only once a second run has given it too.
 #include "api/usb_search.h"
 
 #include <dirent.h>
@@ -28,6 +30,9 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <iterator>
 
 #include "olk_utils/bounded_text.h"
 #include "olk_utils/system_clock.h"
@@ -74,10 +79,11 @@ struct Sign {
 // What the answer depends on.
 struct Snapshot {
   Sign sign;
+  Stamp programs[3];        // find, udevadm, grep
   char program_path[4096];  // PATH
   Stamp udev;               // the database
   Record devices;           // on the bus
-  bool reliable;            // PATH fits, and the database has been at rest for a while
+  bool reliable;            // the programs are the system's own, the database has been at rest for a while
 };
 
 Record answer;             // output of the last run
@@ -101,6 +107,12 @@ __attribute__((format(printf, 2, 3))) void append(Record& record, const char* fo
   va_end(arguments);
   record.overflowed = added < 0 || static_cast<size_t>(added) >= room;
   if (!record.overflowed) record.length += static_cast<size_t>(added);
+}
+
+void copy(Record& destination, const Record& source) {
+  memcpy(destination.text, source.text, source.length + 1);
+  destination.length = source.length;
+  destination.overflowed = source.overflowed;
 }
 
 bool same(const Record& one, const Record& other) {
@@ -212,11 +224,31 @@ bool same(const Sign& one, const Sign& other) {
   return by_nodes || (one.events[0] != '\0' && strcmp(one.events, other.events) == 0);
 }
 
+// The program that the shell would run; false when it is not the system's own.
+bool look_at_program(Stamp& stamp, const char* name, const char* program_path) {
+  constexpr const char* kSystemFolders[] = {"/usr/bin", "/bin", "/usr/sbin", "/sbin"};
+  for (const char* rest = program_path; *rest != '\0';) {
+    char folder[256];
+    char program[sizeof folder + 16];
+    const size_t length = strcspn(rest, ":");
+    copy_text(folder, length + 1 < sizeof folder ? length + 1 : sizeof folder, rest);
+    snprintf(program, sizeof program, "%s/%s", folder, name);
+    stamp = stamp_of(program);
+    if (stamp.error == 0) return is_one_of(folder, kSystemFolders);
+    rest += rest[length] == ':' ? length + 1 : length;
+  }
+  return false;
+}
+
 void look_at_signs(Snapshot& snapshot) {
   look_at_sign(snapshot.sign);
   const size_t path_length = copy_text(snapshot.program_path, getenv("PATH"));
   snapshot.udev = stamp_of(kUdevDatabase);
   snapshot.reliable = path_length + 1 < sizeof snapshot.program_path && is_settled(snapshot.udev);
+  constexpr const char* kPrograms[] = {"find", "udevadm", "grep"};
+  for (size_t i = 0; i < std::size(kPrograms); ++i) {
+    snapshot.reliable &= look_at_program(snapshot.programs[i], kPrograms[i], snapshot.program_path);
+  }
 }
 
 void look_at_devices(Snapshot& snapshot) {
@@ -225,14 +257,17 @@ void look_at_devices(Snapshot& snapshot) {
   append_folder(snapshot.devices, kTtyDevices, "ttyACM");
 }
 
-bool same_udev(const Snapshot& one, const Snapshot& other) {
-  return same(one.udev, other.udev) && strcmp(one.program_path, other.program_path) == 0;
+// The database, and the programs that ask it.
+bool same_sources(const Snapshot& one, const Snapshot& other) {
+  return same(one.udev, other.udev) && strcmp(one.program_path, other.program_path) == 0 &&
+         std::equal(std::begin(one.programs), std::end(one.programs), std::begin(other.programs),
+                    [](const Stamp& a, const Stamp& b) { return same(a, b); });
 }
 
 // Looks at the devices only when no sign vouches for them.
 bool answer_still_holds(Snapshot& now) {
   look_at_signs(now);
-  const bool may_hold = answer_is_kept && now.reliable && same_udev(now, answer_snapshot);
+  const bool may_hold = answer_is_kept && now.reliable && same_sources(now, answer_snapshot);
   if (may_hold && same(now.sign, answer_snapshot.sign)) return true;
 
   look_at_devices(now);
@@ -306,24 +341,38 @@ bool is_listed(const UsbSearchLine& line, const Snapshot& snapshot) {
   return strstr(snapshot.devices.text, entry) != nullptr;
 }
 
-bool kernel_bears_out(const Record& lines, const Snapshot& snapshot) {
+int count_acm_ports(const Snapshot& snapshot) {
+  constexpr char kEntry[] = "\nttyACM";
+  int count = 0;
+  for (const char* at = snapshot.devices.text; (at = strstr(at, kEntry)) != nullptr; ++at) ++count;
+  return count;
+}
+
+// Whether the kernel's list of ports bears the answer out; repeated says that the run before gave it too.
+bool kernel_bears_out(const Record& lines, const Snapshot& snapshot, bool repeated) {
   const char* rest = lines.text;
   UsbSearchLine line;
-  while (next_line(rest, line)) {
+  int count = 0;
+  for (; next_line(rest, line); ++count) {
     if (!is_listed(line, snapshot)) return false;
   }
-  return true;
+  const int ports = count_acm_ports(snapshot);
+  return count == ports || (count != 0 && repeated);
 }
 
 }  // namespace
 
 bool search_usb(TakeUsbLine take, UsbSearchLine& found) {
   static Snapshot before;
+  static Record former_answer;
   if (answer_still_holds(before)) {
     recall(take, found);
     return true;
   }
   answer_is_kept = false;
+  const bool nothing_changed =
+      same_sources(before, answer_snapshot) && same(before.devices, answer_snapshot.devices);
+  copy(former_answer, answer);
   kernels_nodes = find_kernels_nodes();
   const RunResult result = run_command(take, found);
   if (result == RunResult::kNotStarted) return false;
@@ -331,8 +380,8 @@ bool search_usb(TakeUsbLine take, UsbSearchLine& found) {
   look_at_signs(answer_snapshot);
   look_at_devices(answer_snapshot);
   answer_is_kept = result == RunResult::kDone && !answer.overflowed && before.reliable &&
-                   same_udev(before, answer_snapshot) && same(before.devices, answer_snapshot.devices) &&
-                   kernel_bears_out(answer, answer_snapshot);
+                   same_sources(before, answer_snapshot) && same(before.devices, answer_snapshot.devices) &&
+                   kernel_bears_out(answer, answer_snapshot, nothing_changed && same(answer, former_answer));
   // What came during the run is looked into again.
   answer_snapshot.sign = before.sign;
   return true;
