@@ -147,9 +147,9 @@ int main(int argc, char** argv) {
 
   char cancellation[512];
   snprintf(cancellation, sizeof cancellation,
-           "<CFeCanc><infCFe chCanc=\"%s\"><ide><CNPJ>16716114000172</CNPJ><signAC>%s</signAC>"
+           "<CFeCanc><infCFe chCanc=\"%s\"><ide><CNPJ>12345678000195</CNPJ><signAC>%s</signAC>"
            "<numeroCaixa>001</numeroCaixa></ide><emit/><dest/><total/></infCFe></CFeCanc>",
-           key, "SGR-SAT SISTEMA DE GESTAO E RETAGUARDA DO SAT");
+           key, "ASSINATURA DE TESTE");
   reply = split(CancelarUltimaVenda(100004, code, key, cancellation));
   right &= check("CancelarUltimaVenda", &reply, kSaleFields, 100004, "07000");
   free(reply.text);

@@ -177,7 +177,7 @@ class SatFunctions(InScratchFolder):
 
         self.check(self.sat.ConsultarNumeroSessao(4, CODE, 99), "ConsultarNumeroSessao|000004|12345678|000099", "11")
 
-        xml = ('<CFeCanc><infCFe chCanc="%s"><ide><CNPJ>16716114000172</CNPJ><signAC>SGR-SAT</signAC>'
+        xml = ('<CFeCanc><infCFe chCanc="%s"><ide><CNPJ>12345678000195</CNPJ><signAC>SGR-SAT</signAC>'
                "<numeroCaixa>001</numeroCaixa></ide><emit/><dest/><total/></infCFe></CFeCanc>" % key)
         cancelled = self.sat.CancelarUltimaVenda(5, CODE, key, xml)
         self.check(cancelled, "CancelarUltimaVenda|000005|12345678|%s|%s" % (key, xml), "07")
@@ -201,8 +201,8 @@ class SatFunctions(InScratchFolder):
                    "ConfigurarInterfaceDeRede|000009|12345678|<config/>", "12")
 
     def test_AssociarAssinatura(self):
-        self.check(self.sat.AssociarAssinatura(10, CODE, "1671611400017211222333000181", "U0dS"),
-                   "AssociarAssinatura|000010|12345678|1671611400017211222333000181|U0dS", "13")
+        self.check(self.sat.AssociarAssinatura(10, CODE, "1234567800019511222333000181", "U0dS"),
+                   "AssociarAssinatura|000010|12345678|1234567800019511222333000181|U0dS", "13")
 
     def test_AtualizarSoftwareSAT(self):
         self.check(self.sat.AtualizarSoftwareSAT(11, CODE), "AtualizarSoftwareSAT|000011|12345678", "14")

@@ -306,7 +306,7 @@ class Bundle(World):
         self.assertTrue(json.loads(files["doctor.json"])["checks"])
         logs = "".join(files.values())
         self.assertIn("EnviarDadosVenda|004711|***********|", logs)
-        for secret in (CODE, "segredo-novo", "11222333000181", "16716114000172", "12345678909"):
+        for secret in (CODE, "segredo-novo", "11222333000181", "12345678000195", "12345678909"):
             self.assertIn(secret, self.logs() + SALE.read_text())
             self.assertNotIn(secret, logs)
         for blob in re.findall(r"[A-Za-z0-9+/]{60,}", logs):

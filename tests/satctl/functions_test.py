@@ -10,7 +10,7 @@ import support
 from support import CODE, REFUSED, SALE, SUCCESS, USAGE, SatctlTest
 
 CNPJ = "11222333000181"
-SOFTWARE_HOUSE = "16716114000172"
+SOFTWARE_HOUSE = "12345678000195"
 SIGNATURE = base64.b64encode(bytes(range(256))).decode()
 NETWORK = "<config><tipoInter>ETHE</tipoInter><tipoLan>DHCP</tipoLan><proxy>0</proxy></config>"
 CERTIFICATE = "-----BEGIN CERTIFICATE-----\nMIIB\n-----END CERTIFICATE-----\n"

@@ -172,7 +172,7 @@ class LibrarysOwnLogs(SatctlTest):
         self.run_satctl("trocar-codigo-de-ativacao", "--opcao", "1", "--novo-codigo", "segredo-novo", "--confirmacao",
                         "segredo-novo")
         self.run_satctl("teste-fim-a-fim", "--dados", "@%s" % SALE, code="segredo-novo")
-        secrets = (CODE, "segredo-novo", "11222333000181", "16716114000172", "12345678909")
+        secrets = (CODE, "segredo-novo", "11222333000181", "12345678000195", "12345678909")
         open_text = self.run_satctl("log", "--no-mask").out
         for view in ((), ("--frames",), ("--json",), ("--frames", "--json"), ("--calls",)):
             shown = self.run_satctl("log", *view).out
