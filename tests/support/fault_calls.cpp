@@ -43,10 +43,11 @@ const std::vector<int>& raised_modem_lines() {
 namespace {
 
 // The fault that befalls this call, if any.
-std::optional<Fault> befalling(Call call) {
+std::optional<Fault> befalling(Call call, std::size_t asked = 0) {
   ++counts[static_cast<int>(call)];
   for (Fault& fault : table) {
     if (fault.call != call || fault.times == 0) continue;
+    if (fault.asked != 0 && fault.asked != asked) continue;
     if (fault.skip > 0) {
       --fault.skip;
       return {};
@@ -57,9 +58,9 @@ std::optional<Fault> befalling(Call call) {
   return {};
 }
 
-std::optional<Fault> befalling(Call call, int descriptor) {
+std::optional<Fault> befalling_port(Call call, int descriptor, std::size_t asked = 0) {
   if (descriptor != hComm) return {};
-  return befalling(call);
+  return befalling(call, asked);
 }
 
 long outcome(const Fault& fault) {
@@ -72,6 +73,7 @@ long outcome(const Fault& fault) {
 }  // namespace fault_calls
 
 using fault_calls::befalling;
+using fault_calls::befalling_port;
 using fault_calls::Call;
 using fault_calls::outcome;
 
@@ -99,7 +101,7 @@ int __wrap_open(const char* path, int flags, ...) {
 }
 
 ssize_t __wrap_read(int descriptor, void* buffer, size_t size) {
-  const auto fault = befalling(Call::kRead, descriptor);
+  const auto fault = befalling_port(Call::kRead, descriptor, size);
   if (!fault) return __real_read(descriptor, buffer, size);
   if (fault->bytes.empty()) return outcome(*fault);
   const size_t count = std::min(size, fault->bytes.size());
@@ -108,7 +110,7 @@ ssize_t __wrap_read(int descriptor, void* buffer, size_t size) {
 }
 
 ssize_t __wrap_write(int descriptor, const void* bytes, size_t count) {
-  const auto fault = befalling(Call::kWrite, descriptor);
+  const auto fault = befalling_port(Call::kWrite, descriptor);
   if (!fault) return __real_write(descriptor, bytes, count);
   if (fault->limit == 0) return outcome(*fault);
   return __real_write(descriptor, bytes, std::min(count, fault->limit));
@@ -116,13 +118,14 @@ ssize_t __wrap_write(int descriptor, const void* bytes, size_t count) {
 
 int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {
   if (count == 1) {
-    if (const auto fault = befalling(Call::kPoll, descriptors->fd)) return static_cast<int>(outcome(*fault));
+    if (const auto fault = befalling_port(Call::kPoll, descriptors->fd))
+      return static_cast<int>(outcome(*fault));
   }
   return __real_poll(descriptors, count, timeout);
 }
 
 int __wrap_close(int descriptor) {
-  if (const auto fault = befalling(Call::kClose, descriptor)) {
+  if (const auto fault = befalling_port(Call::kClose, descriptor)) {
     __real_close(descriptor);
     return static_cast<int>(outcome(*fault));
   }
@@ -130,7 +133,7 @@ int __wrap_close(int descriptor) {
 }
 
 int __wrap_flock(int descriptor, int operation) {
-  if (const auto fault = befalling(Call::kFlock, descriptor)) return static_cast<int>(outcome(*fault));
+  if (const auto fault = befalling_port(Call::kFlock, descriptor)) return static_cast<int>(outcome(*fault));
   return __real_flock(descriptor, operation);
 }
 
@@ -145,12 +148,14 @@ int __wrap_ioctl(int descriptor, unsigned long request, ...) {
 }
 
 int __wrap_tcgetattr(int descriptor, termios* settings) {
-  if (const auto fault = befalling(Call::kTcgetattr, descriptor)) return static_cast<int>(outcome(*fault));
+  if (const auto fault = befalling_port(Call::kTcgetattr, descriptor))
+    return static_cast<int>(outcome(*fault));
   return __real_tcgetattr(descriptor, settings);
 }
 
 int __wrap_tcsetattr(int descriptor, int when, const termios* settings) {
-  if (const auto fault = befalling(Call::kTcsetattr, descriptor)) return static_cast<int>(outcome(*fault));
+  if (const auto fault = befalling_port(Call::kTcsetattr, descriptor))
+    return static_cast<int>(outcome(*fault));
   return __real_tcsetattr(descriptor, when, settings);
 }
 

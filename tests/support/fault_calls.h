@@ -19,6 +19,7 @@ struct Fault {
   int error = 0;          // errno, when the result is -1
   std::string bytes{};    // of a read: what it delivers in the place of result
   std::size_t limit = 0;  // of a write: goes through, but no more than so many bytes of it
+  std::size_t asked = 0;  // of a read: befalls only one that asks for so many bytes, unless 0
 };
 
 // Faults of the same call befall it one behind the other.
