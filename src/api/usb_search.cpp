@@ -9,7 +9,7 @@
 //   /sys/bus/usb/devices       every USB device that the kernel has, by name, inode number and properties
 //   /sys/class/tty             every ttyACM device, likewise
 //   /run/udev/data             time stamps of udev's database; it replaces its files, never changes them
-//   PATH                       and find, udevadm and grep, as the shell finds them there
+//   PATH                       where the shell finds find, udevadm and grep
 //
 // Sysfs gives a device that comes back under the same name new inode numbers, and shows a device before its
 // node is made and its event counted. What cannot be read is held with its error number. An answer is not
@@ -30,9 +30,6 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
-
-#include <algorithm>
-#include <iterator>
 
 #include "olk_utils/bounded_text.h"
 #include "olk_utils/system_clock.h"
@@ -79,11 +76,10 @@ struct Sign {
 // What the answer depends on.
 struct Snapshot {
   Sign sign;
-  Stamp programs[3];        // find, udevadm, grep
   char program_path[4096];  // PATH
   Stamp udev;               // the database
   Record devices;           // on the bus
-  bool reliable;            // the programs are the system's own, the database has been at rest for a while
+  bool reliable;            // PATH fits, and the database has been at rest for a while
 };
 
 Record answer;             // output of the last run
@@ -224,8 +220,8 @@ bool same(const Sign& one, const Sign& other) {
   return by_nodes || (one.events[0] != '\0' && strcmp(one.events, other.events) == 0);
 }
 
-// The program that the shell would run; false when it is not the system's own.
-bool look_at_program(Stamp& stamp, const char* name, const char* program_path) {
+// Whether the program that the shell runs is the system's own.
+bool is_the_systems(const char* name, const char* program_path) {
   constexpr const char* kSystemFolders[] = {"/usr/bin", "/bin", "/usr/sbin", "/sbin"};
   for (const char* rest = program_path; *rest != '\0';) {
     char folder[256];
@@ -233,11 +229,15 @@ bool look_at_program(Stamp& stamp, const char* name, const char* program_path) {
     const size_t length = strcspn(rest, ":");
     copy_text(folder, length + 1 < sizeof folder ? length + 1 : sizeof folder, rest);
     snprintf(program, sizeof program, "%s/%s", folder, name);
-    stamp = stamp_of(program);
-    if (stamp.error == 0) return is_one_of(folder, kSystemFolders);
+    if (access(program, X_OK) == 0) return is_one_of(folder, kSystemFolders);
     rest += rest[length] == ':' ? length + 1 : length;
   }
   return false;
+}
+
+bool programs_are_the_systems(const char* program_path) {
+  return is_the_systems("find", program_path) && is_the_systems("udevadm", program_path) &&
+         is_the_systems("grep", program_path);
 }
 
 void look_at_signs(Snapshot& snapshot) {
@@ -245,10 +245,6 @@ void look_at_signs(Snapshot& snapshot) {
   const size_t path_length = copy_text(snapshot.program_path, getenv("PATH"));
   snapshot.udev = stamp_of(kUdevDatabase);
   snapshot.reliable = path_length + 1 < sizeof snapshot.program_path && is_settled(snapshot.udev);
-  constexpr const char* kPrograms[] = {"find", "udevadm", "grep"};
-  for (size_t i = 0; i < std::size(kPrograms); ++i) {
-    snapshot.reliable &= look_at_program(snapshot.programs[i], kPrograms[i], snapshot.program_path);
-  }
 }
 
 void look_at_devices(Snapshot& snapshot) {
@@ -257,11 +253,8 @@ void look_at_devices(Snapshot& snapshot) {
   append_folder(snapshot.devices, kTtyDevices, "ttyACM");
 }
 
-// The database, and the programs that ask it.
 bool same_sources(const Snapshot& one, const Snapshot& other) {
-  return same(one.udev, other.udev) && strcmp(one.program_path, other.program_path) == 0 &&
-         std::equal(std::begin(one.programs), std::end(one.programs), std::begin(other.programs),
-                    [](const Stamp& a, const Stamp& b) { return same(a, b); });
+  return same(one.udev, other.udev) && strcmp(one.program_path, other.program_path) == 0;
 }
 
 // Looks at the devices only when no sign vouches for them.
@@ -380,7 +373,8 @@ bool search_usb(TakeUsbLine take, UsbSearchLine& found) {
   look_at_signs(answer_snapshot);
   look_at_devices(answer_snapshot);
   answer_is_kept = result == RunResult::kDone && !answer.overflowed && before.reliable &&
-                   same_sources(before, answer_snapshot) && same(before.devices, answer_snapshot.devices) &&
+                   programs_are_the_systems(before.program_path) && same_sources(before, answer_snapshot) &&
+                   same(before.devices, answer_snapshot.devices) &&
                    kernel_bears_out(answer, answer_snapshot, nothing_changed && same(answer, former_answer));
   // What came during the run is looked into again.
   answer_snapshot.sign = before.sign;
