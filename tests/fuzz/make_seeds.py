@@ -1,4 +1,4 @@
-"""Writes the seed corpora of the fuzz targets, most of them made from the golden frames.
+"""Writes first corpora of the fuzz targets, most of them made from the golden frames.
 
 make_seeds.py FOLDER: a folder per target below FOLDER.
 """
