@@ -24,4 +24,6 @@ inline constexpr char kFieldSeparator = '|';
 inline constexpr uint32_t kBlockSize = 16384;
 
 // The rule that keeps the checksum from being read as ETX.
-constexpr uint8_t checksum_of_sum(uint8_t sum) { return sum == 0x03 ? 0x04 : sum; }
+constexpr uint8_t checksum_of_sum(uint8_t sum) {
+  return sum == 0x03 ? 0x04 : sum;
+}

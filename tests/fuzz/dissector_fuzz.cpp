@@ -13,7 +13,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   require(ready);
   bDebugLogsEnabled = 1;
 
-  // A text with its NUL and the two bytes behind a zero checksum, in a buffer of its own: reading past it shows.
+  // A text with its NUL and the two bytes behind a zero checksum, in a buffer of its own: reading past it
+  // shows.
   std::vector<char> frame(data, data + size);
   frame.insert(frame.end(), 3, '\0');
   const std::vector<char> before = frame;

@@ -1,5 +1,5 @@
-// What the fuzz targets share: rules that end the process when they are broken, a folder of their own in memory, and
-// inputs cut into parts.
+// What the fuzz targets share: rules that end the process when they are broken, a folder of their own in
+// memory, and inputs cut into parts.
 #pragma once
 
 #include <unistd.h>

@@ -1,4 +1,5 @@
-// The INI engine over any file: section, item and value, a line each, then the file. The written file is read again.
+// The INI engine over any file: section, item and value, a line each, then the file. The written file is read
+// again.
 #include <fcntl.h>
 
 #include <array>

@@ -21,7 +21,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   uint32_t last_sale = 1;
   uint32_t reply_session = 2;
   uint32_t code = 3;
-  const int result = SAT_APP_RspParcer(name.c_str(), session, &last_sale, &reply_session, &code, text.c_str());
+  const int result =
+      SAT_APP_RspParcer(name.c_str(), session, &last_sale, &reply_session, &code, text.c_str());
   SAT_APP_RspParcer(name.c_str(), session, nullptr, nullptr, nullptr, text.c_str());
   require(text == unchanged);
   require(last_sale == 1 || last_sale == session);

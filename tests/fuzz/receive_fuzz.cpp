@@ -1,5 +1,6 @@
-// A transaction with a device that sends whatever it likes: the wait for the acknowledgement, then the reception of
-// the reply. First byte: bits 0 to 1 the function, 2 to 3 how much a read delivers, 4 whether everything is logged.
+// A transaction with a device that sends whatever it likes: the wait for the acknowledgement, then the
+// reception of the reply. First byte: bits 0 to 1 the function, 2 to 3 how much a read delivers, 4 whether
+// everything is logged.
 #include <cstring>
 
 #include "api/context.h"
@@ -17,7 +18,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   using fuzzing::require;
   static const bool ready = (fuzzing::enter_own_folder(), true);
   require(ready);
-  static constexpr const char* kFunctions[] = {"ConsultarSAT", "EnviarDadosVenda", "AtivarSAT", "BloquearSAT"};
+  static constexpr const char* kFunctions[] = {"ConsultarSAT", "EnviarDadosVenda", "AtivarSAT",
+                                               "BloquearSAT"};
   static constexpr std::size_t kReads[] = {1, 7, 4095, 1 << 20};
   static constexpr unsigned kTimeouts[] = {10, 30, 1800, 300};
 
@@ -32,7 +34,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   set_function_timeout(timeout);
 
   clear_buffer(gl_sSatPkt, kPacketBufferSize);
-  static constexpr char kCommand[] = "\x02" "ConsultarSAT|000042\x03";
+  static constexpr char kCommand[] =
+      "\x02"
+      "ConsultarSAT|000042\x03";
   std::memcpy(gl_sSatPkt, kCommand, sizeof kCommand);
   const timespec start = monotonic_now();
   const int sent = lSerialWriteBufL(gl_sSatPkt, sizeof kCommand - 1);
@@ -47,7 +51,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
   }
   // Every wait has its limit, however much comes in.
-  const auto limit = static_cast<int64_t>(timeout) * 1000 * 4 + 600000 + static_cast<int64_t>(bytes.size()) * 10;
+  const auto limit =
+      static_cast<int64_t>(timeout) * 1000 * 4 + 600000 + static_cast<int64_t>(bytes.size()) * 10;
   require(elapsed_ms(start, monotonic_now()) < limit);
   hComm = -1;
   return 0;

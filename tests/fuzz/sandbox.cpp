@@ -1,5 +1,6 @@
-// Between the fuzzed library and the system, by --wrap: logs go to /dev/null, nothing is made, renamed or run outside
-// the folder of the run, whatever a configuration says; and a descriptor that is none, whose bytes are the input.
+// Between the fuzzed library and the system, by --wrap: logs go to /dev/null, nothing is made, renamed or run
+// outside the folder of the run, whatever a configuration says; and a descriptor that is none, whose bytes
+// are the input.
 #include "fuzz/sandbox.h"
 
 #include <fcntl.h>
@@ -34,8 +35,12 @@ void feed(std::string_view bytes, std::size_t most_at_once) {
   bytes_written = 0;
 }
 
-bool is_dry() { return next == end; }
-long written() { return bytes_written; }
+bool is_dry() {
+  return next == end;
+}
+long written() {
+  return bytes_written;
+}
 
 // The escape's outcome, or 1 when bytes follow.
 static int next_event() {
@@ -84,7 +89,8 @@ int __wrap_ioctl(int descriptor, unsigned long request, ...);
 
 int __wrap_open(const char* path, int flags, mode_t mode) {
   const std::string_view name = path;
-  const bool is_own_file = name.find('/') == std::string_view::npos && !name.ends_with(".log") && !name.ends_with(".txt");
+  const bool is_own_file =
+      name.find('/') == std::string_view::npos && !name.ends_with(".log") && !name.ends_with(".txt");
   if ((flags & O_ACCMODE) == O_RDONLY || is_own_file) return __real_open(path, flags, mode);
   return __real_open("/dev/null", flags & ~(O_CREAT | O_TRUNC), mode);
 }

@@ -1,5 +1,5 @@
-// A clock for fuzz targets: each look takes a millisecond, each wait is over at once, and a wait for a port that has
-// run dry takes its whole time.
+// A clock for fuzz targets: each look takes a millisecond, each wait is over at once, and a wait for a port
+// that has run dry takes its whole time.
 #include <cerrno>
 
 #include "fuzz/sandbox.h"
@@ -10,7 +10,9 @@ namespace {
 constexpr int64_t kStart = 1600000000000;
 int64_t now_ms = kStart;
 
-timespec to_timespec(int64_t ms) { return {ms / 1000, (ms % 1000) * 1000000}; }
+timespec to_timespec(int64_t ms) {
+  return {ms / 1000, (ms % 1000) * 1000000};
+}
 
 }  // namespace
 
@@ -21,9 +23,15 @@ LocalTime local_time_now() {
   return local;
 }
 
-LocalTime local_time_in_current_zone() { return local_time_now(); }
-uint64_t GetCurrentMilliTime() { return static_cast<uint64_t>(now_ms); }
-timespec monotonic_now() { return to_timespec(++now_ms); }
+LocalTime local_time_in_current_zone() {
+  return local_time_now();
+}
+uint64_t GetCurrentMilliTime() {
+  return static_cast<uint64_t>(now_ms);
+}
+timespec monotonic_now() {
+  return to_timespec(++now_ms);
+}
 
 WaitResult wait_readable(int descriptor, int64_t timeout_ms) {
   if (descriptor < 0) {
@@ -35,6 +43,10 @@ WaitResult wait_readable(int descriptor, int64_t timeout_ms) {
   return kTimedOut;
 }
 
-WaitResult wait_writable(int, int64_t) { return kWritable; }
+WaitResult wait_writable(int, int64_t) {
+  return kWritable;
+}
 
-void pause_microseconds(unsigned microseconds) { now_ms += (microseconds + 999) / 1000; }
+void pause_microseconds(unsigned microseconds) {
+  now_ms += (microseconds + 999) / 1000;
+}

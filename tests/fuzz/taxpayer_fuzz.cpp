@@ -1,4 +1,5 @@
-// CNPJ and CPF: any text gets a documented code; a number that is accepted has its fourteen or eleven digits' form.
+// CNPJ and CPF: any text gets a documented code; a number that is accepted has its fourteen or eleven digits'
+// form.
 #include <cstring>
 
 #include "fuzz/fuzzing.h"

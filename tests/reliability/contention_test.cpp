@@ -1,5 +1,5 @@
-// Several hosts at one port, and hosts in unusual states: forked, with thousands of descriptors, without standard
-// streams.
+// Several hosts at one port, and hosts in unusual states: forked, with thousands of descriptors, without
+// standard streams.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -132,7 +132,8 @@ TEST_F(Hosts, ForkedAfterUseTheySharePortAndProtocolLog) {
   });
   EXPECT_EQ(end, kRight);
   EXPECT_EQ(torn_lines("Log"), std::vector<std::string>{});
-  expect_undisturbed_device(static_cast<unsigned long>(tally(0).replies + tally(1).replies + tally(2).replies));
+  expect_undisturbed_device(
+      static_cast<unsigned long>(tally(0).replies + tally(1).replies + tally(2).replies));
 }
 
 TEST_F(Hosts, WithFiveThousandDescriptorsWaitAndTalkAsAnyOther) {
@@ -233,7 +234,9 @@ TEST_P(StandardStreams, TheSearchForADeviceNeedsNone) {
   const int end = run_host(".", [] {
     close_streams();
     const std::string reply = ConsultarSAT(1);
-    return reply == "SAT Erro[-02000]Lnx SAT nao encontrado Dev[/dev/ttyACM77] L[2254] F[Communicate]" ? kRight : kWrong;
+    return reply == "SAT Erro[-02000]Lnx SAT nao encontrado Dev[/dev/ttyACM77] L[2254] F[Communicate]"
+               ? kRight
+               : kWrong;
   });
   EXPECT_EQ(end, kRight);
   EXPECT_EQ(read_file("SAT.conf"), "/dev/ttyACM77");

@@ -127,8 +127,9 @@ int sell_and_die(int calls) {
   return result;
 }
 
-// The rest of a reply that the dead host did not read may still come in when the next host is already sending; then
-// that call may fail, with its documented text. It never gets the dead host's reply, and the call behind it is right.
+// The rest of a reply that the dead host did not read may still come in when the next host is already
+// sending; then that call may fail, with its documented text. It never gets the dead host's reply, and the
+// call behind it is right.
 TEST(Crash, HostKilledAtAnySystemCallDoesNotDisturbTheNext) {
   const ScratchDirectory scratch;
   ChildDevice device(TALVEX_PLANNED_DEVICE);
@@ -149,7 +150,8 @@ TEST(Crash, HostKilledAtAnySystemCallDoesNotDisturbTheNext) {
   }
   EXPECT_GT(kills, 100);
   EXPECT_LE(failures, kills / 20);
-  std::printf("%d kills: %d times the next call was right, %d times the one behind it\n", kills, kills - failures, failures);
+  std::printf("%d kills: %d times the next call was right, %d times the one behind it\n", kills,
+              kills - failures, failures);
 }
 
 // Without a configuration the first call writes one. A torn one must not stop the next host either.
@@ -157,7 +159,9 @@ TEST(Crash, HostKilledInItsFirstCallLeavesAWorkingFolder) {
   const ScratchDirectory scratch;
   const auto ask = [] {
     const std::string reply = ConsultarSAT(kSession);
-    return reply == "SAT Erro[-02000]Lnx SAT Nao Encontrado L[2193] F[Communicate] LibVer[23-JUL-2020]" ? kRight : kWrong;
+    return reply == "SAT Erro[-02000]Lnx SAT Nao Encontrado L[2193] F[Communicate] LibVer[23-JUL-2020]"
+               ? kRight
+               : kWrong;
   };
   for (int calls = 1;; ++calls) {
     const std::string folder = std::to_string(calls);

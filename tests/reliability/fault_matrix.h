@@ -1,5 +1,5 @@
-// Every fault at every stage of a transaction where it can happen, as data. A test plays each cell; the table in
-// docs/reliability.md is printed from the same cells.
+// Every fault at every stage of a transaction where it can happen, as data. A test plays each cell; the table
+// in docs/reliability.md is printed from the same cells.
 #pragma once
 
 #include <cstddef>
@@ -29,9 +29,20 @@ enum class Stage {
   kWholeCall,
 };
 inline constexpr const char* kStageNames[] = {
-    "found",        "opened",      "locked",               "configured",          "first block sent",
-    "next block sent", "first ACK awaited", "next ACK awaited", "STX awaited", "first block received",
-    "next block received", "final ACK", "closed", "whole call",
+    "found",
+    "opened",
+    "locked",
+    "configured",
+    "first block sent",
+    "next block sent",
+    "first ACK awaited",
+    "next ACK awaited",
+    "STX awaited",
+    "first block received",
+    "next block received",
+    "final ACK",
+    "closed",
+    "whole call",
 };
 
 // What the call returns.
@@ -50,17 +61,17 @@ enum class Outcome {
 // What happens around the call, beside the line and its system calls.
 enum class Surroundings {
   kNormal,
-  kNoPort,             // the port's name leads nowhere
-  kPortGone,           // the device is removed; another one comes after the call
-  kPortHeld,           // another process has the lock
+  kNoPort,    // the port's name leads nowhere
+  kPortGone,  // the device is removed; another one comes after the call
+  kPortHeld,  // another process has the lock
   kNoPortConfigured,
   kFullDisk,
   kReadOnlyFolder,
-  kLogFolderRemoved,   // while the device answers
-  kClockBackwards,     // likewise
-  kTimeZoneChange,     // likewise
-  kEndlessGarbage,     // each look at the clock takes its time
-  kMidnight,           // between the call before and this one
+  kLogFolderRemoved,  // while the device answers
+  kClockBackwards,    // likewise
+  kTimeZoneChange,    // likewise
+  kEndlessGarbage,    // each look at the clock takes its time
+  kMidnight,          // between the call before and this one
 };
 
 struct Cell {

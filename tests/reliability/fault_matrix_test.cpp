@@ -1,5 +1,5 @@
-// Plays every cell of the fault matrix in virtual time: documented text, duration to the millisecond, port closed and
-// unlocked, no descriptor and no memory more than before, and a next call that is right.
+// Plays every cell of the fault matrix in virtual time: documented text, duration to the millisecond, port
+// closed and unlocked, no descriptor and no memory more than before, and a next call that is right.
 #include "reliability/fault_matrix.h"
 
 #include <fcntl.h>
@@ -56,7 +56,9 @@ long open_descriptors() {
 }
 
 // AddressSanitizer's own allocator knows nothing of this, and finds leaks by itself.
-std::size_t heap_in_use() { return mallinfo2().uordblks; }
+std::size_t heap_in_use() {
+  return mallinfo2().uordblks;
+}
 
 std::string trace_name(const tm& day) {
   return printed("Log/%04d%02d%02d_SAT_api.log", day.tm_year + 1900, day.tm_mon + 1, day.tm_mday);
@@ -120,8 +122,10 @@ class FaultMatrix : public testing::TestWithParam<Cell> {
   }
 
   static void configure(const std::string& port_line) {
-    write_file("SAT.ini", "[SERIAL_PORT_CONFIG]\n" + port_line +
-                              "\n[SAT_TIMEOUT]\n[SAT_EMULATOR]\nEnable=0\n[ARVOLEN]\n[LOG]\nLogFilePath=Log\nLogMode=1\n");
+    write_file(
+        "SAT.ini",
+        "[SERIAL_PORT_CONFIG]\n" + port_line +
+            "\n[SAT_TIMEOUT]\n[SAT_EMULATOR]\nEnable=0\n[ARVOLEN]\n[LOG]\nLogFilePath=Log\nLogMode=1\n");
   }
 
   std::int64_t take_turn() {
@@ -131,9 +135,7 @@ class FaultMatrix : public testing::TestWithParam<Cell> {
     return next;
   }
 
-  static std::string call() {
-    return EnviarDadosVenda(kSession, kActivationCode, sale().c_str());
-  }
+  static std::string call() { return EnviarDadosVenda(kSession, kActivationCode, sale().c_str()); }
 
   // Between a call without a device and the next one nothing is open, not even the protocol log.
   static long descriptors_at_rest() {
@@ -156,22 +158,27 @@ class FaultMatrix : public testing::TestWithParam<Cell> {
       case Outcome::kLateReply:
         return late_reply();
       case Outcome::kNotFound:
-        return printed("SAT Erro[%06d]Lnx SAT Nao Encontrado L[2193] F[Communicate] LibVer[23-JUL-2020]", cell.code);
+        return printed("SAT Erro[%06d]Lnx SAT Nao Encontrado L[2193] F[Communicate] LibVer[23-JUL-2020]",
+                       cell.code);
       case Outcome::kNotOpened:
-        return printed("SAT Erro[%06d]Lnx SAT nao encontrado Dev[%s] L[2254] F[Communicate]", cell.code, port);
+        return printed("SAT Erro[%06d]Lnx SAT nao encontrado Dev[%s] L[2254] F[Communicate]", cell.code,
+                       port);
       case Outcome::kBusy:
         return "42|06098|0000|SAT em processamento, tente novamente.||";
       case Outcome::kNotLocked:
         return printed("SAT Erro[%06d]Lnx SAT  Dev[%s] ocupado L[2272] F[Communicate]", cell.code, port);
       case Outcome::kNotConfigured:
-        return printed("SAT Erro[%06d]Lnx SAT  Dev[%s] falhou ao configurar L[2286] F[Communicate]", cell.code, port);
-      case Outcome::kNotSent:
-        return printed("SAT Erro[%06d]Lnx Dev[%s] L[2305] F[Communicate] >> CMD or << ACK LibVer[23-JUL-2020]", cell.code,
-                       port);
-      case Outcome::kNotReceived:
-        return printed("SAT Erro[%06d]Lnx SAT  Dev[%s] falhou na recepcao da resposta L[2324] F[Communicate] "
-                       "LibVer[23-JUL-2020]",
+        return printed("SAT Erro[%06d]Lnx SAT  Dev[%s] falhou ao configurar L[2286] F[Communicate]",
                        cell.code, port);
+      case Outcome::kNotSent:
+        return printed(
+            "SAT Erro[%06d]Lnx Dev[%s] L[2305] F[Communicate] >> CMD or << ACK LibVer[23-JUL-2020]",
+            cell.code, port);
+      case Outcome::kNotReceived:
+        return printed(
+            "SAT Erro[%06d]Lnx SAT  Dev[%s] falhou na recepcao da resposta L[2324] F[Communicate] "
+            "LibVer[23-JUL-2020]",
+            cell.code, port);
     }
     return "";
   }
@@ -195,7 +202,8 @@ class FaultMatrix : public testing::TestWithParam<Cell> {
     const std::int64_t took = virtual_clock::monotonic_ms() - start;
     fault_calls::inject({});
 
-    EXPECT_TRUE(text == expected_text(cell)) << text.substr(0, 300) << "\nexpected\n" << expected_text(cell).substr(0, 300);
+    EXPECT_TRUE(text == expected_text(cell)) << text.substr(0, 300) << "\nexpected\n"
+                                             << expected_text(cell).substr(0, 300);
     if (cell.surroundings == Surroundings::kEndlessGarbage) {
       EXPECT_GE(took, cell.ms);
       EXPECT_LE(took, cell.ms + kOtherLooks);

@@ -1,4 +1,5 @@
-// Host processes of a test: children that use the library from its first call on, each in a folder of its own.
+// Host processes of a test: children that use the library from its first call on, each in a folder of its
+// own.
 #pragma once
 
 #include <sys/wait.h>
@@ -20,9 +21,10 @@ inline std::string six_digits(int session) {
 }
 
 inline void configure_port(const std::string& port, char log_mode = '1') {
-  write_file("SAT.ini", "[SERIAL_PORT_CONFIG]\nFixarPorta=" + port +
-                            "\n[SAT_TIMEOUT]\n[SAT_EMULATOR]\nEnable=0\n[ARVOLEN]\n[LOG]\nLogFilePath=Log\nLogMode=" +
-                            log_mode + "\n");
+  write_file("SAT.ini",
+             "[SERIAL_PORT_CONFIG]\nFixarPorta=" + port +
+                 "\n[SAT_TIMEOUT]\n[SAT_EMULATOR]\nEnable=0\n[ARVOLEN]\n[LOG]\nLogFilePath=Log\nLogMode=" +
+                 log_mode + "\n");
 }
 
 inline bool is_right_reply(const std::string& reply, int session, std::size_t length) {

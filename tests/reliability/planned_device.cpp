@@ -36,7 +36,9 @@ constexpr int kLongestAnswerMs = 5000;
 constexpr useconds_t kGapMicroseconds = 150000;
 
 volatile sig_atomic_t ended;
-void end(int) { ended = 1; }
+void end(int) {
+  ended = 1;
+}
 
 [[noreturn]] void fail(const char* what) {
   std::perror(what);
@@ -113,7 +115,8 @@ class Device {
     return bytes_[next_++];
   }
 
-  // While the line takes no more of a reply, another command may come: the host that was to read this is gone.
+  // While the line takes no more of a reply, another command may come: the host that was to read this is
+  // gone.
   void send(std::string_view bytes) {
     while (!bytes.empty()) {
       const ssize_t count = write(master_, bytes.data(), bytes.size());
@@ -154,7 +157,8 @@ class Device {
         const std::string_view fresh(bytes_ + next_, held_ - next_);
         const std::size_t to_block_end = kBlock - (1 + text.size()) % kBlock;
         const std::size_t etx = fresh.find(kEtx);
-        const std::size_t count = std::min({etx == std::string_view::npos ? fresh.size() : etx + 1, to_block_end});
+        const std::size_t count =
+            std::min({etx == std::string_view::npos ? fresh.size() : etx + 1, to_block_end});
         text += fresh.substr(0, count);
         next_ += count;
         if (text.back() == kEtx) break;
@@ -190,7 +194,8 @@ class Device {
     const std::size_t session_end = std::min(text.find('|', name_end + 1), text.size());
     const std::size_t code_end = std::min(text.find('|', session_end + 1), text.size());
     const std::string session = text.substr(name_end + 1, session_end - name_end - 1);
-    const std::string code = session_end < text.size() ? text.substr(session_end + 1, code_end - session_end - 1) : "";
+    const std::string code =
+        session_end < text.size() ? text.substr(session_end + 1, code_end - session_end - 1) : "";
     const Plan plan = plan_of(code);
     const std::string reply = frame(reply_text(session, plan.reply_length));
     switch (plan.fault) {

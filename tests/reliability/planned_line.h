@@ -39,10 +39,10 @@ enum class Fault {
 
 struct Kind {
   Fault fault;
-  char letter;             // in the activation code
-  int weight;              // share of a random run
-  const char* name;        // in reports
-  const char* failure;     // code of the failure text; null: the call succeeds
+  char letter;          // in the activation code
+  int weight;           // share of a random run
+  const char* name;     // in reports
+  const char* failure;  // code of the failure text; null: the call succeeds
   bool failure_of_sending = false;
 };
 

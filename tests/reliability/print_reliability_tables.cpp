@@ -33,8 +33,15 @@ std::string outcome(const Cell& cell) {
   char code[16];
   std::snprintf(code, sizeof code, "%06d", cell.code);
   static constexpr const char* kTexts[] = {
-      "", "", "`SAT Nao Encontrado L[2193]`", "`SAT nao encontrado ... L[2254]`", "", "`ocupado L[2272]`",
-      "`falhou ao configurar L[2286]`", "`>> CMD or << ACK`, `L[2305]`", "`falhou na recepcao da resposta L[2324]`",
+      "",
+      "",
+      "`SAT Nao Encontrado L[2193]`",
+      "`SAT nao encontrado ... L[2254]`",
+      "",
+      "`ocupado L[2272]`",
+      "`falhou ao configurar L[2286]`",
+      "`>> CMD or << ACK`, `L[2305]`",
+      "`falhou na recepcao da resposta L[2324]`",
   };
   return std::string("`SAT Erro[") + code + "]`, " + kTexts[static_cast<int>(cell.outcome)];
 }
@@ -57,7 +64,8 @@ void print_times() {
   for (const time_rules::Rule& rule : time_rules::rules()) {
     char code[32] = "reply";
     if (rule.code != 0) std::snprintf(code, sizeof code, "`SAT Erro[%06d]`", rule.code);
-    std::printf("| %s | `%s` | %s | %s | %s |\n", rule.what, rule.function, code, duration(rule.ms).c_str(), rule.why);
+    std::printf("| %s | `%s` | %s | %s | %s |\n", rule.what, rule.function, code, duration(rule.ms).c_str(),
+                rule.why);
   }
 }
 

@@ -3,8 +3,8 @@
 //
 //   talvex-soak LIBRARY DEVICE [--count N] [--seconds N] [--seed N]
 //
-// Runs in the working directory, which it fills with SAT.ini and logs. Growth is judged from the first tenth of the
-// run on, but not before 2,000 transactions.
+// Runs in the working directory, which it fills with SAT.ini and logs. Growth is judged from the first tenth
+// of the run on, but not before 2,000 transactions.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <signal.h>
@@ -154,7 +154,10 @@ class PortHolder {
 class Run {
  public:
   explicit Run(const Options& options)
-      : options_(options), library_(options.library), device_(options.device), surroundings_(device_.port()),
+      : options_(options),
+        library_(options.library),
+        device_(options.device),
+        surroundings_(device_.port()),
         random_(options.seed) {
     std::vector<int> weights;
     for (const Kind& kind : planned::kKinds) weights.push_back(kind.weight);
@@ -178,13 +181,16 @@ class Run {
     const double seconds = Seconds(std::chrono::steady_clock::now() - start).count();
     if (made_ > warm_up) judge_growth(first);
     const DeviceCount count = device_.stop();
-    if (count.interrupted > late_seconds_) fail("the device saw exchanges broken off: " + std::to_string(count.interrupted));
+    if (count.interrupted > late_seconds_)
+      fail("the device saw exchanges broken off: " + std::to_string(count.interrupted));
     report(seconds, count, first);
     return failed_ ? 1 : 0;
   }
 
  private:
-  unsigned long draw(unsigned long limit) { return std::uniform_int_distribution<unsigned long>(0, limit - 1)(random_); }
+  unsigned long draw(unsigned long limit) {
+    return std::uniform_int_distribution<unsigned long>(0, limit - 1)(random_);
+  }
   bool one_in(unsigned long times) { return draw(times) == 0; }
 
   // Mostly small; some of several blocks, and the lengths around the ends of blocks.
@@ -205,7 +211,8 @@ class Run {
     if (one_in(500)) surroundings_.configure("0111112345"[draw(10)]), ++disturbances_;
     if (one_in(2000)) Surroundings::remove_logs(), ++disturbances_;
     if (one_in(2000)) Surroundings::remove_port_file(), ++disturbances_;
-    if (one_in(1000)) Surroundings::interrupt_every(one_in(2) ? 0 : 300 + static_cast<int>(draw(3000))), ++disturbances_;
+    if (one_in(1000))
+      Surroundings::interrupt_every(one_in(2) ? 0 : 300 + static_cast<int>(draw(3000))), ++disturbances_;
   }
 
   void transact() {
@@ -213,7 +220,8 @@ class Run {
     char number[8];
     std::snprintf(number, sizeof number, "%06d", session);
     if (one_in(300)) return make_busy_call(session);
-    if (one_in(20)) return check(library_.query(session), planned::reply_text(number, 0), nullptr, Fault::kNone);
+    if (one_in(20))
+      return check(library_.query(session), planned::reply_text(number, 0), nullptr, Fault::kNone);
 
     planned::Plan plan{static_cast<Fault>(kinds_(random_)), draw_length()};
     if (plan.fault == Fault::kSingleBytes || plan.fault == Fault::kGap) plan.reply_length %= 300;
@@ -242,7 +250,8 @@ class Run {
     bytes_ += std::strlen(reply);
     if (kind == nullptr || kind->failure == nullptr) {
       if (reply == expected) return;
-      // The second byte may come too late behind a stray STX; then the call fails as it does behind a lone one.
+      // The second byte may come too late behind a stray STX; then the call fails as it does behind a lone
+      // one.
       const bool stray = fault == Fault::kStxNak || fault == Fault::kStxEtx || fault == Fault::kStxAck;
       if (stray && failure_text("-00002", true) == reply) {
         ++late_seconds_;
@@ -251,14 +260,16 @@ class Run {
     } else if (failure_text(kind->failure, kind->failure_of_sending) == reply) {
       return;
     }
-    fail("transaction " + std::to_string(made_) + ", fault " + (kind != nullptr ? kind->name : "none") + ":\n  expected " +
-         (kind != nullptr && kind->failure != nullptr ? kind->failure : expected.substr(0, 200)) + "\n  got      " +
-         std::string(reply).substr(0, 200));
+    fail("transaction " + std::to_string(made_) + ", fault " + (kind != nullptr ? kind->name : "none") +
+         ":\n  expected " +
+         (kind != nullptr && kind->failure != nullptr ? kind->failure : expected.substr(0, 200)) +
+         "\n  got      " + std::string(reply).substr(0, 200));
   }
 
   std::string failure_text(const char* code, bool of_sending) const {
     const std::string start = std::string("SAT Erro[") + code + "]Lnx ";
-    return of_sending ? start + "Dev[" + device_.port() + "] L[2305] F[Communicate] >> CMD or << ACK LibVer[23-JUL-2020]"
+    return of_sending ? start + "Dev[" + device_.port() +
+                            "] L[2305] F[Communicate] >> CMD or << ACK LibVer[23-JUL-2020]"
                       : start + "SAT  Dev[" + device_.port() +
                             "] falhou na recepcao da resposta L[2324] F[Communicate] LibVer[23-JUL-2020]";
   }
@@ -274,7 +285,8 @@ class Run {
     if (now.descriptors > first.descriptors) fail("descriptors have grown");
     if (now.threads > first.threads) fail("threads have grown");
     if (now.resident_kib > first.resident_kib + kAllowedGrowthKib)
-      fail("memory has grown from " + std::to_string(first.resident_kib) + " to " + std::to_string(now.resident_kib) + " KiB");
+      fail("memory has grown from " + std::to_string(first.resident_kib) + " to " +
+           std::to_string(now.resident_kib) + " KiB");
   }
 
   void fail(const std::string& reason) {
@@ -295,9 +307,11 @@ class Run {
     std::printf("  %-30s %ld\n", "port held by another", busy_);
     std::printf("  %-30s %ld\n", "changes of the surroundings", disturbances_);
     std::printf("late bytes behind an STX  %lu\n", late_seconds_);
-    std::printf("commands at the device  %lu, damaged %lu, broken off %lu\n", count.commands, count.damaged, count.interrupted);
+    std::printf("commands at the device  %lu, damaged %lu, broken off %lu\n", count.commands, count.damaged,
+                count.interrupted);
     std::printf("descriptors             %ld at first, %ld at last\n", first.descriptors, now.descriptors);
-    std::printf("anonymous memory        %ld KiB at first, %ld KiB at last\n", first.resident_kib, now.resident_kib);
+    std::printf("anonymous memory        %ld KiB at first, %ld KiB at last\n", first.resident_kib,
+                now.resident_kib);
     std::printf("%s\n", failed_ ? "FAILED" : "PASSED");
   }
 

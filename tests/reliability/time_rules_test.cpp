@@ -33,7 +33,8 @@ TEST_P(TimeRules, HoldToTheMillisecond) {
 }
 
 std::string name_of(const testing::TestParamInfo<Rule>& test) {
-  std::string name = std::string(test.param.function) + "_" + test.param.what + "_" + std::to_string(test.index);
+  std::string name =
+      std::string(test.param.function) + "_" + test.param.what + "_" + std::to_string(test.index);
   for (char& character : name) {
     if (!std::isalnum(static_cast<unsigned char>(character))) character = '_';
   }

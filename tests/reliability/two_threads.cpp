@@ -1,5 +1,6 @@
-// The one use of two threads that the library knows: a host calls SAT functions, and the size-control loop runs on a
-// thread of its own. Built with ThreadSanitizer, with the loop's seconds made a thousand times shorter.
+// The one use of two threads that the library knows: a host calls SAT functions, and the size-control loop
+// runs on a thread of its own. Built with ThreadSanitizer, with the loop's seconds made a thousand times
+// shorter.
 //
 //   two-threads DEVICE CALLS
 
@@ -40,10 +41,13 @@ int main(int argc, char** argv) {
     const std::size_t length = 50 + static_cast<std::size_t>(session) % 3000;
     const std::string code = "A" + std::to_string(length);
     if (!is_right_reply(ConsultarStatusOperacional(session, code.c_str()), session, length)) ++wrong;
-    if (session % 50 == 0) std::filesystem::last_write_time("SAT.ini", std::filesystem::file_time_type::clock::now() + std::chrono::seconds(session));
+    if (session % 50 == 0)
+      std::filesystem::last_write_time(
+          "SAT.ini", std::filesystem::file_time_type::clock::now() + std::chrono::seconds(session));
   }
   const DeviceCount count = device.stop();
-  std::printf("%d calls, %d wrong; device: %lu commands, %lu damaged\n", calls, wrong, count.commands, count.damaged);
+  std::printf("%d calls, %d wrong; device: %lu commands, %lu damaged\n", calls, wrong, count.commands,
+              count.damaged);
   std::fflush(stdout);
   std::quick_exit(wrong == 0 && count.damaged == 0 ? 0 : 1);
 }

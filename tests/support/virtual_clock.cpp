@@ -57,13 +57,21 @@ void set_local_time(int year, int month, int day, int hour, int minute, int seco
             milliseconds * kNanosecondsPerMillisecond;
 }
 
-void advance_ms(std::int64_t milliseconds) { advance_ns(milliseconds * kNanosecondsPerMillisecond); }
+void advance_ms(std::int64_t milliseconds) {
+  advance_ns(milliseconds * kNanosecondsPerMillisecond);
+}
 
-std::int64_t monotonic_ms() { return (monotonic_ns - kMonotonicStart) / kNanosecondsPerMillisecond; }
+std::int64_t monotonic_ms() {
+  return (monotonic_ns - kMonotonicStart) / kNanosecondsPerMillisecond;
+}
 
-void on_turn(std::function<std::int64_t()> turn) { other_end = std::move(turn); }
+void on_turn(std::function<std::int64_t()> turn) {
+  other_end = std::move(turn);
+}
 
-void set_tick_ms(std::int64_t milliseconds) { tick_ns = milliseconds * kNanosecondsPerMillisecond; }
+void set_tick_ms(std::int64_t milliseconds) {
+  tick_ns = milliseconds * kNanosecondsPerMillisecond;
+}
 
 }  // namespace virtual_clock
 
@@ -80,7 +88,9 @@ LocalTime local_time_in_current_zone() {
   return local_time_now();
 }
 
-uint64_t GetCurrentMilliTime() { return static_cast<uint64_t>(wall_ns / kNanosecondsPerMillisecond); }
+uint64_t GetCurrentMilliTime() {
+  return static_cast<uint64_t>(wall_ns / kNanosecondsPerMillisecond);
+}
 
 timespec monotonic_now() {
   give_turn();
