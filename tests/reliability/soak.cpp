@@ -36,7 +36,8 @@ using Seconds = std::chrono::duration<double>;
 
 constexpr long kWarmUp = 2000;
 #ifdef __SANITIZE_ADDRESS__
-constexpr long kAllowedGrowthKib = 65536;  // what is freed stays in quarantine; leaks are the sanitizer's to find
+constexpr long kAllowedGrowthKib =
+    65536;  // what is freed stays in quarantine; leaks are the sanitizer's to find
 #else
 constexpr long kAllowedGrowthKib = 512;
 #endif
