@@ -18,7 +18,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::SizeIs;
-using testing::StartsWith;
 
 // Longer than every text that takes its place in the buffer.
 const std::string kActivationCode = times(30, "s3gr3d0-");

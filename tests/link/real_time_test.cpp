@@ -17,9 +17,7 @@ namespace {
 using namespace scripted;
 using testing::AllOf;
 using testing::Ge;
-using testing::HasSubstr;
 using testing::Lt;
-using testing::StartsWith;
 
 double cpu_seconds() {
   rusage usage{};

@@ -42,7 +42,7 @@ void EventLog::call(const Call& call) const {
 void EventLog::write(const std::string& text, nlohmann::json event) const {
   if (form_ == Form::silent) return;
   std::string line;
-  if (form_ == Form::json) {
+  if (form_ == Form::json_lines) {
     event["time"] = timestamp();
     line = event.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
   } else {

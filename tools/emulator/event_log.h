@@ -10,7 +10,7 @@ namespace emulator {
 
 class EventLog {
  public:
-  enum class Form { silent, text, json };
+  enum class Form { silent, text, json_lines };
 
   explicit EventLog(Form form) : form_(form) {}
 

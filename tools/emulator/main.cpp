@@ -98,7 +98,7 @@ Surroundings surroundings_of(const Options& options) {
 
 EventLog::Form log_form(const Options& options) {
   if (options.quiet) return EventLog::Form::silent;
-  return options.json_log ? EventLog::Form::json : EventLog::Form::text;
+  return options.json_log ? EventLog::Form::json_lines : EventLog::Form::text;
 }
 
 std::uint64_t random_seed() {

@@ -28,7 +28,7 @@ constexpr std::size_t kMostOfOneLog = 5'000'000;
 constexpr int kDaysOfLogs = 7;
 constexpr const char* kBundleFolder = "satctl-bundle";
 
-struct Given {
+struct GivenDiagnosis {
   std::string root = "/", user, bundle;
 };
 
@@ -142,7 +142,7 @@ User chosen_user(const World& world, const std::string& name) {
   throw UsageError(fill({"--user {}: no such user", "--user {}: usuário desconhecido"}, {name}));
 }
 
-ExitStatus doctor(const Given& given, const Settings& settings) {
+ExitStatus doctor(const GivenDiagnosis& given, const Settings& settings) {
   const fs::path target = given.bundle.empty() ? fs::path() : fs::absolute(given.bundle);
   const World world(fs::absolute(given.root).lexically_normal());
   const User user = chosen_user(world, given.user);
@@ -169,7 +169,7 @@ void add_doctor_command(CommandLine& line) {
       add_command(line.app, "doctor", groups::kDiagnosis,
                   {"check device, port, permissions, configuration, logs, clock, library",
                    "conferir equipamento, porta, permissões, configuração, logs, relógio, biblioteca"});
-  const auto given = std::make_shared<Given>();
+  const auto given = std::make_shared<GivenDiagnosis>();
   command
       ->add_option("--bundle", given->bundle,
                    tr({"also write a support bundle (tar.gz); secrets are masked",

@@ -37,7 +37,7 @@ constexpr Text kNoDocument{"the reply holds no document; {} was not written",
                            "a resposta não traz documento; {} não foi gravado"};
 
 // What the user gave for one call.
-struct Given {
+struct GivenCall {
   const Function* function;
   std::vector<std::string> arguments;
   int session = -1;
@@ -84,7 +84,7 @@ void report(const Library& library, const Reply& reply, const Settings& settings
   explain_failure(reply);
 }
 
-ExitStatus call_function(const Given& given, const Settings& settings) {
+ExitStatus call_function(const GivenCall& given, const Settings& settings) {
   const fs::path target = given.save.empty() ? fs::path() : fs::absolute(given.save);
   if (!target.empty()) check_target(target);
   const Library library(settings.library);
@@ -102,7 +102,7 @@ void add_function_command(CommandLine& line, const Function& function) {
   CLI::App* command = add_command(line.app, function.command, groups::kFunctions, function.help);
   command->description(std::string(tr(function.help)) + " (" + function.name + ")");
   command->alias(function.name);
-  const auto given = std::make_shared<Given>();
+  const auto given = std::make_shared<GivenCall>();
   given->function = &function;
   given->arguments.resize(function.parameters.size());
   for (std::size_t i = 0; i < function.parameters.size(); ++i) {

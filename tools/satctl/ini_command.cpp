@@ -16,10 +16,9 @@ namespace satctl {
 
 namespace {
 
-constexpr std::size_t kLongestValue = 127;
 constexpr std::size_t kItemWidth = 50;
 
-struct Given {
+struct GivenItem {
   std::string section, item, value;
 };
 
@@ -29,7 +28,7 @@ std::string require_file() {
   throw UsageError(fill({"{}: {}", "{}: {}"}, {kIniFile, std::strerror(errno)}));
 }
 
-ExitStatus get(const Given& given, const Settings& settings) {
+ExitStatus get(const GivenItem& given, const Settings& settings) {
   const Library library(settings.library);
   enter(settings.folder);
   require_file();
@@ -78,7 +77,7 @@ struct Place {
   bool section_exists = false;
 };
 
-Place place_of(const std::vector<IniLine>& lines, const Given& given) {
+Place place_of(const std::vector<IniLine>& lines, const GivenItem& given) {
   Place place{lines.size()};
   for (std::size_t i = 0; i < lines.size(); ++i) {
     if (lines[i].section != given.section) continue;
@@ -92,7 +91,7 @@ Place place_of(const std::vector<IniLine>& lines, const Given& given) {
 
 // The library's own writer puts a new item into the last section only and loses what stands behind any other
 // one, so the text is edited here; the library then has to read it as it was meant.
-std::string with_item(const std::string& content, const Given& given) {
+std::string with_item(const std::string& content, const GivenItem& given) {
   const auto lines = lines_of(content);
   const Place place = place_of(lines, given);
   const std::string line_end = content.find("\r\n") == std::string::npos ? "\n" : "\r\n";
@@ -112,7 +111,7 @@ std::string with_item(const std::string& content, const Given& given) {
 }
 
 // What the library makes of the text.
-std::optional<std::string> value_in(const Library& library, const std::string& content, const Given& given) {
+std::optional<std::string> value_in(const Library& library, const std::string& content, const GivenItem& given) {
   const std::string copy = std::string(kIniFile) + ".satctl";
   if (!replace_file(copy, content)) throw UsageError(copy + ": " + std::strerror(errno));
   auto value = library.ini_value(copy, given.section, given.item);
@@ -126,19 +125,19 @@ std::string as_library_reads(std::string value) {
   return value;
 }
 
-void check_given(const Given& given) {
+void check_given(const GivenItem& given) {
   const std::string names = given.section + given.item;
   if (given.section.empty() || given.item.empty() || names.find_first_of("[]=#\r\n ") != std::string::npos) {
     throw UsageError(tr({"names of section and item have no blanks and none of [ ] = #",
                          "nomes de seção e item não têm brancos nem [ ] = #"}));
   }
-  if (given.value.size() > kLongestValue || given.value.find_first_of("\r\n[") != std::string::npos) {
+  if (given.value.size() > kLongestIniValue || given.value.find_first_of("\r\n[") != std::string::npos) {
     throw UsageError(tr({"a value has one line of at most 127 characters, without [",
                          "um valor tem uma linha de no máximo 127 caracteres, sem ["}));
   }
 }
 
-ExitStatus set(const Given& given, const Settings& settings) {
+ExitStatus set(const GivenItem& given, const Settings& settings) {
   check_given(given);
   const Library library(settings.library);
   enter(settings.folder);
@@ -199,7 +198,7 @@ void add_ini_command(CommandLine& line) {
   CLI::App* ini = add_command(line.app, "ini", groups::kDiagnosis,
                               {"read, change or check SAT.ini", "ler, alterar ou conferir o SAT.ini"});
   ini->require_subcommand(1);
-  const auto given = std::make_shared<Given>();
+  const auto given = std::make_shared<GivenItem>();
   const auto add = [&](const char* name, const Text& help, bool with_item, bool with_value) {
     CLI::App* command = add_command(*ini, name, groups::kDiagnosis, help);
     if (with_item) {

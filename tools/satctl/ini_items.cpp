@@ -14,7 +14,6 @@ namespace {
 using enum ItemForm;
 using enum ItemUse;
 
-constexpr std::size_t kLongestValue = 127;
 constexpr std::size_t kLongestPort = 31;
 constexpr const char* kPort = "SERIAL_PORT_CONFIG";
 constexpr const char* kLimits = "SAT_TIMEOUT";
@@ -69,7 +68,6 @@ constexpr Text kDefaultUsed{"not set: {} holds", "não definido: vale {}"};
 constexpr Text kNothingUsed{"not set: nothing is used", "não definido: nada é usado"};
 constexpr Text kNoEffect{"read, but without effect", "lido, mas sem efeito"};
 constexpr Text kWindows{"for Windows only", "só para Windows"};
-constexpr Text kTooLong{"longer than 127 characters: not read", "mais de 127 caracteres: não é lido"};
 constexpr Text kNotSeconds{"no number above 0: the default holds", "não é número maior que 0: vale o padrão"};
 constexpr Text kSwitchedOn{"on", "ligado"};
 constexpr Text kSwitchedOff{"off", "desligado"};
@@ -113,7 +111,7 @@ Judgement judge_form(ItemForm form, const std::string& value) {
       return judge_port(value, kLongestPort, kApplied);
     case fixed_port:
       return value.size() < 3 ? Judgement{Grade::warn, &kShortPort}
-                              : judge_port(value, kLongestValue, kFixedPort);
+                              : judge_port(value, kLongestIniValue, kFixedPort);
   }
   return {Grade::ok, &kApplied};
 }

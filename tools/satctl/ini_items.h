@@ -1,6 +1,7 @@
 // SAT.ini as data: every item, its default, and whether the library acts on it.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <span>
 #include <string>
@@ -10,6 +11,8 @@
 #include "text.h"
 
 namespace satctl {
+
+constexpr std::size_t kLongestIniValue = 127;
 
 enum class ItemForm { text, switch_on_1, seconds, log_mode, file_size, emulator_port, fixed_port };
 

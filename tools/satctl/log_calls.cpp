@@ -9,52 +9,52 @@ namespace satctl {
 namespace {
 
 // What a message of the trace log tells about the call, by a piece of its text.
-enum class Progress { none, opened, finished };
+enum class CallStage { none, opened, finished };
 
 struct StepRow {
   const char* piece;
-  Progress progress;
+  CallStage progress;
   bool is_error;
   Text what;
 };
 
 constexpr std::array kSteps{
-    StepRow{"STEP-02e", Progress::finished, true, {"no device found", "nenhum equipamento encontrado"}},
-    StepRow{"STEP-04a", Progress::opened, false, {"port opened", "porta aberta"}},
+    StepRow{"STEP-02e", CallStage::finished, true, {"no device found", "nenhum equipamento encontrado"}},
+    StepRow{"STEP-04a", CallStage::opened, false, {"port opened", "porta aberta"}},
     StepRow{
-        "STEP-04c", Progress::finished, true, {"the port cannot be opened", "a porta não pôde ser aberta"}},
-    StepRow{"STEP-05a", Progress::opened, false, {"port locked", "porta reservada"}},
+        "STEP-04c", CallStage::finished, true, {"the port cannot be opened", "a porta não pôde ser aberta"}},
+    StepRow{"STEP-05a", CallStage::opened, false, {"port locked", "porta reservada"}},
     StepRow{"STEP-05b",
-            Progress::finished,
+            CallStage::finished,
             true,
             {"busy: another process holds the port", "ocupado: outro processo usa a porta"}},
     StepRow{"STEP-05c",
-            Progress::finished,
+            CallStage::finished,
             true,
             {"the port cannot be locked", "a porta não pôde ser reservada"}},
-    StepRow{"STEP-06a", Progress::opened, false, {"port set up", "porta configurada"}},
+    StepRow{"STEP-06a", CallStage::opened, false, {"port set up", "porta configurada"}},
     StepRow{"STEP-06b",
-            Progress::finished,
+            CallStage::finished,
             true,
             {"the port cannot be set up", "a porta não pôde ser configurada"}},
-    StepRow{"Rcvd[06h]ACK", Progress::none, false, {"device: ACK", "equipamento: ACK"}},
+    StepRow{"Rcvd[06h]ACK", CallStage::none, false, {"device: ACK", "equipamento: ACK"}},
     StepRow{"Rcvd[15h]NAK",
-            Progress::none,
+            CallStage::none,
             true,
             {"device: NAK, the command is sent again", "equipamento: NAK, o comando é reenviado"}},
-    StepRow{"STEP-07a", Progress::none, false, {"command acknowledged", "comando confirmado"}},
-    StepRow{"STEP-07b", Progress::finished, true, {"command not acknowledged", "comando não confirmado"}},
-    StepRow{"Sent[06h]ACK", Progress::none, false, {"ACK sent", "ACK enviado"}},
+    StepRow{"STEP-07a", CallStage::none, false, {"command acknowledged", "comando confirmado"}},
+    StepRow{"STEP-07b", CallStage::finished, true, {"command not acknowledged", "comando não confirmado"}},
+    StepRow{"Sent[06h]ACK", CallStage::none, false, {"ACK sent", "ACK enviado"}},
     StepRow{"Sent[15h]ACK",
-            Progress::none,
+            CallStage::none,
             true,
             {"NAK sent: the reply is wanted again", "NAK enviado: a resposta é pedida de novo"}},
     StepRow{"ERRO CHECKSUM",
-            Progress::none,
+            CallStage::none,
             true,
             {"reply with a wrong checksum", "resposta com checksum errado"}},
-    StepRow{"STEP-08b", Progress::none, true, {"no reply received", "resposta não recebida"}},
-    StepRow{"STEP-08a", Progress::finished, false, {"port closed", "porta fechada"}},
+    StepRow{"STEP-08b", CallStage::none, true, {"no reply received", "resposta não recebida"}},
+    StepRow{"STEP-08a", CallStage::finished, false, {"port closed", "porta fechada"}},
 };
 
 // Functions of the library at the beginning of a call, before the port is open.
@@ -154,7 +154,7 @@ int CallGrouper::add_message(const Record& record) {
   LoggedCall* call = current();
   const StepRow* step = step_in(record.body);
   const bool opens =
-      contains(kOpening, record.function) || (step != nullptr && step->progress == Progress::opened);
+      contains(kOpening, record.function) || (step != nullptr && step->progress == CallStage::opened);
   const bool at_once_over =
       record.body.find("STEP-02e") != std::string::npos || record.body.find("STEP-04c") != std::string::npos;
   const bool ended = call == nullptr || call->finished || call->answered;
@@ -168,7 +168,7 @@ int CallGrouper::add_message(const Record& record) {
   if (function != nullptr && call->return_code.empty()) call->return_code = failure_code(record.body);
   if (step != nullptr) {
     call->steps.push_back({record.time, true, tr(step->what), step->is_error});
-    call->finished = call->finished || step->progress == Progress::finished;
+    call->finished = call->finished || step->progress == CallStage::finished;
   } else if (record.level == Level::error && !call->finished && works_on_link(record.function)) {
     call->steps.push_back({record.time, true, first_line(record.body), true});
   }

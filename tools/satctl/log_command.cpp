@@ -31,7 +31,7 @@ constexpr std::chrono::milliseconds kPollInterval{200};
 constexpr std::size_t kLinesBeforeFollowing = 10;
 constexpr const char* kHidden = "********";
 
-struct Given {
+struct GivenView {
   std::vector<std::string> files;
   std::string date, since, until, function, level;
   int session = -1;
@@ -70,7 +70,7 @@ std::optional<Bound> parse_bound(const std::string& option, const std::string& t
 
 class Filter {
  public:
-  explicit Filter(const Given& given)
+  explicit Filter(const GivenView& given)
       : since_(parse_bound("--since", given.since)),
         until_(parse_bound("--until", given.until)),
         function_(find_function(given.function)),
@@ -134,7 +134,7 @@ const char* arrow(Direction direction) {
 // How records, frames and calls look, as text and as JSON.
 class View {
  public:
-  View(const Given& given, const Settings& settings)
+  View(const GivenView& given, const Settings& settings)
       : masker_(!given.no_mask), mask_(!given.no_mask), json_(settings.json), decode_(given.frames) {}
 
   void learn(const Record& record) { masker_.learn(record.body); }
@@ -300,7 +300,7 @@ std::vector<LogFile> named_files(const std::vector<std::string>& names) {
 }
 
 // The days that the user chose; without a choice the last day that has a log.
-std::vector<LogFile> chosen_files(const Given& given, const fs::path& folder) {
+std::vector<LogFile> chosen_files(const GivenView& given, const fs::path& folder) {
   auto files = find_log_files(folder);
   if (given.all || files.empty()) return files;
   const auto wanted = given.date.empty() ? std::optional(files.back().date) : parse_date(given.date);
@@ -353,7 +353,7 @@ const LoggedCall* call_at(const CallGrouper& grouper, int index) {
   return index == kNoCall ? nullptr : &grouper.calls()[static_cast<std::size_t>(index)];
 }
 
-void show_loaded(const std::vector<Record>& records, const Given& given, const Filter& filter, View& view,
+void show_loaded(const std::vector<Record>& records, const GivenView& given, const Filter& filter, View& view,
                  CallGrouper& grouper) {
   std::vector<int> call_of;
   for (const Record& record : records) {
@@ -440,7 +440,7 @@ class GrowingFile {
   ino_t inode_ = 0;
 };
 
-[[noreturn]] void follow(const Given& given, const fs::path& folder, const Ends& ends, const Filter& filter,
+[[noreturn]] void follow(const GivenView& given, const fs::path& folder, const Ends& ends, const Filter& filter,
                          View& view, CallGrouper& grouper) {
   std::map<fs::path, GrowingFile> files;
   while (true) {
@@ -463,7 +463,7 @@ class GrowingFile {
   }
 }
 
-ExitStatus show_log(const Given& given, const Settings& settings) {
+ExitStatus show_log(const GivenView& given, const Settings& settings) {
   const Filter filter(given);
   if (given.follow && (given.calls || !given.files.empty())) {
     throw UsageError(tr({"-f goes with the records or frames of the current logs only",
@@ -497,7 +497,7 @@ void add_log_command(CommandLine& line) {
   CLI::App* command = add_command(line.app, "log", groups::kDiagnosis,
                                   {"read trace and protocol logs (default: the last day that has any)",
                                    "ler os logs de trace e de protocolo (padrão: o último dia com logs)"});
-  const auto given = std::make_shared<Given>();
+  const auto given = std::make_shared<GivenView>();
   const char* time_type = tr({"TIME", "HORÁRIO"});
   command
       ->add_option(
