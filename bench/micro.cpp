@@ -28,7 +28,8 @@ void set_log_mode(bool on) {
 }
 
 void count_bytes(benchmark::State& state, std::size_t per_iteration) {
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * static_cast<std::int64_t>(per_iteration));
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) *
+                          static_cast<std::int64_t>(per_iteration));
 }
 
 void checksum(benchmark::State& state) {

@@ -111,7 +111,8 @@ std::string with_item(const std::string& content, const GivenItem& given) {
 }
 
 // What the library makes of the text.
-std::optional<std::string> value_in(const Library& library, const std::string& content, const GivenItem& given) {
+std::optional<std::string> value_in(const Library& library, const std::string& content,
+                                    const GivenItem& given) {
   const std::string copy = std::string(kIniFile) + ".satctl";
   if (!replace_file(copy, content)) throw UsageError(copy + ": " + std::strerror(errno));
   auto value = library.ini_value(copy, given.section, given.item);

@@ -440,8 +440,8 @@ class GrowingFile {
   ino_t inode_ = 0;
 };
 
-[[noreturn]] void follow(const GivenView& given, const fs::path& folder, const Ends& ends, const Filter& filter,
-                         View& view, CallGrouper& grouper) {
+[[noreturn]] void follow(const GivenView& given, const fs::path& folder, const Ends& ends,
+                         const Filter& filter, View& view, CallGrouper& grouper) {
   std::map<fs::path, GrowingFile> files;
   while (true) {
     std::vector<Record> messages, frames;
