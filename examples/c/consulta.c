@@ -23,15 +23,26 @@ typedef char* (*cancel_function)(int session, const char* code, const char* key,
 static const char* const kQueryFields[] = {"numeroSessao", "EEEEE", "mensagem", "cod", "mensagemSEFAZ", NULL};
 
 static const char* const kStatusFields[] = {
-    "numeroSessao", "EEEEE",       "mensagem",   "cod",         "mensagemSEFAZ", "NSERIE",      "TIPO_LAN",
-    "LAN_IP",       "LAN_MAC",     "LAN_MASK",   "LAN_GW",      "LAN_DNS_1",     "LAN_DNS_2",   "STATUS_LAN",
-    "NIVEL_BATERIA", "MT_TOTAL",   "MT_USADA",   "DH_ATUAL",    "VER_SB",        "VER_LAYOUT",  "ULTIMO_CF_E_SAT",
-    "LISTA_INICIAL", "LISTA_FINAL", "DH_CFE",    "DH_ULTIMA",   "CERT_EMISSAO",  "CERT_VENCIMENTO",
-    "ESTADO_OPERACAO", NULL};
+    "numeroSessao",    "EEEEE",           "mensagem",        "cod",        "mensagemSEFAZ",
+    "NSERIE",          "TIPO_LAN",        "LAN_IP",          "LAN_MAC",    "LAN_MASK",
+    "LAN_GW",          "LAN_DNS_1",       "LAN_DNS_2",       "STATUS_LAN", "NIVEL_BATERIA",
+    "MT_TOTAL",        "MT_USADA",        "DH_ATUAL",        "VER_SB",     "VER_LAYOUT",
+    "ULTIMO_CF_E_SAT", "LISTA_INICIAL",   "LISTA_FINAL",     "DH_CFE",     "DH_ULTIMA",
+    "CERT_EMISSAO",    "CERT_VENCIMENTO", "ESTADO_OPERACAO", NULL};
 
-static const char* const kSaleFields[] = {
-    "numeroSessao", "EEEEE",     "CCCC",          "mensagem",     "cod",        "mensagemSEFAZ",   "arquivoCFeBase64",
-    "timeStamp",    "chaveConsulta", "valorTotalCFe", "CPFCNPJValue", "assinaturaQRCODE", NULL};
+static const char* const kSaleFields[] = {"numeroSessao",
+                                          "EEEEE",
+                                          "CCCC",
+                                          "mensagem",
+                                          "cod",
+                                          "mensagemSEFAZ",
+                                          "arquivoCFeBase64",
+                                          "timeStamp",
+                                          "chaveConsulta",
+                                          "valorTotalCFe",
+                                          "CPFCNPJValue",
+                                          "assinaturaQRCODE",
+                                          NULL};
 
 /* The reply as the library returned it, cut into its fields. */
 struct reply {
@@ -66,11 +77,13 @@ static void show(const struct reply* reply, const char* const* names, int name_c
 }
 
 /* Shows the reply; 1 if it is the right one. */
-static int check(const char* function, const struct reply* reply, const char* const* names, int session, const char* code) {
+static int check(const char* function, const struct reply* reply, const char* const* names, int session,
+                 const char* code) {
   const int expected = count_of(names);
   printf("%s\n", function);
   show(reply, names, expected);
-  const int right = reply->count == expected && atoi(reply->fields[0]) == session && strcmp(reply->fields[1], code) == 0;
+  const int right =
+      reply->count == expected && atoi(reply->fields[0]) == session && strcmp(reply->fields[1], code) == 0;
   printf("  => %s\n\n", right ? "right" : "WRONG");
   return right;
 }
