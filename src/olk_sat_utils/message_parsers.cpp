@@ -4,8 +4,6 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include <initializer_list>
-
 #include "olk_sat_utils/frames.h"
 #include "olk_sat_utils/split_text.h"
 #include "olk_utils/bounded_text.h"
@@ -16,9 +14,6 @@
 #define RESPONSE_TRACE(level, ...) SAT_UTILS_TRACE_IN("SAT_APP_RspParcer", level, __VA_ARGS__)
 
 namespace {
-
-constexpr int kNoResponse = -1101;
-constexpr int kNoMemory = -1102;
 
 constexpr size_t kCommandCopySlack = 10;
 constexpr size_t kResponseCopySlack = 5000;
@@ -47,10 +42,9 @@ uint32_t unsigned_value(const char* text) {
 }
 
 bool records_sales(const char* command_name) {
-  for (const char* const name : {"EnviarDadosVenda", "CancelarUltimaVenda", "TesteFimAFim"}) {
-    if (strcmp(command_name, name) == 0) return true;
-  }
-  return false;
+  static constexpr const char* kSellingCommands[] = {"EnviarDadosVenda", "CancelarUltimaVenda",
+                                                     "TesteFimAFim"};
+  return is_one_of(command_name, kSellingCommands);
 }
 
 // That query is answered with the session of the last sale or cancellation, so another number is no error.
@@ -111,8 +105,11 @@ void trace_response_field(int number, const char* token) {
 // between the last separator and the end of the text included. Returns the number of the last of them.
 int trace_empty_response_fields(int number, const char* behind_separator) {
   for (const char* separator = behind_separator; *separator == kFieldSeparator; ++separator) {
-    RESPONSE_TRACE(kInfo, "--- << R%02d              [NULL]\n", ++number);
-    if (separator[1] == '\0') RESPONSE_TRACE(kInfo, "--- << R%02d              [NULL]\n", ++number);
+    const int fields = separator[1] == '\0' ? 2 : 1;
+    for (int field = 0; field < fields; ++field) {
+      ++number;
+      RESPONSE_TRACE(kInfo, "--- << R%02d              [NULL]\n", number);
+    }
   }
   return number;
 }
@@ -128,8 +125,9 @@ int parse_response(const Inquiry& inquiry, const char* text, size_t text_length,
   }
   int number = 1;
   for (int index = 0; text[index] == kFieldSeparator; ++index) {
-    RESPONSE_TRACE(kInfo, "--- << R%02d  ------------[0000:NULL] pAllocedArgs[%d]=[%02Xh]\n", number++, index,
+    RESPONSE_TRACE(kInfo, "--- << R%02d  ------------[0000:NULL] pAllocedArgs[%d]=[%02Xh]\n", number, index,
                    text[index]);
+    ++number;
   }
 
   int result = 0;
@@ -160,8 +158,8 @@ void trace_command_field(int number, const char* token) {
 // Kept: looks at the token's third byte, so empty fields are seen behind tokens of one character only.
 int trace_empty_command_fields(int number, const char* token) {
   for (int index = 2; token[index] == kFieldSeparator; ++index) {
-    COMMAND_TRACE("--- >> P%02d  ------------[0000:NULL] pSatArg[%d]=[%02Xh]\n", ++number, index,
-                  token[index]);
+    ++number;
+    COMMAND_TRACE("--- >> P%02d  ------------[0000:NULL] pSatArg[%d]=[%02Xh]\n", number, index, token[index]);
   }
   return number;
 }
@@ -176,8 +174,9 @@ unsigned parse_command(const char* text, size_t text_length, char* copy) {
   }
   int number = 1;
   for (int index = 0; text[index] == kFieldSeparator; ++index) {
-    COMMAND_TRACE("--- >> P%02d  ------------[0000:NULL] pAllocedArgs[%d]=[%02Xh]\n", number++, index,
+    COMMAND_TRACE("--- >> P%02d  ------------[0000:NULL] pAllocedArgs[%d]=[%02Xh]\n", number, index,
                   text[index]);
+    ++number;
   }
   for (; token != nullptr; token = strtok_r(nullptr, kSeparators, &rest)) {
     trace_command_field(number, token);
@@ -223,15 +222,15 @@ int SAT_APP_RspParcer(const char* pSatCmdName, uint32_t uiCmdSession, uint32_t* 
   }
   // Such a text is an error message of the library itself.
   if (strchr(pSatResult, kFieldSeparator) == nullptr) {
-    SAT_UTILS_TRACE(kError, "--- rc[%06d]APP:ER\n\t << E%02d << API_ERR_MSG[%08d:%s]\n", kNoResponse, 1,
-                    length_field(length), pSatResult);
-    return kNoResponse;
+    SAT_UTILS_TRACE(kError, "--- rc[%06d]APP:ER\n\t << E%02d << API_ERR_MSG[%08d:%s]\n",
+                    TALVEX_APP_NO_SEPARATOR, 1, length_field(length), pSatResult);
+    return TALVEX_APP_NO_SEPARATOR;
   }
   char* const copy = copy_to_split(pSatResult, length, kResponseCopySlack);
   if (copy == nullptr) {
-    SAT_UTILS_TRACE(kError, "--- rc[%05d]ER SatArgs=[%08d:%s]CALLOC FAIL!!!\n", kNoMemory,
+    SAT_UTILS_TRACE(kError, "--- rc[%05d]ER SatArgs=[%08d:%s]CALLOC FAIL!!!\n", TALVEX_APP_NO_MEMORY,
                     length_field(length), pSatResult);
-    return kNoMemory;
+    return TALVEX_APP_NO_MEMORY;
   }
   const Inquiry inquiry{text_or_empty(pSatCmdName), uiCmdSession, puiLastSaleSession, puiRspSession,
                         puiEEEEE};

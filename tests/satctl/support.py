@@ -29,7 +29,7 @@ SANITIZER_EXIT = 99
 
 def environment(**variables):
     base = {name: os.environ[name] for name in ("PATH", "HOME", "TMPDIR", "LD_LIBRARY_PATH") if name in os.environ}
-    base.update(LANG="C.UTF-8", TZ="America/Sao_Paulo",
+    base.update(LANG="C.UTF-8", TZ="<-03>3",
                 ASAN_OPTIONS="exitcode=%d:detect_leaks=0" % SANITIZER_EXIT,
                 UBSAN_OPTIONS="exitcode=%d" % SANITIZER_EXIT)
     base.update(variables)

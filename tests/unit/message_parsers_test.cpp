@@ -553,6 +553,17 @@ TEST_F(CmdParcer, AgreesWithALiteralSecondImplementation) {
     Lines expected;
     ASSERT_EQ(parse(text), Reference::command(text, &expected));
     ASSERT_EQ(take_lines(), expected);
+    log_only(0);
+    ASSERT_EQ(parse(text), Reference::command(text, &expected));
+    log_only(kInfo);
+  }
+}
+
+TEST_F(CmdParcer, CountsAlikeAtEveryLevel) {
+  for (const std::uint32_t levels : {0u, unsigned{kError}, unsigned{kWarning}, unsigned{kInfo}}) {
+    log_only(levels);
+    EXPECT_EQ(parse("X|1||A"), 5u) << levels;
+    EXPECT_EQ(parse("||A"), 4u) << levels;
   }
 }
 
@@ -568,9 +579,24 @@ TEST_F(RspParcer, AgreesWithALiteralSecondImplementation) {
     const Outcome expected_outcome = Reference::response(command, session, text, &expected);
     ASSERT_EQ(parse(command.c_str(), session, text), expected_outcome);
     ASSERT_EQ(take_lines(), expected);
+    log_only(0);
+    ASSERT_EQ(parse(command.c_str(), session, text), expected_outcome);
+    log_only(kInfo);
     complete += expected_outcome.result_code != kUntouched ? 1 : 0;
   }
   EXPECT_GT(complete, 300);
+}
+
+// An empty result code is no success, and an empty session number none of the device, whether anybody logs it
+// or not.
+TEST_F(RspParcer, CountsEmptyFieldsAlikeAtEveryLevel) {
+  for (const std::uint32_t levels : {0u, unsigned{kError}, unsigned{kWarning}, unsigned{kInfo}}) {
+    log_only(levels);
+    EXPECT_EQ(parse("ConsultarSAT", 123, "000123||06000|x"), (Outcome{0, kUntouched, 123})) << levels;
+    EXPECT_EQ(parse("ConsultarSAT", 123, "|06000|x"), (Outcome{6000, kUntouched, kUntouched, 6000}))
+        << levels;
+    EXPECT_EQ(parse("ConsultarSAT", 123, "||000123|06000"), (Outcome{0})) << levels;
+  }
 }
 
 TEST(GenRndNum, StaysBelowItsLimit) {
