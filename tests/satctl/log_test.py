@@ -237,7 +237,7 @@ class LibrarysOwnLogs(SatctlTest):
 
     def read_until(self, process, text):
         shown = b""
-        while text not in shown:
+        while not re.search(re.escape(text) + rb"[^\n]*\n", shown):  # the whole line
             select.select([process.stdout], [], [])
             piece = os.read(process.stdout.fileno(), 65536)
             self.assertNotEqual(piece, b"", shown)
@@ -257,7 +257,7 @@ class LibrarysOwnLogs(SatctlTest):
 
     def test_follow_through_a_rotation(self):
         self.write_ini()
-        name = time.strftime("%Y%m%d", time.gmtime()) + "_SAT_api.log"
+        name = time.strftime("%Y%m%d", time.gmtime(time.time() - 3 * 3600)) + "_SAT_api.log"
         self.write("Log/" + name, trace("09:00:00.000", "ERR", API + "[findSat]first"))
         process = self.follow()
         self.read_until(process, b"first")
