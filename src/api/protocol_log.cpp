@@ -155,16 +155,27 @@ void render_received(const Frame& frame, const tm& now, Rendering& rendering) {
 
 // ---- The file ---------------------------------------------------------------------------------------
 
+// One step, so that of a call and the size-control loop on another thread only one has the descriptor.
+int exchange_descriptor(int descriptor) {
+  return __atomic_exchange_n(&gl_iFd, descriptor, __ATOMIC_ACQ_REL);
+}
+
+// Nobody else has the descriptor while it is written to: the loop closes it before the line or behind it,
+// never under it, when its number may have become the port's.
+bool write_line() {
+  const int descriptor = exchange_descriptor(0);
+  if (descriptor == 0) return false;
+  write_whole(descriptor, gl_TmpBuf, strlen(gl_TmpBuf));
+  exchange_descriptor(descriptor);
+  return true;
+}
+
 void log_line() {
-  if (gl_iFd == 0) {
-    API_TRACE_IN(kLogMsg, kWarning, "All ER:gl_iFd[%08Xh]=NULL\n\t Msg[%06d:%s] Trying to Open NOw\n",
-                 hex32(gl_iFd), length_field(strlen(gl_TmpBuf)), gl_TmpBuf);
-    CreateSAT_ProtLogFile();
-  }
-  if (gl_iFd != 0) {
-    write_whole(gl_iFd, gl_TmpBuf, strlen(gl_TmpBuf));
-    return;
-  }
+  if (write_line()) return;
+  API_TRACE_IN(kLogMsg, kWarning, "All ER:gl_iFd[%08Xh]=NULL\n\t Msg[%06d:%s] Trying to Open NOw\n",
+               hex32(gl_iFd), length_field(strlen(gl_TmpBuf)), gl_TmpBuf);
+  CreateSAT_ProtLogFile();
+  if (write_line()) return;
   // Kept: the second attempt's success comes too late for this line.
   CreateSAT_ProtLogFile();
   API_TRACE_IN(kLogMsg, kWarning, "All ER:gl_iFd[%08Xh]=NULL\n\t Msg[%06d:%s]\n", hex32(gl_iFd),
@@ -253,23 +264,22 @@ void CreateSAT_ProtLogFile() {
            today.tm_mon + 1, today.tm_mday);
   const bool is_same = strcmp(gl_tSat.strSatProtLogFileName, name) == 0;
   copy_text(gl_tSat.strSatProtLogFileName, name);
-  gl_iFd = open_log_file(name, S_IRUSR | S_IWUSR);
-  if (!is_same && fstat(gl_iFd, &log_file) != 0) log_file = {};
-  if (gl_iFd != 0 && gl_iFd != -1) {
-    API_TRACE(kInfo, "---  rc[%06d]OK:logFd[%08Xh] pcLogName[%s]Created!!!\n", rc, hex32(gl_iFd),
+  const int descriptor = open_log_file(name, S_IRUSR | S_IWUSR);
+  if (!is_same && fstat(descriptor, &log_file) != 0) log_file = {};
+  exchange_descriptor(descriptor);
+  if (descriptor != -1) {
+    API_TRACE(kInfo, "---  rc[%06d]OK:logFd[%08Xh] pcLogName[%s]Created!!!\n", rc, hex32(descriptor),
               gl_tSat.strSatProtLogFileName);
   } else {
     rc = kNotOpened;
     API_TRACE(kError, "---   rc[%06d]ER:logFd[%08Xh]=NULL or -1 pcLogName[%s]File Not Created\n", rc,
-              hex32(gl_iFd), gl_tSat.strSatProtLogFileName);
+              hex32(descriptor), gl_tSat.strSatProtLogFileName);
   }
 }
 
 void LogSATProtocolSzCtl() {
   if (gl_TmpBuf[0] == '\0') return;
-  // Taken in one step: of a call and the loop on another thread only one closes it, and never a number that
-  // has become the port or another file meanwhile.
-  const int descriptor = __atomic_exchange_n(&gl_iFd, 0, __ATOMIC_RELAXED);
+  const int descriptor = exchange_descriptor(0);
   if (descriptor != 0) close(descriptor);
   // Kept: an outgrown protocol log is neither moved nor cut, it grows for the whole day.
   if (tLog.iLogFileMaxSize == 0) tLog.iLogFileMaxSize = kDefaultLogMaxSize;

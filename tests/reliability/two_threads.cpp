@@ -33,8 +33,11 @@ int main(int argc, char** argv) {
   if (argc != 3) return 2;
   const int calls = std::atoi(argv[2]);
   ChildDevice device(argv[1]);
-  configure_port(device.port());
-  VersaoDllTalvex();  // the first call sets up what the loop reads
+  configure_port(device.port(), '5');
+  write_file("SAT.ini",
+             read_file("SAT.ini") +
+                 "LogFileMaxSize=20000\n");  // outgrown over and over: both sides rotate the trace log
+  VersaoDllTalvex();                         // the first call sets up what the loop reads
   std::thread(LogSzCtlTherad).detach();
   int wrong = 0;
   for (int session = 0; session < calls; ++session) {
@@ -49,5 +52,6 @@ int main(int argc, char** argv) {
   std::printf("%d calls, %d wrong; device: %lu commands, %lu damaged\n", calls, wrong, count.commands,
               count.damaged);
   std::fflush(stdout);
+  // Nothing of this program is taken down under the loop, which never ends.
   std::quick_exit(wrong == 0 && count.damaged == 0 ? 0 : 1);
 }

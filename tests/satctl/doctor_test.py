@@ -181,7 +181,7 @@ class Permissions(World):
     def test_folder_and_logs_of_another_user(self):
         os.chmod(self.folder, 0o755)
         os.chmod(self.path("Log"), 0o755)
-        name = time.strftime("%Y%m%d", time.localtime(time.time() - 3 * 3600)) + "_SAT_ProtocolLog.txt"
+        name = time.strftime("%Y%m%d", time.gmtime(time.time() - 3 * 3600)) + "_SAT_ProtocolLog.txt"
         os.chmod(self.write("Log/" + name, "x"), 0o600)
         self.place("etc/passwd", "root:x:0:0::/:/bin/sh\npdv:x:1001:1001::/:/bin/sh\n")
         findings = self.doctor("--user", "pdv", expected=REFUSED, TZ="UTC3")
