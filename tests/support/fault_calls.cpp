@@ -1,5 +1,6 @@
 #include "support/fault_calls.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/file.h>
@@ -10,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
+#include <cstdio>
 #include <cstring>
 #include <optional>
 #include <utility>
@@ -21,15 +23,34 @@ namespace fault_calls {
 namespace {
 
 std::vector<Fault> table;
-int counts[static_cast<int>(Call::kTcsetattr) + 1];
+std::vector<int> hits;  // of each fault in the table
+int counts[static_cast<int>(Call::kStartSearch) + 1];
 std::vector<int> modem_lines;
+std::function<void()> test_event;
+int settings_file = -1;
 
 }  // namespace
 
 void inject(std::vector<Fault> faults) {
   table = std::move(faults);
+  hits.assign(table.size(), 0);
   std::fill(std::begin(counts), std::end(counts), 0);
   modem_lines.clear();
+}
+
+std::vector<std::string> unspent() {
+  std::vector<std::string> left;
+  for (std::size_t i = 0; i < table.size(); ++i) {
+    const Fault& fault = table[i];
+    if (fault.times == 0 || (fault.times == kForever && hits[i] > 0)) continue;
+    left.push_back(std::string(kCallNames[static_cast<int>(fault.call)]) + " after " +
+                   std::to_string(hits[i]) + " hits, error " + std::to_string(fault.error));
+  }
+  return left;
+}
+
+void on_event(std::function<void()> event) {
+  test_event = std::move(event);
 }
 
 int count_of(Call call) {
@@ -45,7 +66,8 @@ namespace {
 // The fault that befalls this call, if any.
 std::optional<Fault> befalling(Call call, std::size_t asked = 0) {
   ++counts[static_cast<int>(call)];
-  for (Fault& fault : table) {
+  for (std::size_t i = 0; i < table.size(); ++i) {
+    Fault& fault = table[i];
     if (fault.call != call || fault.times == 0) continue;
     if (fault.asked != 0 && fault.asked != asked) continue;
     if (fault.skip > 0) {
@@ -53,7 +75,10 @@ std::optional<Fault> befalling(Call call, std::size_t asked = 0) {
       return {};
     }
     if (fault.times != kForever) --fault.times;
-    return fault;
+    ++hits[i];
+    if (!fault.event) return fault;
+    test_event();
+    return {};
   }
   return {};
 }
@@ -61,6 +86,18 @@ std::optional<Fault> befalling(Call call, std::size_t asked = 0) {
 std::optional<Fault> befalling_port(Call call, int descriptor, std::size_t asked = 0) {
   if (descriptor != hComm) return {};
   return befalling(call, asked);
+}
+
+std::optional<Fault> befalling_open(const char* path) {
+  const bool is_port = std::strncmp(path, "/dev/pts/", 9) == 0 || std::strstr(path, "/dev/tty") != nullptr;
+  if (is_port) return befalling(Call::kOpen);
+  if (std::strcmp(path, "SAT.ini") == 0) return befalling(Call::kOpenSettings);
+  return {};
+}
+
+std::optional<Fault> befalling_read(int descriptor, std::size_t asked) {
+  if (descriptor == settings_file) return befalling(Call::kReadSettings, asked);
+  return befalling_port(Call::kRead, descriptor, asked);
 }
 
 long outcome(const Fault& fault) {
@@ -73,7 +110,9 @@ long outcome(const Fault& fault) {
 }  // namespace fault_calls
 
 using fault_calls::befalling;
+using fault_calls::befalling_open;
 using fault_calls::befalling_port;
+using fault_calls::befalling_read;
 using fault_calls::Call;
 using fault_calls::outcome;
 
@@ -94,14 +133,14 @@ int __wrap_open(const char* path, int flags, ...) {
   va_start(arguments, flags);
   const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
   va_end(arguments);
-  if (std::strncmp(path, "/dev/pts/", 9) == 0) {
-    if (const auto fault = befalling(Call::kOpen)) return static_cast<int>(outcome(*fault));
-  }
-  return __real_open(path, flags, mode);
+  if (const auto fault = befalling_open(path)) return static_cast<int>(outcome(*fault));
+  const int descriptor = __real_open(path, flags, mode);
+  if (std::strcmp(path, "SAT.ini") == 0) fault_calls::settings_file = descriptor;
+  return descriptor;
 }
 
 ssize_t __wrap_read(int descriptor, void* buffer, size_t size) {
-  const auto fault = befalling_port(Call::kRead, descriptor, size);
+  const auto fault = befalling_read(descriptor, size);
   if (!fault) return __real_read(descriptor, buffer, size);
   if (fault->bytes.empty()) return outcome(*fault);
   const size_t count = std::min(size, fault->bytes.size());
@@ -125,6 +164,7 @@ int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {
 }
 
 int __wrap_close(int descriptor) {
+  if (descriptor == fault_calls::settings_file) fault_calls::settings_file = -1;
   if (const auto fault = befalling_port(Call::kClose, descriptor)) {
     __real_close(descriptor);
     return static_cast<int>(outcome(*fault));
@@ -157,6 +197,17 @@ int __wrap_tcsetattr(int descriptor, int when, const termios* settings) {
   if (const auto fault = befalling_port(Call::kTcsetattr, descriptor))
     return static_cast<int>(outcome(*fault));
   return __real_tcsetattr(descriptor, when, settings);
+}
+
+// Takes the place of the C library's for the whole program.
+FILE* popen(const char* command, const char* mode) {
+  using Popen = FILE* (*)(const char*, const char*);
+  static const auto real_popen = reinterpret_cast<Popen>(dlsym(RTLD_NEXT, "popen"));
+  if (const auto fault = befalling(Call::kStartSearch)) {
+    errno = fault->error;
+    return nullptr;
+  }
+  return real_popen(command, mode);
 }
 
 }  // extern "C"
