@@ -35,7 +35,8 @@ void save(const char* path, const tm& now, const char* buffer, uint32_t length) 
   char time_stamp[64];
   snprintf(time_stamp, sizeof time_stamp, "%02d/%02d/%04d %02d:%02d:%02d", now.tm_mday, now.tm_mon + 1,
            now.tm_year + 1900, now.tm_hour, now.tm_min, now.tm_sec);
-  const int file = open_file(path, O_RDWR | O_CREAT | O_TRUNC, 0666);
+  // No links: the name can be foretold, and what it leads to would be emptied.
+  const int file = open_file(path, O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW, 0666);
   if (file == -1) {
     API_TRACE_IN(
         "write_operation_result", kInfo,

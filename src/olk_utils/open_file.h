@@ -24,10 +24,11 @@ inline int open_file(const char* path, int flags, mode_t mode = 0) {
   return other;
 }
 
-// For appending. A FIFO in the place of a log does not count as one: a write to it whose reader has gone
-// would end the host.
+// For appending. The names of logs can be foretold: in a folder that others can write to, a link in their
+// place would lead to any file of the till. A FIFO does not count as a log either: a write to it whose reader
+// has gone would end the host.
 inline int open_log_file(const char* path, mode_t mode) {
-  const int descriptor = open_file(path, O_WRONLY | O_APPEND | O_CREAT, mode);
+  const int descriptor = open_file(path, O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW, mode);
   // What has a position is no FIFO. A status would tell too, but makes the file system write finer time
   // stamps.
   if (descriptor == -1 || lseek(descriptor, 0, SEEK_CUR) != -1) return descriptor;

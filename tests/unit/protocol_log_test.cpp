@@ -16,6 +16,7 @@
 #include "api/context.h"
 #include "olk_utils/bounded_text.h"
 #include "support/api_trace.h"
+#include "support/full_disk.h"
 #include "support/virtual_clock.h"
 
 // The linker is told to wrap these three.
@@ -448,13 +449,27 @@ TEST_F(ProtocolLog, AFifoInThePlaceOfTheFileIsAFailedOpenAndNoWait) {
 }
 
 TEST_F(ProtocolLog, AFullDiskLosesTheLineAndNothingElse) {
-  std::filesystem::create_directory("Log");
-  ASSERT_EQ(symlink("/dev/full", kToday), 0);
   CreateSAT_ProtLogFile();
   EXPECT_GT(gl_iFd, 0);
   take_lines();
-  log("A\0\0\0"s, kReceived);
+  {
+    const FullDisk disk;
+    log("A\0\0\0"s, kReceived);
+  }
   EXPECT_THAT(take_lines(), IsEmpty());
+  EXPECT_EQ(read_file(kToday), "");
+  log("A\0\0\0"s, kReceived);
+  EXPECT_NE(read_file(kToday), "");
+}
+
+TEST_F(ProtocolLog, ALinkInThePlaceOfTheFileLeadsNowhere) {
+  std::filesystem::create_directory("Log");
+  write_file("precious", "kept");
+  ASSERT_EQ(symlink("../precious", kToday), 0);
+  CreateSAT_ProtLogFile();
+  EXPECT_EQ(gl_iFd, -1);
+  log("A\0\0\0"s, kReceived);
+  EXPECT_EQ(read_file("precious"), "kept");
 }
 
 TEST_F(ProtocolLog, APathLongerThanItsFieldIsCutAndLeavesTheNeighboursAlone) {

@@ -11,6 +11,7 @@
 #include "api/context.h"
 #include "olk_utils/bounded_text.h"
 #include "support/api_trace.h"
+#include "support/full_disk.h"
 #include "support/usb_bus.h"
 #include "support/virtual_clock.h"
 
@@ -219,10 +220,27 @@ TEST_F(ResultFiles, ThatCannotBeOpenedAreReported) {
 }
 
 TEST_F(ResultFiles, OnAFullDiskAreReportedAsSavedAllTheSame) {
+  const std::string file = std::string("coupons/") + kSaleFile;
   std::filesystem::create_directory("coupons");
-  ASSERT_EQ(symlink("/dev/full", (std::string("coupons/") + kSaleFile).c_str()), 0);
+  constexpr std::size_t kRoom = 50000;  // enough for the trace
+  const std::string reply(2 * kRoom, 'r');
+  {
+    const FullDisk disk(kRoom);
+    write_operation_result(reply.data(), 123456, static_cast<uint32_t>(reply.size()), "venda-cprx-", nullptr,
+                           0);
+  }
+  EXPECT_EQ(take_lines(), followed_by(first_lines("coupons"), saved(file)));
+  EXPECT_EQ(read_file(file).size(), kRoom);
+}
+
+TEST_F(ResultFiles, BehindALinkAreNotWritten) {
+  const std::string file = std::string("coupons/") + kSaleFile;
+  std::filesystem::create_directory("coupons");
+  write_file("precious", "kept");
+  ASSERT_EQ(symlink("../precious", file.c_str()), 0);
   write_sale();
-  EXPECT_EQ(take_lines(), followed_by(first_lines("coupons"), saved(std::string("coupons/") + kSaleFile)));
+  EXPECT_EQ(take_lines(), followed_by(first_lines("coupons"), not_saved(file)));
+  EXPECT_EQ(read_file("precious"), "kept");
 }
 
 TEST_F(ResultFiles, AreTracedAtInfoLevelOnly) {

@@ -235,6 +235,14 @@ TEST_F(TraceLog, FifoInThePlaceOfTheFileDoesNotBlock) {
   close(reader);
 }
 
+TEST_F(TraceLog, LinkInThePlaceOfTheFileLeadsNowhere) {
+  bErrorLogsEnabled = 1;
+  write_file("precious", "kept");
+  fs::create_symlink("precious", kToday);
+  EXPECT_EQ(TraceFileLog(kName, 1, "lost\n"), 0);
+  EXPECT_EQ(read_file("precious"), "kept");
+}
+
 TEST_F(TraceLog, LongNamesAreSafe) {
   bErrorLogsEnabled = 1;
   fs::create_directory("Log");
