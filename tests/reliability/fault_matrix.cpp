@@ -1,5 +1,6 @@
 #include "reliability/fault_matrix.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -64,6 +65,9 @@ constexpr int kReadsBeforeFirstAck = 1;
 constexpr int kReadsBeforeNextAck = 2;
 constexpr int kReadsBeforeStx = 3;
 constexpr int kReadsBeforeFirstBlock = 4;
+// Of those that ask for a single byte.
+constexpr int kSingleReadsBeforeReply = 3;
+constexpr std::size_t kDrainedAtOnce = 10;
 
 // The line takes a block in as many writes as it likes; short ones of this size it takes whole.
 constexpr std::size_t kWrite = 1024;
@@ -75,8 +79,11 @@ Fault fails(Call call, int error, int times = 1, int skip = 0) {
 }
 // Befalls the read that asks for a whole block, the first behind a block's ACK: a port hands a block over in
 // as many pieces as it likes.
-Fault fails_behind_block(Call call, int error) {
-  return {call, 0, 1, -1, error, {}, 0, kBlock};
+Fault fails_behind_block(Call call, int error, int times = 1) {
+  return {call, 0, times, -1, error, {}, 0, kBlock};
+}
+Fault fails_single_reads(int error, int skip) {
+  return {Call::kRead, skip, kForever, -1, error, {}, 0, 1};
 }
 Fault gives_nothing(Call call, int times, int skip = 0) {
   return {call, skip, times, 0, 0, {}, 0};
@@ -85,10 +92,48 @@ Fault shortens(Call call, std::size_t limit, int times = kForever, int skip = 0)
   return {call, skip, times, 0, 0, {}, limit};
 }
 
+Fault event(Call call, int skip = 0, std::size_t asked = 0) {
+  return {call, skip, 1, 0, 0, {}, 0, asked, true};
+}
+
 // The writes in front of the fault, then the fault.
 std::vector<Fault> behind(int writes, Fault fault) {
   if (writes == 0) return {std::move(fault)};
   return {shortens(Call::kWrite, kWrite, writes), std::move(fault)};
+}
+
+// An event at this stage's own system call.
+std::vector<Fault> event_at(Stage stage) {
+  switch (stage) {
+    case Stage::kFound:
+      return {event(Call::kOpenSettings)};
+    case Stage::kOpened:
+      return {event(Call::kOpen)};
+    case Stage::kLocked:
+      return {event(Call::kFlock)};
+    case Stage::kConfigured:
+      return {event(Call::kTcgetattr)};
+    case Stage::kFirstBlockSent:
+      return {event(Call::kWrite)};
+    case Stage::kNextBlockSent:
+      return behind(kWritesOfFirstBlock, event(Call::kWrite));
+    case Stage::kFirstAckAwaited:
+      return {event(Call::kRead, kReadsBeforeFirstAck)};
+    case Stage::kNextAckAwaited:
+      return {event(Call::kRead, kReadsBeforeNextAck)};
+    case Stage::kStxAwaited:
+    case Stage::kWholeCall:
+      return {event(Call::kRead, kReadsBeforeStx)};
+    case Stage::kFirstBlockReceived:
+      return {event(Call::kRead, kReadsBeforeFirstBlock)};
+    case Stage::kNextBlockReceived:
+      return {event(Call::kRead, 0, kBlock)};
+    case Stage::kFinalAck:
+      return behind(kWritesOfCommand + 1, event(Call::kWrite));
+    case Stage::kClosed:
+      return {event(Call::kFlock, 1)};
+  }
+  return {};
 }
 
 // ---- The cells --------------------------------------------------------------------------------------
@@ -104,9 +149,11 @@ class Matrix {
     await_acks();
     await_stx();
     receive_blocks();
+    answer_blocks();
     acknowledge();
     close();
     surround();
+    bring_back();
   }
   std::vector<Cell> take() { return std::move(cells_); }
 
@@ -122,15 +169,20 @@ class Matrix {
     add({fault, stage, std::move(detail), std::move(script), std::move(calls), outcome, code, ms});
   }
   void around(const char* fault, Stage stage, Surroundings surroundings, Outcome outcome = Outcome::kReply,
-              int code = 0) {
+              int code = 0, std::vector<Fault> calls = {}, std::string detail = "", std::int64_t ms = 0) {
     const bool talks = outcome == Outcome::kReply;
-    add({fault, stage, "", talks ? whole_exchange() : Script{}, {}, outcome, code, 0, surroundings});
+    add({fault, stage, std::move(detail), talks ? whole_exchange() : Script{}, std::move(calls), outcome,
+         code, ms, surroundings});
+  }
+  void hangs_up(Stage stage, Outcome outcome, int code, std::int64_t ms, Script before,
+                std::vector<Fault> calls, std::string detail = "") {
+    fails_with("hang-up", stage, outcome, code, ms, std::move(before) + Script{await_release(), hang_up()},
+               std::move(calls), std::move(detail));
   }
 
   // Three times the 30 s of a sale's time-out. The clock moves with every look at it, so the end is not
   // sharp.
   void floods(const char* fault, Stage stage, Script before, Outcome outcome, int code) {
-    constexpr std::int64_t kEnd = 90001;
     add({fault,
          stage,
          "3 x 30 s",
@@ -138,17 +190,32 @@ class Matrix {
          {},
          outcome,
          code,
-         kEnd,
+         90000,
          Surroundings::kEndlessGarbage});
   }
 
   void find() {
-    around("no device", Stage::kFound, Surroundings::kNoPortConfigured, Outcome::kNotFound, -2000);
+    constexpr Stage kStage = Stage::kFound;
+    around("no device", kStage, Surroundings::kNoPortConfigured, Outcome::kNotFound, -2000);
+    around("device removed and back", kStage, Surroundings::kSearchedGone, Outcome::kNotFound, -2000, {},
+           "away while it is searched for");
+    around("EINTR storm", kStage, Surroundings::kSearched, Outcome::kReply, 0, {},
+           "signals while the search is read");
+    // The fixed port is not looked at either.
+    for (const auto& [name, error] : {std::pair{"EAGAIN", EAGAIN}, {"EMFILE", EMFILE}})
+      around(name, kStage, Surroundings::kSearchFails, Outcome::kNotOpened, -2000,
+             {fails(Call::kStartSearch, error)}, "no search: an empty name, kept");
+    for (const auto& [name, error] : {std::pair{"EIO", EIO}, {"EBADF", EBADF}})
+      around(name, kStage, Surroundings::kNormal, Outcome::kNotFound, -2000,
+             {fails(Call::kReadSettings, error, kForever)}, "reading SAT.ini");
+    around("SAT.ini unreadable", kStage, Surroundings::kNormal, Outcome::kNotFound, -2000,
+           {fails(Call::kOpenSettings, EACCES, kForever)});
   }
 
   void open() {
     around("no device", Stage::kOpened, Surroundings::kNoPort, Outcome::kNotOpened, -2000);
-    around("device removed and back", Stage::kOpened, Surroundings::kPortGone, Outcome::kNotOpened, -2000);
+    around("device removed and back", Stage::kOpened, Surroundings::kPortGone, Outcome::kNotOpened, -2000, {},
+           "away while it is opened");
     fails_with("hang-up", Stage::kOpened, Outcome::kNotOpened, -2000, 0, {hang_up()});
     survives("EINTR storm", Stage::kOpened, whole_exchange(), {fails(Call::kOpen, EINTR, 1000)});
     for (const auto& [name, error] : {std::pair{"EIO", EIO}, {"EAGAIN", EAGAIN}, {"EBADF", EBADF}})
@@ -162,6 +229,8 @@ class Matrix {
                "as held by another");
     for (const auto& [name, error] : {std::pair{"EIO", EIO}, {"EBADF", EBADF}})
       fails_with(name, Stage::kLocked, Outcome::kNotLocked, -2010, 0, {}, {fails(Call::kFlock, error)});
+    hangs_up(Stage::kLocked, Outcome::kNotConfigured, -2002, 0, {}, event_at(Stage::kLocked),
+             "the lock still succeeds");
   }
 
   void configure() {
@@ -169,15 +238,25 @@ class Matrix {
     survives("EINTR storm", kStage, whole_exchange(),
              {fails(Call::kTcgetattr, EINTR, 1000), fails(Call::kTcsetattr, EINTR, 1000),
               fails(Call::kRead, EINTR, 1000)});
-    for (const auto& [name, error] : {std::pair{"EIO", EIO}, {"EBADF", EBADF}, {"EAGAIN", EAGAIN}})
-      fails_with(name, kStage, Outcome::kNotConfigured, -2002, 0, {}, {fails(Call::kTcsetattr, error)});
-    fails_with("hang-up", kStage, Outcome::kNotConfigured, -2002, 0, {}, {fails(Call::kTcgetattr, EIO)});
+    for (const auto& [name, error] : {std::pair{"EIO", EIO}, {"EBADF", EBADF}, {"EAGAIN", EAGAIN}}) {
+      fails_with(name, kStage, Outcome::kNotConfigured, -2002, 0, {}, {fails(Call::kTcgetattr, error)},
+                 "settings read");
+      fails_with(name, kStage, Outcome::kNotConfigured, -2002, 0, {}, {fails(Call::kTcsetattr, error)},
+                 "settings written");
+      survives(name, kStage, whole_exchange(), {fails(Call::kRead, error)}, 0, "input drained");
+    }
+    hangs_up(kStage, Outcome::kNotConfigured, -2002, 0, {}, {event(Call::kTcgetattr)}, "settings read");
+    hangs_up(kStage, Outcome::kNotConfigured, -2002, 0, {}, {event(Call::kTcsetattr)}, "settings written");
+    hangs_up(kStage, Outcome::kNotSent, -2006, 0, {}, {event(Call::kRead)}, "input drained");
     survives("late previous reply", kStage, Script{send_frame(late_reply())} + whole_exchange(), {}, 0,
              "dropped");
     survives("garbage before", kStage, Script{send(std::string(3000, 'Z'))} + whole_exchange(), {}, 0,
              "dropped");
     survives("garbage before", kStage, whole_exchange(),
              {{Call::kRead, 0, 60000, 0, 0, std::string(10, 'Z'), 0}}, 0, "600,000 bytes, dropped");
+    around("garbage without end", kStage, Surroundings::kEndlessGarbage, Outcome::kReply, 0,
+           {{Call::kRead, 0, kForever, 0, 0, std::string(kDrainedAtOnce, 'Z'), 0, kDrainedAtOnce}},
+           "60 s, then the command goes out", 60000);
   }
 
   void send_blocks() {
@@ -211,8 +290,20 @@ class Matrix {
                  take_first_block() + Script{ack()}, behind(kWritesOfFirstBlock, fails(Call::kWrite, error)),
                  "counts as sent: kept");
     }
-    fails_with("silence", Stage::kFirstBlockSent, Outcome::kNotSent, -2007, 2001, {},
-               {fails(Call::kWrite, EAGAIN, kForever)}, "takes no byte");
+    add({"silence",
+         Stage::kFirstBlockSent,
+         "the line is full",
+         {},
+         event_at(Stage::kFirstBlockSent),
+         Outcome::kNotSent,
+         -2007,
+         2001,
+         Surroundings::kLineFull});
+    add({"silence", Stage::kNextBlockSent, "the line is full", take_first_block() + Script{ack()},
+         event_at(Stage::kNextBlockSent), Outcome::kNotSent, -2007, 2001, Surroundings::kLineFull});
+    hangs_up(Stage::kFirstBlockSent, Outcome::kNotSent, -2006, 0, {}, event_at(Stage::kFirstBlockSent));
+    hangs_up(Stage::kNextBlockSent, Outcome::kNotReceived, -2004, 30001, take_first_block() + Script{ack()},
+             event_at(Stage::kNextBlockSent), "counts as sent: kept");
   }
 
   void await_acks() {
@@ -305,6 +396,9 @@ class Matrix {
     survives("garbage inside", kFirst,
              before + Script{send(half + "\x03" + first_block().substr(2000)), expect_nak()} + send_reply(),
              {}, 0, "an ETX: NAK");
+    fails_with("three bad checksums", kFirst, Outcome::kNotReceived, -2005, 0,
+               before + 3 * Script{send(half + "\x03" + first_block().substr(2000)), expect_nak()}, {},
+               "an ETX inside each");
     survives("EINTR storm", kFirst, before + send_reply(),
              {fails(Call::kRead, EINTR, 1000, kReadsBeforeFirstBlock)});
     survives("EAGAIN run", kFirst, before + send_reply(),
@@ -324,6 +418,12 @@ class Matrix {
     survives("silence", kNext, first_received + Script{expect_nak()} + send_reply(), {}, 101, "once: NAK");
     fails_with("silence", kNext, Outcome::kNotReceived, -2006, 303,
                before + 3 * Script{send(first_block()), expect_ack(), expect_nak()}, {}, "three times");
+    fails_with("silence for good", kNext, Outcome::kNotReceived, -2003, 9101,
+               first_received + Script{send(next_half), expect_nak()});
+    survives("pause of 100 ms", kNext,
+             first_received + Script{send(next_half), await_reader(), pause_ms(100),
+                                     send(next_block().substr(1000)), expect_ack()},
+             {}, 100);
     survives("one bad checksum", kNext, before + send_damaged_reply() + send_reply());
     survives("two bad checksums", kNext, before + 2 * send_damaged_reply() + send_reply());
     fails_with("three bad checksums", kNext, Outcome::kNotReceived, -2005, 0,
@@ -338,16 +438,78 @@ class Matrix {
              first_received +
                  Script{send(next_block() + frame("000042|06000")), expect_ack(), send_frame("000042|06000")},
              {}, 0, "dropped, at the latest by the next call");
-    survives("oversize reply", kNext,
-             before +
-                 Script{send("\x02" + std::string(kPacketBufferSize - 1, 'x')),
-                        expect(std::string(kPacketBufferSize / kBlock, kAck)), expect_nak()} +
-                 send_reply(),
-             {}, 0, "broken off at 10 MiB");
-    survives("EINTR storm", kNext, before + send_reply(),
-             {fails(Call::kRead, EINTR, 1000, kReadsBeforeFirstBlock + 2)});
+    const Script oversize = {send("\x02" + std::string(kPacketBufferSize - 1, 'x')),
+                             expect(std::string(kPacketBufferSize / kBlock, kAck)), expect_nak()};
+    survives("oversize reply", kNext, before + oversize + send_reply(), {}, 0, "broken off at 10 MiB");
+    fails_with("oversize reply", kNext, Outcome::kNotReceived, -2006, 0, before + 3 * oversize, {},
+               "three times");
+    survives("EINTR storm", kNext, before + send_reply(), {fails_behind_block(Call::kRead, EINTR, 1000)});
+    survives("EAGAIN run", kNext, before + send_reply(), {fails_behind_block(Call::kRead, EAGAIN, 100)}, 99);
     fails_with("EIO", kNext, Outcome::kNotReceived, -2007, 0, first_received + Script{send(next_half)},
                {fails_behind_block(Call::kRead, EIO)});
+    survives("EBADF for a moment", kNext, before + send_reply(),
+             {fails_behind_block(Call::kRead, EBADF, 100)}, 99);
+    fails_with("EBADF", kNext, Outcome::kNotReceived, -2004, 402,
+               first_received + Script{send(next_half), expect_nak()},
+               {fails_behind_block(Call::kRead, EBADF, kForever),
+                fails_single_reads(EBADF, kSingleReadsBeforeReply)});
+  }
+
+  // The ACK of the reply's first block, and the NAK of a reply that is damaged behind it. Whether such a byte
+  // could be written is not looked at: a device that does not get it stays silent.
+  void answer_blocks() {
+    const std::string damaged = bad_frame(reply());
+    struct Answer {
+      const char* detail;
+      Stage stage;
+      int writes_before;
+      Script before;           // up to the moment when the answer is written
+      Script after;            // when the device gets it
+      std::int64_t gap;        // until the library sees that nothing follows
+      std::int64_t stx_limit;  // of the next attempt
+      Script after_gap;        // when a NAK gets through at that moment
+    };
+    const Script command = acknowledged_command();
+    const Answer answers[] = {
+        {"ACK of the block", Stage::kFirstBlockReceived, kWritesOfCommand,
+         command + Script{send(first_block())}, Script{expect_ack(), send(next_block()), expect_ack()}, 101,
+         301, Script{expect_nak()} + send_reply()},
+        {"NAK",
+         Stage::kNextBlockReceived,
+         kWritesOfCommand + 1,
+         command + Script{send(damaged.substr(0, kBlock)), expect_ack(), send(damaged.substr(kBlock))},
+         Script{expect_nak()} + send_reply(),
+         0,
+         101,
+         {}},
+    };
+    constexpr std::int64_t kWriteLimit = 101;
+    constexpr std::int64_t kThreeWaits = 9000;
+    for (const Answer& answer : answers) {
+      const auto faults = [&](Fault fault) { return behind(answer.writes_before, std::move(fault)); };
+      const Script all = answer.before + answer.after;
+      const bool is_ack = answer.gap != 0;
+      survives("EINTR storm", answer.stage, all, faults(fails(Call::kWrite, EINTR, 1000)), 0, answer.detail);
+      survives("EAGAIN run", answer.stage, all, faults(fails(Call::kWrite, EAGAIN, 50)), 50, answer.detail);
+      survives("writes of nothing", answer.stage, all, faults(gives_nothing(Call::kWrite, 50)), 50,
+               answer.detail);
+      survives("EBADF for a moment", answer.stage, all, faults(fails(Call::kWrite, EBADF, 50)), 50,
+               answer.detail);
+      // Behind a lost ACK comes a NAK, which is lost as well.
+      const std::int64_t lost = is_ack ? 2 * kWriteLimit + answer.gap : kWriteLimit;
+      for (const auto& [name, error] : {std::pair{"EAGAIN without end", EAGAIN}, {"EBADF", EBADF}})
+        fails_with(name, answer.stage, Outcome::kNotReceived, -2003, lost + kThreeWaits, answer.before,
+                   faults(fails(Call::kWrite, error, kForever)), answer.detail);
+      if (is_ack) {
+        survives("EIO", answer.stage, answer.before + answer.after_gap, faults(fails(Call::kWrite, EIO)),
+                 answer.gap, answer.detail);
+      } else {
+        fails_with("EIO", answer.stage, Outcome::kNotReceived, -2003, kThreeWaits, answer.before,
+                   faults(fails(Call::kWrite, EIO)), answer.detail);
+      }
+      hangs_up(answer.stage, Outcome::kNotReceived, -2004, answer.gap + answer.stx_limit, answer.before,
+               faults(event(Call::kWrite)), answer.detail);
+    }
   }
 
   void acknowledge() {
@@ -362,9 +524,15 @@ class Matrix {
              50);
     survives("EAGAIN without end", kStage, without_ack,
              behind(kWritesBefore, fails(Call::kWrite, EAGAIN, kForever)), 101);
+    survives("writes of nothing", kStage, whole_exchange(),
+             behind(kWritesBefore, gives_nothing(Call::kWrite, 50)), 50);
+    add({"silence", kStage, "the line is full", without_ack, event_at(kStage), Outcome::kReply, 0, 101,
+         Surroundings::kLineFull});
     survives("EIO", kStage, without_ack, behind(kWritesBefore, fails(Call::kWrite, EIO)));
     survives("EBADF", kStage, without_ack, behind(kWritesBefore, fails(Call::kWrite, EBADF, kForever)), 101);
     survives("hang-up", kStage, without_ack + Script{await_reader(), hang_up()});
+    survives("duplicate reply", kStage, whole_exchange() + Script{send_frame("000042|06000")}, {}, 0,
+             "dropped by the next call");
   }
 
   void close() {
@@ -374,22 +542,127 @@ class Matrix {
     for (const auto& [name, error] : {std::pair{"EIO", EIO}, {"EBADF", EBADF}, {"EAGAIN", EAGAIN}})
       survives(name, kStage, whole_exchange(),
                {fails(Call::kFlock, error, 1, 1), fails(Call::kClose, error)});
+    hangs_up(kStage, Outcome::kReply, 0, 0, whole_exchange(), event_at(kStage));
   }
 
   void surround() {
     constexpr Stage kStage = Stage::kWholeCall;
     around("full disk", kStage, Surroundings::kFullDisk);
     around("read-only folder", kStage, Surroundings::kReadOnlyFolder);
-    around("log directory removed in flight", kStage, Surroundings::kLogFolderRemoved);
-    around("clock stepping backwards", kStage, Surroundings::kClockBackwards);
-    around("time zone change", kStage, Surroundings::kTimeZoneChange);
     around("midnight between two calls", kStage, Surroundings::kMidnight);
+    for (int stage = 0; stage <= static_cast<int>(kStage); ++stage) {
+      const auto at = static_cast<Stage>(stage);
+      around("log directory removed in flight", at, Surroundings::kLogFolderRemoved, Outcome::kReply, 0,
+             event_at(at));
+      around("clock stepping backwards", at, Surroundings::kClockBackwards, Outcome::kReply, 0, event_at(at));
+      around("time zone change", at, Surroundings::kTimeZoneChange, Outcome::kReply, 0, event_at(at));
+    }
+  }
+
+  // Whatever hangs up may be back under its name at once: the call in progress does not get it.
+  void bring_back() {
+    const std::vector<Cell> all = cells_;
+    for (Cell cell : all) {
+      if (cell.fault != "hang-up" || cell.stage == Stage::kOpened) continue;
+      cell.fault = "device removed and back";
+      cell.surroundings = Surroundings::kPortBack;
+      add(std::move(cell));
+    }
   }
 
   std::vector<Cell> cells_;
 };
 
 }  // namespace
+
+const std::vector<Family>& families() {
+  static const std::vector<Family> all = {
+      {"hang-up", {"hang-up"}},
+      {"device removed and back", {"device removed and back"}},
+      {"silence", {"silence", "silence, then a reply", "silence for good", "pause of 100 ms"}},
+      {"NAK run", {"one NAK", "three NAKs", "four NAKs"}},
+      {"bad checksum run", {"one bad checksum", "two bad checksums", "three bad checksums"}},
+      {"one byte at a time", {"one byte at a time"}},
+      {"garbage before", {"garbage before", "garbage, then silence", "garbage without end", "lone STX"}},
+      {"garbage inside", {"garbage inside"}},
+      {"late previous reply", {"late previous reply"}},
+      {"duplicate reply", {"duplicate reply"}},
+      {"oversize reply", {"oversize reply"}},
+      {"EINTR storm", {"EINTR storm"}},
+      {"short writes", {"short writes", "writes of nothing"}},
+      {"EAGAIN run", {"EAGAIN run", "EAGAIN without end", "EAGAIN"}},
+      {"EIO", {"EIO", "EIO for a moment"}},
+      {"EBADF", {"EBADF", "EBADF for a moment"}},
+      {"full disk", {"full disk"}},
+      {"read-only folder", {"read-only folder"}},
+      {"log directory removed in flight", {"log directory removed in flight"}},
+      {"clock stepping backwards", {"clock stepping backwards"}},
+      {"time zone change", {"time zone change"}},
+      {"midnight between two calls", {"midnight between two calls"}},
+  };
+  return all;
+}
+
+const Family* family_of(const std::string& label) {
+  for (const Family& family : families()) {
+    if (std::find(family.labels.begin(), family.labels.end(), label) != family.labels.end()) return &family;
+  }
+  return nullptr;
+}
+
+const std::vector<Reason>& reasons() {
+  constexpr Stage kFound = Stage::kFound, kOpened = Stage::kOpened, kLocked = Stage::kLocked,
+                  kConfigured = Stage::kConfigured, kBlock1 = Stage::kFirstBlockSent,
+                  kBlock2 = Stage::kNextBlockSent, kAck1 = Stage::kFirstAckAwaited,
+                  kAck2 = Stage::kNextAckAwaited, kStx = Stage::kStxAwaited,
+                  kReply1 = Stage::kFirstBlockReceived, kReply2 = Stage::kNextBlockReceived,
+                  kFinal = Stage::kFinalAck, kClosed = Stage::kClosed;
+  static const std::vector<Reason> all = {
+      {"nothing is open yet; who goes now is missed when the port is opened", {"hang-up"}, {kFound}},
+      {"nothing is read from the device or written to it yet",
+       {"silence", "NAK run", "bad checksum run", "one byte at a time", "garbage before", "garbage inside",
+        "late previous reply", "duplicate reply", "oversize reply", "short writes"},
+       {kFound, kOpened, kLocked}},
+      {"a silent device is what is wanted here", {"silence"}, {kConfigured}},
+      {"nobody listens to the device any more", {"silence"}, {kClosed}},
+      {"whatever waits is dropped: see garbage before and late previous reply",
+       {"NAK run", "bad checksum run", "one byte at a time", "garbage inside", "duplicate reply",
+        "oversize reply"},
+       {kConfigured}},
+      {"nothing is written", {"short writes"}, {kConfigured, kAck1, kAck2, kStx, kClosed}},
+      {"nothing is read meanwhile; what comes early is read where the ACK is awaited",
+       {"NAK run", "garbage before", "late previous reply"},
+       {kBlock1, kBlock2}},
+      {"the reply is not being read",
+       {"bad checksum run", "garbage inside", "oversize reply"},
+       {kBlock1, kBlock2, kAck1, kAck2, kStx, kFinal, kClosed}},
+      {"the device sends nothing; for the host's own bytes see short writes",
+       {"one byte at a time"},
+       {kBlock1, kBlock2}},
+      {"what is awaited or written is a single byte", {"one byte at a time"}, {kAck1, kAck2, kStx, kFinal}},
+      {"no reply has come yet; a former call's is a late previous reply",
+       {"duplicate reply"},
+       {kBlock1, kBlock2, kAck1, kAck2, kStx, kReply1}},
+      {"a NAK is garbage before the STX", {"NAK run"}, {kStx}},
+      {"a byte of the reply like any other: see garbage inside",
+       {"NAK run", "garbage before", "late previous reply"},
+       {kReply1, kReply2}},
+      {"shows behind the first block only", {"oversize reply"}, {kReply1}},
+      {"nothing is read any more; the next call drops it, as the duplicate reply behind the final ACK",
+       {"NAK run", "garbage before", "late previous reply"},
+       {kFinal, kClosed}},
+      {"nothing is read any more; see final ACK", {"one byte at a time", "duplicate reply"}, {kClosed}},
+      {"lasts for the whole call: see there",
+       {"full disk", "read-only folder"},
+       {kFound, kOpened, kLocked, kConfigured, kBlock1, kBlock2, kAck1, kAck2, kStx, kReply1, kReply2, kFinal,
+        kClosed}},
+      {"between two calls: see whole call",
+       {"midnight between two calls"},
+       {kFound, kOpened, kLocked, kConfigured, kBlock1, kBlock2, kAck1, kAck2, kStx, kReply1, kReply2, kFinal,
+        kClosed}},
+  };
+  return all;
+}
 
 const std::string& sale() {
   static const std::string text(kSaleLength, 'v');

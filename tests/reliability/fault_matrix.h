@@ -1,5 +1,5 @@
-// Every fault at every stage of a transaction where it can happen, as data. A test plays each cell; the table
-// in docs/reliability.md is printed from the same cells.
+// Every fault at every stage of a transaction, as data: a cell for each way in which it can happen there, or
+// the reason why it cannot. A test plays each cell; the tables in docs/reliability.md are printed from them.
 #pragma once
 
 #include <cstddef>
@@ -45,6 +45,24 @@ inline constexpr const char* kStageNames[] = {
     "whole call",
 };
 
+// The faults of the matrix; each has one label or more in the cells.
+struct Family {
+  const char* name;
+  std::vector<std::string> labels;
+};
+const std::vector<Family>& families();
+
+// The family of a label; nullptr for what goes wrong at one stage only.
+const Family* family_of(const std::string& label);
+
+// Why these faults cannot happen, or mean nothing of their own, at these stages.
+struct Reason {
+  const char* why;
+  std::vector<std::string> families;
+  std::vector<Stage> stages;
+};
+const std::vector<Reason>& reasons();
+
 // What the call returns.
 enum class Outcome {
   kReply,
@@ -58,20 +76,26 @@ enum class Outcome {
   kNotReceived,
 };
 
-// What happens around the call, beside the line and its system calls.
+// What happens around the call, beside the line and its system calls. "In the middle" is where a fault of the
+// cell is an event; without any other meaning that event lets the script go on behind await_release.
 enum class Surroundings {
   kNormal,
-  kNoPort,    // the port's name leads nowhere
-  kPortGone,  // the device is removed; another one comes after the call
-  kPortHeld,  // another process has the lock
-  kNoPortConfigured,
+  kNoPort,            // the port's name leads nowhere
+  kPortGone,          // the device is removed before the call, and comes back behind it
+  kPortBack,          // the device is removed in the middle, and at once another one has its name
+  kPortHeld,          // another process has the lock
+  kLineFull,          // in the middle: the device takes nothing more, and the line holds all it can
+  kNoPortConfigured,  // and none is found
+  kSearched,          // the port's name comes from the search, which signals interrupt
+  kSearchedGone,      // likewise, while the device is away; it comes back behind the call
+  kSearchFails,
   kFullDisk,
   kReadOnlyFolder,
-  kLogFolderRemoved,  // while the device answers
+  kLogFolderRemoved,  // in the middle
   kClockBackwards,    // likewise
   kTimeZoneChange,    // likewise
-  kEndlessGarbage,    // each look at the clock takes its time
   kMidnight,          // between the call before and this one
+  kEndlessGarbage,    // each look at the clock takes its time, so that the end is not sharp
 };
 
 struct Cell {
@@ -84,6 +108,8 @@ struct Cell {
   int code = 0;         // in the failure text
   std::int64_t ms = 0;  // how long the call takes
   Surroundings surroundings = Surroundings::kNormal;
+
+  bool ends_sharply() const { return surroundings != Surroundings::kEndlessGarbage; }
 };
 
 const std::vector<Cell>& cells();

@@ -43,8 +43,13 @@ bool holds_secret(const std::string& text) {
 class Secrets : public testing::TestWithParam<Exposure> {
  protected:
   // A host that makes one call with a secret activation code, in a folder of its own.
-  fs::path play(const std::string& name, char plan, std::size_t sale_length) {
+  fs::path play(const std::string& name, char plan, std::size_t sale_length,
+                const std::string& file_in_the_way = "") {
     const fs::path folder = fs::absolute(name);
+    if (!file_in_the_way.empty()) {
+      fs::create_directories(folder);
+      write_file(folder / file_in_the_way, "");
+    }
     const int end = run_host(folder, [&] {
       umask(022);
       configure_port(device_.port(), GetParam().log_mode);
@@ -73,6 +78,13 @@ TEST_P(Secrets, ActivationCodeIsLoggedExactlyWhereTheTableSays) {
     EXPECT_FALSE(holds_secret(content_of(folder, "SAT.conf")));
     EXPECT_FALSE(holds_secret(content_of(folder, "SAT.ini")));
   }
+}
+
+// The line that finds no log is shown in the warning about it.
+TEST_P(Secrets, WithoutAFolderForLogsTheWarningTells) {
+  const fs::path folder = play("no_folder", 'A', 100, "Log");
+  EXPECT_EQ(holds_secret(content_of(folder, "_SAT_ProtocolLog.txt")), false);
+  EXPECT_EQ(holds_secret(content_of(folder, ".log")), GetParam().log_mode >= '2');
 }
 
 TEST_P(Secrets, AFailedCallTellsNoMore) {
