@@ -424,7 +424,7 @@ TALVEX_API int OLK_GetIniFileValue(const char* pIniFileName, const char* pSessio
  * behind that section, and text in front of it is lost too. Write such files anew instead.
  * Returns a code of 0 or more from the list above; TALVEX_INI_ERR_INVALID_PARAM for a null file name or
  * section; or TALVEX_INI_ERR_NOT_FOUND, TALVEX_INI_ERR_CREATE. After TALVEX_INI_ERR_CREATE the file is
- * unchanged. */
+ * unchanged, unless the disk was full: then a part of what was to be added may stand at its end. */
 TALVEX_API int OLK_SetIniFileValue(const char* pIniFileName, const char* pSession, const char* pItem,
                                    const char* pNewValue);
 

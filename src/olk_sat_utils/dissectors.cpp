@@ -274,9 +274,11 @@ bool has_field(const char* frame) {
 bool may_lack_etx(const FrameLines& lines, const char* frame, int length) {
   if (length < 2) return false;
   const size_t text_end = static_cast<size_t>(length) - 2;
+  if (frame[text_end + 1] == kEtx) return false;
+  // A command is looked at whole for each of its blocks: one byte tells for all but the last.
+  if (lines.text_end == TextEnd::kOfString && frame[text_end] != '\0') return false;
   const size_t string_end = strnlen(frame, static_cast<size_t>(length));
-  const bool reached = lines.text_end == TextEnd::kOfString ? string_end == text_end : string_end >= text_end;
-  return reached && frame[text_end + 1] != kEtx;
+  return lines.text_end == TextEnd::kOfString ? string_end == text_end : string_end >= text_end;
 }
 
 // With information not logged, what can be left to say is that the frame has no field or lacks its ETX.

@@ -22,7 +22,7 @@ bool covers_text(int length, size_t text_length) {
   return static_cast<size_t>(static_cast<int64_t>(length)) >= text_length - 3;
 }
 
-void trace_zero_checksum(const unsigned char* packet, int packet_length, int stored_length) {
+void trace_zero_checksum(const unsigned char* packet, int packet_length) {
   constexpr char kFunction[] = "SAT_API_CreatePacket";
   SAT_UTILS_TRACE_IN(kFunction, kInfo, "    pSatPkt[%02d]=[%02Xh]rc-2=CHECKSUM=0x00!!!!!!\n",
                      packet_length - 2, packet[packet_length - 2]);
@@ -30,7 +30,7 @@ void trace_zero_checksum(const unsigned char* packet, int packet_length, int sto
                      packet[packet_length - 1]);
   SAT_UTILS_TRACE_IN(kFunction, kInfo,
                      "    rc[%06d]WR\n\t *piSatPktLen[%02d]>> SAT-PC pSatPkt[%04d:%s<0x00><ETX>]\n",
-                     packet_length, stored_length, length_field(strlen(as_text(packet))), as_text(packet));
+                     packet_length, packet_length, length_field(strlen(as_text(packet))), as_text(packet));
 }
 
 }  // namespace
@@ -82,7 +82,7 @@ int SAT_API_CreatePacket(const unsigned char* pSatMsg, int iSatMsgLen, unsigned 
   const int packet_length = static_cast<int>(closing - pSatPkt) + 2;
   *piSatPktLen = packet_length;
 
-  if (checksum == 0x00) trace_zero_checksum(pSatPkt, packet_length, *piSatPktLen);
+  if (checksum == 0x00) trace_zero_checksum(pSatPkt, packet_length);
   return packet_length;
 }
 

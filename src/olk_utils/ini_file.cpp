@@ -33,13 +33,6 @@ constexpr size_t kWriteSlack = kReadAhead + kLargestGrowth + 2;
 // A composed line, or a header with its first line, and the NUL.
 constexpr size_t kLineSize = 256;
 
-// What the writer has done. Other results are INI_FILE_ITEM_ADDED and the negative codes.
-constexpr int kUnchanged = 0;
-constexpr int kSectionOnly = 2;
-constexpr int kSectionWithItem = 4;
-constexpr int kItemChanged = 5;
-constexpr int kItemWithoutValue = 8;
-
 // Normally absent: its lookup is not worth a line.
 constexpr char kSilentItem[] = "FixarPorta";
 
@@ -91,17 +84,17 @@ const char* value_end(const char* value, size_t look_ahead, const char* file_end
   return at;
 }
 
-bool is_one_of(char character, const char* set) {
-  return character != '\0' && strchr(set, character) != nullptr;
+bool is_dropped(char character) {
+  return character != '\0' && strchr(kDroppedCharacters, character) != nullptr;
 }
 
 // Copies the value without its dropped characters and without carriage returns at its end. False, with
 // an empty buffer, when it does not fit.
 bool copy_value(const char* from, const char* end, char* value, size_t capacity) {
-  while (end > from && (end[-1] == '\r' || is_one_of(end[-1], kDroppedCharacters))) --end;
+  while (end > from && (end[-1] == '\r' || is_dropped(end[-1]))) --end;
   size_t length = 0;
   for (; from < end; ++from) {
-    if (is_one_of(*from, kDroppedCharacters)) continue;
+    if (is_dropped(*from)) continue;
     if (length + 1 >= capacity) {
       value[0] = '\0';
       return false;
@@ -258,7 +251,7 @@ int create_file(const Edit& edit) {
   UTILS_TRACE_IN(kWriter, kWarning, " rc[%06d]OK: pIniFileName[%s]File Successful Openned!!!\n", 0,
                  edit.file_name);
   const bool with_item = names_item(edit) && has_value(edit);
-  return store(edit, file, lines, strlen(lines), with_item ? kSectionWithItem : kSectionOnly,
+  return store(edit, file, lines, strlen(lines), with_item ? TALVEX_INI_CREATED : TALVEX_INI_SECTION_ONLY,
                INI_FILE_ERR_CREATE);
 }
 
@@ -275,8 +268,8 @@ int append_section(const Edit& edit) {
 
   const int file = open_file(edit.file_name, O_WRONLY | O_APPEND | O_CREAT, 0666);
   if (file == -1) return report_unopened(edit);
-  const int with_item = has_value(edit) ? kSectionWithItem : kItemWithoutValue;
-  return store(edit, file, lines, strlen(lines), names_item(edit) ? with_item : kSectionOnly,
+  const int with_item = has_value(edit) ? TALVEX_INI_CREATED : TALVEX_INI_NO_VALUE;
+  return store(edit, file, lines, strlen(lines), names_item(edit) ? with_item : TALVEX_INI_SECTION_ONLY,
                INI_FILE_ERR_CREATE);
 }
 
@@ -313,7 +306,7 @@ int replace_value(const Edit& edit, Text& text, size_t at) {
   char* value = text.bytes + at;
   const size_t old_length = strcspn(value, "\r\n");
   const size_t new_length = strlen(edit.value);
-  if (new_length == old_length && memcmp(value, edit.value, new_length) == 0) return kUnchanged;
+  if (new_length == old_length && memcmp(value, edit.value, new_length) == 0) return TALVEX_INI_UNCHANGED;
 
   if (new_length > old_length) {
     const size_t growth = new_length - old_length;
@@ -323,14 +316,14 @@ int replace_value(const Edit& edit, Text& text, size_t at) {
     memset(value + new_length, ' ', old_length - new_length);
   }
   memcpy(value, edit.value, new_length);
-  return rewrite(edit, text, kItemChanged);
+  return rewrite(edit, text, TALVEX_INI_CHANGED);
 }
 
 // Name and value become blanks, the length of the file stays.
 int blank_item(const Edit& edit, const Text& text, size_t at) {
   char* name = text.bytes + at;
   memset(name, ' ', strcspn(name, "\r\n"));
-  return rewrite(edit, text, kItemChanged);
+  return rewrite(edit, text, TALVEX_INI_CHANGED);
 }
 
 // Kept: the value starts one character behind the name, whatever that character is.
@@ -357,7 +350,7 @@ int report_unopened_for_append(const Edit& edit) {
 }
 
 int append_item(const Edit& edit) {
-  if (!has_value(edit)) return kItemWithoutValue;
+  if (!has_value(edit)) return TALVEX_INI_NO_VALUE;
   char line[kLineSize];
   if (!compose_item(edit, line, sizeof line)) return refuse(edit, "line too long");
 
@@ -388,14 +381,14 @@ int insert_item(const Edit& edit, Text& text, size_t at) {
 
 // The writer's search steps over "=" and blanks, so no name that starts with one is ever found.
 const char* find_item_to_change(const char* from, const char* item) {
-  if (is_one_of(*item, kDroppedCharacters)) return nullptr;
+  if (is_dropped(*item)) return nullptr;
   return find_item(from + strspn(from, kDroppedCharacters), item);
 }
 
 int change_text(const Edit& edit, Text& text) {
   const char* header = find_header(text.bytes, edit.section);
   if (header == nullptr) return append_section(edit);
-  if (edit.item == nullptr) return kSectionOnly;
+  if (edit.item == nullptr) return TALVEX_INI_SECTION_ONLY;
 
   const char* body = header + strlen(edit.section) + 2;
   if (const char* item = find_item_to_change(body, edit.item); item != nullptr) {
@@ -433,7 +426,7 @@ int change_file(const Edit& edit) {
   const bool complete = read_up_to(file, text.bytes, static_cast<size_t>(file_size) + kReadAhead, length);
   close(file);
   text.length = strlen(text.bytes);
-  const int result = complete ? change_text(edit, text) : report_unopened(edit);
+  const int result = complete ? change_text(edit, text) : refuse(edit, "read() Fail");
   free(text.bytes);
   return result;
 }

@@ -9,8 +9,8 @@
 namespace {
 
 struct NumberForm {
-  size_t formattedLength;
-  size_t bareLength;
+  size_t formatted_length;
+  size_t bare_length;
   const char* separators;
 };
 constexpr NumberForm kCnpjForm = {18, 14, "./-"};  // 11.222.333/0001-81
@@ -30,7 +30,7 @@ enum class FormDefect { kNone, kFormatted, kBare, kTooShort, kTooLong, kOtherLen
 // A formatted number of separators and digits in any mixture can hold as many digits as the longest form
 // has characters. Missing digits stay zero.
 struct Digits {
-  char text[kCnpjForm.formattedLength + 1];
+  char text[kCnpjForm.formatted_length + 1];
   int count;
 };
 
@@ -56,14 +56,14 @@ bool collect_digits(const char* number, size_t length, const char* separators, D
 }
 
 FormDefect read_number(const char* number, size_t length, const NumberForm& form, Digits& digits) {
-  if (length == form.formattedLength) {
+  if (length == form.formatted_length) {
     return collect_digits(number, length, form.separators, digits) ? FormDefect::kNone
                                                                    : FormDefect::kFormatted;
   }
-  if (length == form.bareLength) {
+  if (length == form.bare_length) {
     return collect_digits(number, length, "", digits) ? FormDefect::kNone : FormDefect::kBare;
   }
-  const size_t expected = strchr(number, '.') == nullptr ? form.bareLength : form.formattedLength;
+  const size_t expected = strchr(number, '.') == nullptr ? form.bare_length : form.formatted_length;
   if (length < expected) return FormDefect::kTooShort;
   if (length > expected) return FormDefect::kTooLong;
   return FormDefect::kOtherLength;
@@ -215,7 +215,7 @@ int OLK_GetCPFCheckDigit(const char* pCPF, int iWeight) {
     return TALVEX_CPF_BAD_DIGIT_COUNT;
   }
   const size_t length = strlen(pCPF);
-  if (length != kCpfForm.bareLength) {
+  if (length != kCpfForm.bare_length) {
     UTILS_TRACE(kError, " rc[%06d]ER pCPF[%02d:%s]Invalid Len Expected 11\n", TALVEX_CPF_BAD_DIGIT_COUNT,
                 length_field(length), pCPF);
     return TALVEX_CPF_BAD_DIGIT_COUNT;

@@ -351,6 +351,18 @@ TEST_F(DefaultFile, YieldsTheseSettings) {
   EXPECT_EQ(gl_tSat.lSatEmulatorOn, 0);
 }
 
+TEST_F(DefaultFile, AnswersTheReaderToo) {
+  ASSERT_GT(CreateFile_TalvexIni(), 0);
+  const auto value = [](const char* section, const char* item) {
+    char found[TALVEX_INI_VALUE_SIZE] = "untouched";
+    EXPECT_EQ(OLK_GetIniFileValue("SAT.ini", section, item, found), TALVEX_INI_FOUND) << item;
+    return std::string(found);
+  };
+  EXPECT_EQ(value("SAT_EMULATOR", "Enable"), "0");
+  EXPECT_EQ(value("LOG", "LogFile"), "PathLog") << "an item matches the beginning of a longer one";
+  EXPECT_EQ(value("SAT_TIMEOUT", "AtivarSAT"), "1800");
+}
+
 TEST_F(DefaultFile, IsMadeByAnUpdateThatFindsNone) {
   EXPECT_EQ(UpdateTalvexConfiguration(), kLastStep);
   EXPECT_EQ(read_file("SAT.ini"), kDefaultFile);

@@ -246,12 +246,13 @@ TEST_F(CreatePacket, RefusesALengthThatFitsNoFrame) {
   EXPECT_EQ(SAT_API_CreatePacket(without_stx, -1, packet, &length), -1);
   EXPECT_EQ(SAT_API_CreatePacket(without_stx, INT_MIN, packet, &length), -1);
   EXPECT_EQ(SAT_API_CreatePacket(without_stx, INT_MAX, packet, &length), -1);
+  EXPECT_EQ(SAT_API_CreatePacket(without_stx, INT_MAX - 1, packet, &length), -1);
   EXPECT_EQ(length, -77);
   for (const unsigned char byte : packet) EXPECT_EQ(byte, 0xEE);
   EXPECT_THAT(take_lines(),
               ElementsAre(refusal(with_stx, packet, &length), refusal(without_stx, packet, &length),
                           refusal(without_stx, packet, &length), refusal(without_stx, packet, &length),
-                          refusal(without_stx, packet, &length)));
+                          refusal(without_stx, packet, &length), refusal(without_stx, packet, &length)));
 }
 
 TEST_F(CreatePacket, MakesTheGoldenFrames) {

@@ -62,6 +62,7 @@ std::string trace_line(const std::string& function, const std::string& text) {
 class Ibge : public testing::Test {
  protected:
   Ibge() { bTraceLogsEnabled = 1; }
+  ~Ibge() override { bTraceLogsEnabled = bErrorLogsEnabled = 0; }
   ScratchDirectory directory_;
 };
 

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "olk_utils/trace_log.h"
+#include "support/full_disk.h"
 #include "support/scratch_directory.h"
 #include "support/text_files.h"
 
@@ -696,9 +697,8 @@ TEST_F(IniFile, FileThatCannotBeReadToItsEndIsNotWritten) {
   EXPECT_EQ(OLK_SetIniFileValue(kIni, "S", "K", "2"), -401);
   reads_fail = false;
   EXPECT_EQ(read_file(kIni), content);
-  EXPECT_EQ(messages(),
-            (Messages{"ERR [] OLK_SetIniFileValue rc[-00401]ER:INI_FILE_ERR_CREATE    fopen() Fail "
-                      "pIniFileName[x.ini] pSession[S] pItem[K]\n"}));
+  EXPECT_EQ(messages(), (Messages{"ERR [] OLK_SetIniFileValue rc[-00401]ER:INI_FILE_ERR_CREATE read() Fail "
+                                  "pIniFileName[x.ini] pSession[S] pItem[K]\n"}));
 }
 
 // A read-only file: every way of writing to it, with its own line.
@@ -732,16 +732,17 @@ TEST_F(IniFile, FullDiskIsAFailure) {
 }
 
 TEST_F(IniFile, RewriteThatDoesNotFitIsAFailure) {
-  write_file(kIni, "[S]\nK=1\n");
-  bTraceLogsEnabled = 0;
-  signal(SIGXFSZ, SIG_IGN);
-  rlimit former{};
-  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &former), 0);
-  const rlimit small{6, former.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
-  const int code = OLK_SetIniFileValue(kIni, "S", "K", "2");
-  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &former), 0);
-  EXPECT_EQ(code, -301);
+  // Room for the trace, but not for the text.
+  constexpr std::size_t kRoom = 50000;
+  const string comment(kRoom, '#');
+  write_file(kIni, "[S]\nK=1\n" + comment);
+  {
+    const FullDisk disk(kRoom);
+    EXPECT_EQ(OLK_SetIniFileValue(kIni, "S", "K", "2"), -301);
+  }
+  EXPECT_EQ(read_file(kIni), ("[S]\nK=2\n" + comment).substr(0, kRoom));
+  EXPECT_EQ(messages(), (Messages{"ERR [] OLK_SetIniFileValue rc[-00301]ER write() Fail pIniFileName[x.ini] "
+                                  "pSession[S] pItem[K]\n"}));
 }
 
 // ---- limits of the writer ----

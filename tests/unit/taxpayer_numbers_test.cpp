@@ -17,7 +17,11 @@ using testing::ElementsAre;
 
 class TaxpayerNumbers : public testing::Test {
  protected:
-  TaxpayerNumbers() { bTraceLogsEnabled = 1; }
+  TaxpayerNumbers() {
+    pOlkUtilsLogFile = "olk_utils.log";
+    bTraceLogsEnabled = 1;
+  }
+  ~TaxpayerNumbers() override { bTraceLogsEnabled = 0; }
   static std::vector<std::string> messages() { return trace_messages("olk_utils.log"); }
   ScratchDirectory directory_;
 };
