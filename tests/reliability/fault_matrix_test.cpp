@@ -10,6 +10,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/file.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -264,16 +265,20 @@ class FaultMatrix : public testing::TestWithParam<Cell> {
     take_turn();
   }
 
-  // From the device's own end of the port. Looking for bytes lets the kernel move those on the line up, and
-  // what then still does not go in makes it full.
+  // From the device's own end of the port, until the kernel has moved up what it can and refuses the rest.
+  // Where poll sees no room, or where many bytes are refused, a single one may still go in.
   void fill_line() {
+    constexpr int kQueue = 4095;  // of the master's end
+    constexpr int kNoRoomMs = 20;
     const std::string bytes(4096, 'F');
-    for (int refused = 0; refused < 2;) {
-      const ssize_t count = write(device_->port(), bytes.data(), bytes.size());
+    int queued = 0;
+    for (int refused = 0; refused < 2 || queued < kQueue;) {
+      const ssize_t count = write(device_->port(), bytes.data(), refused == 0 ? bytes.size() : 1);
       filled_ += count > 0 ? static_cast<std::size_t>(count) : 0;
       refused = count > 0 ? 0 : refused + 1;
-      pollfd line{device_->master(), POLLIN, 0};
-      poll(&line, 1, 0);
+      pollfd line{device_->port(), POLLOUT, 0};
+      if (refused > 0 && poll(&line, 1, kNoRoomMs) == 1) refused = 0;
+      ioctl(device_->master(), FIONREAD, &queued);
     }
   }
   void empty_line() {
@@ -556,22 +561,28 @@ class FaultMatrix : public testing::TestWithParam<Cell> {
     tzset();
   }
 
+  void play_once(const Cell& cell, long descriptors) {
+    play(cell);
+    repair(cell.surroundings);
+    EXPECT_EQ(descriptors_at_rest(), descriptors) << "descriptors";
+    expect_right_call();
+    expect_closed_and_unlocked();
+    expect_logs(cell);
+    settle();
+  }
+
+  // Buffers of the test's own grow now and then; what leaks grows in every round.
   void play_again_and_again(const Cell& cell) {
     constexpr int kRounds = 3;
-    constexpr std::size_t kAllowedGrowth = 1024;
-    std::size_t heap = 0;
+    constexpr int kMostRounds = 10;
     const long descriptors = descriptors_at_rest();
-    for (int round = 0; round < kRounds && !HasFailure(); ++round) {
-      play(cell);
-      repair(cell.surroundings);
-      EXPECT_EQ(descriptors_at_rest(), descriptors) << "descriptors";
-      expect_right_call();
-      expect_closed_and_unlocked();
-      expect_logs(cell);
-      settle();
-      if (round == 0) heap = heap_in_use();
+    bool heap_grows = true;
+    for (int round = 0; (round < kRounds || heap_grows) && !HasFailure(); ++round) {
+      ASSERT_LT(round, kMostRounds) << "the heap grows in every round";
+      const std::size_t heap = heap_in_use();
+      play_once(cell, descriptors);
+      heap_grows = heap_in_use() > heap;
     }
-    EXPECT_LE(heap_in_use(), heap + kAllowedGrowth);
   }
 
  private:

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "reliability/fault_matrix.h"
 #include "reliability/time_rules.h"
@@ -46,17 +47,63 @@ std::string outcome(const Cell& cell) {
   return std::string("`SAT Erro[") + code + "]`, " + kTexts[static_cast<int>(cell.outcome)];
 }
 
-void print_faults() {
-  std::printf("%zu cells.\n", cells().size());
-  for (int stage = 0; stage <= static_cast<int>(Stage::kWholeCall); ++stage) {
-    std::printf("\n| Stage: %s | What the call returns | After |\n|---|---|---|\n", kStageNames[stage]);
-    for (const Cell& cell : cells()) {
-      if (static_cast<int>(cell.stage) != stage) continue;
-      const std::string detail = cell.detail.empty() ? "" : " (" + cell.detail + ")";
-      std::printf("| %s%s | %s | %s |\n", cell.fault.c_str(), detail.c_str(), outcome(cell).c_str(),
-                  duration(cell.ms).c_str());
+std::string duration_of(const Cell& cell) {
+  if (cell.ends_sharply()) return duration(cell.ms);
+  return std::to_string(cell.ms / 1000) + " s and a little";
+}
+
+// What follows a cell's fault in its row; neighbours that agree in it share a row.
+std::string end_of_row(const Cell& cell) {
+  const std::string detail = cell.detail.empty() ? "" : " (" + cell.detail + ")";
+  return detail + " | " + outcome(cell) + " | " + duration_of(cell) + " |";
+}
+
+void print_stage(Stage stage) {
+  std::printf("\n| Stage: %s | What the call returns | After |\n|---|---|---|\n",
+              kStageNames[static_cast<int>(stage)]);
+  std::string faults;
+  std::string end;
+  const auto print_row = [&] {
+    if (!faults.empty()) std::printf("| %s%s\n", faults.c_str(), end.c_str());
+  };
+  for (const Cell& cell : cells()) {
+    if (cell.stage != stage) continue;
+    if (end_of_row(cell) == end) {
+      faults += ", " + cell.fault;
+      continue;
     }
+    print_row();
+    faults = cell.fault;
+    end = end_of_row(cell);
   }
+  print_row();
+}
+
+std::string joined(const std::vector<std::string>& names) {
+  std::string text;
+  for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
+  return text;
+}
+
+std::string joined(const std::vector<Stage>& stages) {
+  if (stages.size() == static_cast<std::size_t>(Stage::kWholeCall)) return "each";
+  std::vector<std::string> names;
+  for (const Stage stage : stages) names.emplace_back(kStageNames[static_cast<int>(stage)]);
+  return joined(names);
+}
+
+void print_faults() {
+  const std::size_t pairs = families().size() * static_cast<std::size_t>(Stage::kWholeCall);
+  std::size_t with_reason = 0;
+  for (const Reason& reason : reasons()) with_reason += reason.families.size() * reason.stages.size();
+  std::printf("%zu cells. Of %zu pairs of a fault and a stage, %zu have cells and %zu a reason.\n",
+              cells().size(), pairs, pairs - with_reason, with_reason);
+  for (int stage = 0; stage <= static_cast<int>(Stage::kWholeCall); ++stage)
+    print_stage(static_cast<Stage>(stage));
+  std::printf("\n| No cell for | at | because |\n|---|---|---|\n");
+  for (const Reason& reason : reasons())
+    std::printf("| %s | %s | %s |\n", joined(reason.families).c_str(), joined(reason.stages).c_str(),
+                reason.why);
 }
 
 void print_times() {
