@@ -512,7 +512,7 @@ TEST_F(ReceptionTest, BlockEndIsThatOfTheAttempt) {
 
 TEST_F(ReceptionTest, ReplyLongerThanTheClearedPartPasses) {
   log_errors_only();
-  constexpr std::size_t kSixMebibytes = 6 * 1024 * 1024;
+  constexpr std::size_t kSixMebibytes = std::size_t{6} * 1024 * 1024;
   device().play(
       {send_frame(text_for_frame_of(kSixMebibytes)), expect(std::string(kSixMebibytes / kBlock, kAck))});
   EXPECT_EQ(receive(), static_cast<int>(kSixMebibytes) - 3);
