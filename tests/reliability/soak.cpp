@@ -13,6 +13,7 @@
 #include <sys/time.h>
 
 #include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
@@ -20,6 +21,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -43,6 +45,15 @@ constexpr long kAllowedGrowthKib = 512;
 #endif
 constexpr long kTransactionsPerLook = 10000;
 
+// How often the byte behind a stray STX may come too late.
+constexpr unsigned long kLateSeconds = 5;
+constexpr unsigned long kTransactionsPerLateSecond = 10000;
+
+// The port as the library knows it: a link, so that another device can come back under its name. The library
+// takes only names with "/dev/" in them for ports.
+constexpr char kPort[] = "./dev/port0";
+constexpr char kResults[] = "Cupons";
+
 struct Options {
   std::string library;
   std::string device;
@@ -51,20 +62,35 @@ struct Options {
   unsigned long seed = 1;
 };
 
+[[noreturn]] void refuse_options(const char* program) {
+  std::fprintf(stderr, "usage: %s LIBRARY DEVICE [--count N] [--seconds N] [--seed N]\n", program);
+  std::exit(2);
+}
+
+// A whole number above zero, and nothing else.
+bool is_number(const char* text, unsigned long& number) {
+  const char* end = text + std::strlen(text);
+  const auto [stop, error] = std::from_chars(text, end, number);
+  return error == std::errc() && stop == end && number > 0 && number <= 1UL << 40;
+}
+
 Options options_of(int argc, char** argv) {
-  if (argc < 3) {
-    std::fprintf(stderr, "usage: %s LIBRARY DEVICE [--count N] [--seconds N] [--seed N]\n", argv[0]);
-    std::exit(2);
-  }
+  if (argc < 3 || argc % 2 == 0) refuse_options(argv[0]);
   Options options{argv[1], argv[2]};
-  for (int i = 3; i + 1 < argc; i += 2) {
+  for (int i = 3; i < argc; i += 2) {
     const std::string name = argv[i];
-    if (name == "--count") options.count = std::atol(argv[i + 1]);
-    if (name == "--seconds") {
-      options.seconds = std::atof(argv[i + 1]);
+    unsigned long number = 0;
+    if (!is_number(argv[i + 1], number)) refuse_options(argv[0]);
+    if (name == "--count") {
+      options.count = static_cast<long>(number);
+    } else if (name == "--seconds") {
+      options.seconds = static_cast<double>(number);
       options.count = 1L << 40;
+    } else if (name == "--seed") {
+      options.seed = number;
+    } else {
+      refuse_options(argv[0]);
     }
-    if (name == "--seed") options.seed = std::strtoul(argv[i + 1], nullptr, 10);
   }
   return options;
 }
@@ -111,17 +137,37 @@ struct Resources {
 
 class Surroundings {
  public:
-  explicit Surroundings(std::string port) : port_(std::move(port)) { configure('1'); }
+  Surroundings() {
+    fs::create_directory(kResults);
+    fs::create_directory("dev");
+    configure('1', false);
+  }
 
   // A changed file is one with another modification time, in whole seconds.
-  void configure(char log_mode) {
+  void configure(char log_mode, bool saves_results) {
+    saves_results_ = saves_results;
     std::ofstream("SAT.ini", std::ios::trunc)
-        << "[SERIAL_PORT_CONFIG]\nFixarPorta=" << port_
-        << "\n[SAT_TIMEOUT]\n[SAT_EMULATOR]\nEnable=0\n[ARVOLEN]\nPathLinux=.\nEnable=0\n"
-           "[LOG]\nLogFilePath=Log\nLogFileName=\nLogFileMaxSize=200000\nLogMode="
-        << log_mode << "\n";
+        << "[SERIAL_PORT_CONFIG]\nFixarPorta=" << kPort
+        << "\n[SAT_TIMEOUT]\n[SAT_EMULATOR]\nEnable=0\n[ARVOLEN]\nPathLinux=" << kResults
+        << "\nEnable=" << (saves_results ? '1' : '0')
+        << "\n[LOG]\nLogFilePath=Log\nLogFileName=\nLogFileMaxSize=200000\nLogMode=" << log_mode << "\n";
     const timespec times[] = {{++stamp_, 0}, {stamp_, 0}};
     utimensat(AT_FDCWD, "SAT.ini", times, 0);
+  }
+
+  bool saves_results() const { return saves_results_; }
+
+  // The one result file that there is, which is taken away; anything else is no result.
+  static std::string take_result() {
+    std::string result;
+    int files = 0;
+    for (const auto& entry : fs::directory_iterator(kResults)) {
+      std::ifstream file(entry.path(), std::ios::binary);
+      result.assign(std::istreambuf_iterator<char>(file), {});
+      fs::remove(entry.path());
+      ++files;
+    }
+    return files == 1 ? result : std::to_string(files) + " result files";
   }
 
   static void remove_logs() { fs::remove_all("Log"); }
@@ -134,7 +180,7 @@ class Surroundings {
   }
 
  private:
-  std::string port_;
+  bool saves_results_ = false;
   time_t stamp_ = 1000000000;
 };
 
@@ -158,12 +204,8 @@ class PortHolder {
 
 class Run {
  public:
-  explicit Run(const Options& options)
-      : options_(options),
-        library_(options.library),
-        device_(options.device),
-        surroundings_(device_.port()),
-        random_(options.seed) {
+  explicit Run(const Options& options) : options_(options), library_(options.library), random_(options.seed) {
+    connect_device();
     std::vector<int> weights;
     for (const Kind& kind : planned::kKinds) weights.push_back(kind.weight);
     kinds_ = std::discrete_distribution<std::size_t>(weights.begin(), weights.end());
@@ -185,10 +227,12 @@ class Run {
     Surroundings::interrupt_every(0);
     const double seconds = Seconds(std::chrono::steady_clock::now() - start).count();
     if (made_ > warm_up) judge_growth(first);
-    const DeviceCount count = device_.stop();
-    if (count.interrupted > late_seconds_)
-      fail("the device saw exchanges broken off: " + std::to_string(count.interrupted));
-    report(seconds, count, first);
+    const Resources last = resources();
+    remove_device();
+    if (count_.interrupted > late_seconds_)
+      fail("the device saw exchanges broken off: " + std::to_string(count_.interrupted));
+    if (count_.damaged > 0) fail("the device saw damaged commands: " + std::to_string(count_.damaged));
+    report(seconds, first, last);
     return failed_ ? 1 : 0;
   }
 
@@ -213,11 +257,38 @@ class Run {
   }
 
   void disturb() {
-    if (one_in(500)) surroundings_.configure("0111112345"[draw(10)]), ++disturbances_;
+    if (one_in(500)) surroundings_.configure("0111112345"[draw(10)], one_in(4)), ++disturbances_;
     if (one_in(2000)) Surroundings::remove_logs(), ++disturbances_;
     if (one_in(2000)) Surroundings::remove_port_file(), ++disturbances_;
     if (one_in(1000))
       Surroundings::interrupt_every(one_in(2) ? 0 : 300 + static_cast<int>(draw(3000))), ++disturbances_;
+    if (one_in(3000)) replace_device();
+  }
+
+  void connect_device() {
+    device_.emplace(options_.device);
+    fs::create_symlink(device_->port(), kPort);
+  }
+
+  // The name goes first: its number may soon be another's.
+  void remove_device() {
+    fs::remove(kPort);
+    const DeviceCount count = device_->stop();
+    count_.commands += count.commands;
+    count_.damaged += count.damaged;
+    count_.interrupted += count.interrupted;
+    device_.reset();
+  }
+
+  // A device that hangs up, is missed by one call, and comes back under its name.
+  void replace_device() {
+    Surroundings::interrupt_every(0);
+    remove_device();
+    const std::string missing =
+        std::string("SAT Erro[-02000]Lnx SAT nao encontrado Dev[") + kPort + "] L[2254] F[Communicate]";
+    check(library_.query(0), missing, nullptr, Fault::kNone);
+    connect_device();
+    ++replacements_;
   }
 
   void transact() {
@@ -238,14 +309,22 @@ class Run {
       const std::string data(draw_length(), static_cast<char>('A' + session % 26));
       reply = library_.sale(session, code.c_str(), data.c_str());
       bytes_ += data.size();
+      if (surroundings_.saves_results()) check_result(reply);
     } else {
       reply = library_.status(session, code.c_str());
     }
     check(reply, planned::reply_text(number, plan.reply_length), &kind, plan.fault);
   }
 
+  void check_result(const char* reply) {
+    ++results_;
+    const std::string result = Surroundings::take_result();
+    if (result != reply)
+      fail("transaction " + std::to_string(made_) + ": the result file holds\n  " + result.substr(0, 200));
+  }
+
   void make_busy_call(int session) {
-    const PortHolder holder(device_.port());
+    const PortHolder holder(device_->port());
     const std::string busy = std::to_string(session) + "|08098|SAT em processamento, tente novamente.||";
     ++busy_;
     check(library_.query(session), busy, nullptr, Fault::kNone);
@@ -260,7 +339,8 @@ class Run {
       const bool stray = fault == Fault::kStxNak || fault == Fault::kStxEtx || fault == Fault::kStxAck;
       if (stray && failure_text("-00002", true) == reply) {
         ++late_seconds_;
-        return;
+        if (late_seconds_ <= kLateSeconds + static_cast<unsigned long>(made_) / kTransactionsPerLateSecond)
+          return;
       }
     } else if (failure_text(kind->failure, kind->failure_of_sending) == reply) {
       return;
@@ -273,10 +353,10 @@ class Run {
 
   std::string failure_text(const char* code, bool of_sending) const {
     const std::string start = std::string("SAT Erro[") + code + "]Lnx ";
-    return of_sending ? start + "Dev[" + device_.port() +
-                            "] L[2305] F[Communicate] >> CMD or << ACK LibVer[23-JUL-2020]"
-                      : start + "SAT  Dev[" + device_.port() +
-                            "] falhou na recepcao da resposta L[2324] F[Communicate] LibVer[23-JUL-2020]";
+    return of_sending
+               ? start + "Dev[" + kPort + "] L[2305] F[Communicate] >> CMD or << ACK LibVer[23-JUL-2020]"
+               : start + "SAT  Dev[" + kPort +
+                     "] falhou na recepcao da resposta L[2324] F[Communicate] LibVer[23-JUL-2020]";
   }
 
   // Between a call without a device and the next one not even the protocol log is open.
@@ -299,8 +379,7 @@ class Run {
     failed_ = true;
   }
 
-  void report(double seconds, const DeviceCount& count, const Resources& first) const {
-    const Resources now = resources();
+  void report(double seconds, const Resources& first, const Resources& last) const {
     std::printf("transactions            %ld\n", made_);
     std::printf("seconds                 %.1f\n", seconds);
     std::printf("transactions per second %.0f\n", static_cast<double>(made_) / seconds);
@@ -311,24 +390,29 @@ class Run {
     }
     std::printf("  %-30s %ld\n", "port held by another", busy_);
     std::printf("  %-30s %ld\n", "changes of the surroundings", disturbances_);
+    std::printf("  %-30s %ld\n", "device gone and back", replacements_);
+    std::printf("  %-30s %ld\n", "result files compared", results_);
     std::printf("late bytes behind an STX  %lu\n", late_seconds_);
-    std::printf("commands at the device  %lu, damaged %lu, broken off %lu\n", count.commands, count.damaged,
-                count.interrupted);
-    std::printf("descriptors             %ld at first, %ld at last\n", first.descriptors, now.descriptors);
+    std::printf("commands at the device  %lu, damaged %lu, broken off %lu\n", count_.commands, count_.damaged,
+                count_.interrupted);
+    std::printf("descriptors             %ld at first, %ld at last\n", first.descriptors, last.descriptors);
     std::printf("anonymous memory        %ld KiB at first, %ld KiB at last\n", first.resident_kib,
-                now.resident_kib);
+                last.resident_kib);
     std::printf("%s\n", failed_ ? "FAILED" : "PASSED");
   }
 
   Options options_;
   Library library_;
-  ChildDevice device_;
+  std::optional<ChildDevice> device_;
+  DeviceCount count_;
   Surroundings surroundings_;
   std::mt19937_64 random_;
   std::discrete_distribution<std::size_t> kinds_;
   long made_ = 0;
   long busy_ = 0;
   long disturbances_ = 0;
+  long replacements_ = 0;
+  long results_ = 0;
   long times_[planned::kKinds.size()] = {};
   unsigned long late_seconds_ = 0;
   unsigned long bytes_ = 0;
