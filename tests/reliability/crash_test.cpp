@@ -109,27 +109,34 @@ constexpr int kNextSession = 4712;
 constexpr std::size_t kLength = 20000;  // two blocks each way
 constexpr int kRight = 0;
 constexpr int kWrong = 1;
-constexpr int kFailureText = 2;
+constexpr int kRefusedText = 2;
 
-int sell(int session) {
+// The command was sent four times, and each time the beginning of another reply stood where its answer was
+// due.
+std::string refused_text(const std::string& port) {
+  return "SAT Erro[-02009]Lnx Dev[" + port + "] L[2305] F[Communicate] >> CMD or << ACK LibVer[23-JUL-2020]";
+}
+
+int sell(int session, const std::string& port) {
   const std::string sale(kLength, 'v');
   const std::string reply = EnviarDadosVenda(session, ("A" + std::to_string(kLength)).c_str(), sale.c_str());
   if (is_right_reply(reply, session, kLength)) return kRight;
   std::printf("%s\n", reply.substr(0, 200).c_str());
-  return reply.starts_with("SAT Erro[-") ? kFailureText : kWrong;
+  return reply == refused_text(port) ? kRefusedText : kWrong;
 }
 
 // The host lives through so many system calls.
-int sell_and_die(int calls) {
+int sell_and_die(int calls, const std::string& port) {
   calls_until_kill = calls;
-  const int result = sell(kSession);
+  const int result = sell(kSession, port);
   calls_until_kill = -1;
   return result;
 }
 
 // The rest of a reply that the dead host did not read may still come in when the next host is already
-// sending; then that call may fail, with its documented text. It never gets the dead host's reply, and the
-// call behind it is right.
+// sending. An STX where an answer is due, and an ACK behind it, count as a NAK; four of these end the call
+// with its documented text, which is the only other outcome, and a rare one. The next host never gets the
+// dead host's reply, and the call behind it is right.
 TEST(Crash, HostKilledAtAnySystemCallDoesNotDisturbTheNext) {
   const ScratchDirectory scratch;
   ChildDevice device(TALVEX_PLANNED_DEVICE);
@@ -137,12 +144,12 @@ TEST(Crash, HostKilledAtAnySystemCallDoesNotDisturbTheNext) {
   int kills = 0;
   int failures = 0;
   for (int calls = 1;; ++calls) {
-    const int end = run_host(".", [calls] { return sell_and_die(calls); });
+    const int end = run_host(".", [&] { return sell_and_die(calls, device.port()); });
     ASSERT_TRUE(end == -SIGKILL || end == kRight) << end << " at system call " << calls;
-    int next = run_host(".", [] { return sell(kNextSession); });
-    if (next == kFailureText) {
+    int next = run_host(".", [&] { return sell(kNextSession, device.port()); });
+    if (next == kRefusedText) {
       ++failures;
-      next = run_host(".", [] { return sell(kNextSession); });
+      next = run_host(".", [&] { return sell(kNextSession, device.port()); });
     }
     ASSERT_EQ(next, kRight) << "behind a host that was killed at system call " << calls;
     if (end == kRight) break;
