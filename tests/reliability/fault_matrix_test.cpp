@@ -81,6 +81,7 @@ std::string trace_name(const std::string& day) {
 std::string protocol_name(const std::string& day) {
   return "Log/" + day + "_SAT_ProtocolLog.txt";
 }
+// Takes in the time zone, as the library does in each call.
 std::string result_name() {
   const tm now = local_time_in_current_zone().calendar;
   return printed("Results/venda-cprx-%02d%02d%02d%02d-%02d-1.sat", now.tm_mday, now.tm_hour, now.tm_min,
@@ -210,7 +211,6 @@ class FaultMatrix : public testing::TestWithParam<Cell> {
     virtual_clock::on_turn([this] { return take_turn(); });
     fault_calls::on_event([this] { event_(); });
     fs::create_directory("dev");
-    fs::create_directory("Results");
     plug_in();
   }
   ~FaultMatrix() override {
@@ -300,7 +300,8 @@ class FaultMatrix : public testing::TestWithParam<Cell> {
 
   void expect_right_call() {
     fault_calls::inject({});
-    fs::remove(result_name());
+    fs::remove_all("Results");
+    fs::create_directory("Results");
     device_->play(right_exchange());
     EXPECT_TRUE(call() == reply());
     EXPECT_EQ(device_->verdict(), "");
@@ -377,6 +378,10 @@ class FaultMatrix : public testing::TestWithParam<Cell> {
     }
     if (storm_) {
       EXPECT_GT(SignalStorm::signals(), 10);
+    }
+    const bool can_save = cell.surroundings != Surroundings::kFullDisk && !without_privileges_;
+    if (writing_ == Writing::kEverything && can_save) {
+      EXPECT_TRUE(read_file(result_name()) == text);
     }
     undo(cell.surroundings);
     expect_closed_and_unlocked();
