@@ -43,6 +43,38 @@ int get(const std::string& section, const std::string& item, std::size_t capacit
   return rc;
 }
 
+// A section alone: a null item, whatever the value, and the wrappers, whatever their names say. One that is
+// there changes nothing; another one is appended.
+void check_sections(const std::string& section, const std::string& value, const std::string& before) {
+  const char* name = section.c_str();
+  put(before);
+  const int rc = OLK_SetIniFileValue(kFile, name, nullptr, nullptr);
+  const std::string after = content();
+  require(rc == 2 || rc == -401);
+  require(after == before || after == before + "\n[" + name + "]\n");
+
+  const auto does_the_same = [&](auto&& call) {
+    put(before);
+    require(call() == rc);
+    require(content() == after);
+  };
+  does_the_same([&] { return OLK_SetIniFileValue(kFile, name, nullptr, value.c_str()); });
+  does_the_same([&] { return OLK_AddIniFileSection(kFile, name, nullptr); });
+  does_the_same([&] { return OLK_DelIniFileSection(kFile, name); });
+}
+
+// The wrapper that blanks an item does what a null value does; no byte moves, none but blanks are new.
+void check_blanking(const std::string& section, const std::string& item, const std::string& before) {
+  put(before);
+  const int rc = OLK_SetIniFileValue(kFile, section.c_str(), item.c_str(), nullptr);
+  const std::string after = content();
+  put(before);
+  require(OLK_DelIniFileItem(kFile, section.c_str(), item.c_str()) == rc);
+  require(content() == after);
+  if (rc != 5 || after.size() != before.size()) return;  // another item's line may have come in
+  for (std::size_t i = 0; i < after.size(); ++i) require(after[i] == before[i] || after[i] == ' ');
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -71,7 +103,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require(after.size() <= before.size() + section.size() + item.size() + value.size() + 2048);
     get(section, item, 128, read);
   }
-  put(before);
-  OLK_AddIniFileSection(kFile, section.c_str(), nullptr);
+  check_sections(section, value, before);
+  check_blanking(section, item, before);
   return 0;
 }

@@ -11,6 +11,13 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 VECTORS = ROOT / "tests" / "vectors" / "frames.txt"
 LONGEST_SEED = 20000
+BLOCK = 16384
+
+
+def framed(text):
+    """The text between STX and ETX, with its checksum."""
+    total = sum(text) % 256
+    return b"\x02" + text + bytes([4 if total == 3 else total]) + b"\x03"
 
 
 def golden_frames():
@@ -53,6 +60,18 @@ def seeds():
     for reading in (b"\x1c\x02\x15", b"\x1c\x02\x06\x06", b"\x1c\x02\x03", b"\x1c\x02", b"\x1c" + nak * 4, b"\x1c",
                     b"\x1c\xffI\x06", b"\x1c\xffB\xffB\x06\xffI\xffZ\xffS\x02AB\xffA\x83\x03"):
         yield "receive", reading
+    for blocks in (2, 3):
+        text = b"000042|08000|" + bytes(97 + at % 23 for at in range((blocks - 1) * BLOCK + 500))
+        reply = framed(text)
+        for mode in (0x04, 0x0C, 0x1C, 0x1D):
+            yield "receive", bytes([mode]) + ack + reply
+        damaged = reply[:-2] + bytes([reply[-2] ^ 0x40]) + reply[-1:]
+        yield "receive", b"\x0c" + ack + damaged + reply
+        yield "receive", b"\x0c" + ack + reply[:BLOCK] + b"\xffA\xffS\xffB" + reply[BLOCK:]
+        yield "receive", b"\x0c" + ack + reply[:BLOCK - 1] + b"\xffA" + reply[BLOCK - 1:]
+        yield "receive", b"\x0c" + ack + reply[:BLOCK] + b"\xffI" + reply[BLOCK:]
+    yield "receive", b"\x0c" + ack + framed(b"a" * (BLOCK - 3))
+    yield "receive", b"\x0c" + ack + framed(b"a" * (2 * BLOCK - 3))
     configuration = default_configuration()
     yield "configuration", configuration
     yield "configuration", configuration.replace(b"[SERIAL_PORT_CONFIG]", b"[SERIAL_PORT_CONFIG]\nFixarPorta=/dev/ttyACM0")
