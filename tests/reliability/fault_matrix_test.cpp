@@ -33,6 +33,7 @@
 #include "api/context.h"
 #include "api/serial_port.h"
 #include "olk_utils/system_clock.h"
+#include "support/full_disk.h"
 #include "support/scratch_directory.h"
 #include "support/text_files.h"
 #include "support/virtual_clock.h"
@@ -379,7 +380,7 @@ class FaultMatrix : public testing::TestWithParam<Cell> {
     if (storm_) {
       EXPECT_GT(SignalStorm::signals(), 10);
     }
-    const bool can_save = cell.surroundings != Surroundings::kFullDisk && !without_privileges_;
+    const bool can_save = !full_disk_ && !without_privileges_;
     if (writing_ == Writing::kEverything && can_save) {
       EXPECT_TRUE(read_file(result_name()) == text);
     }
@@ -431,14 +432,7 @@ class FaultMatrix : public testing::TestWithParam<Cell> {
         opened_ = "";
         break;
       case Surroundings::kFullDisk:
-        VersaoDllTalvex();  // closes the protocol log
-        fs::remove_all("Log");
-        fs::create_directory("Log");
-        for (const std::string& name :
-             {"Log/" + trace_name(day), protocol_name(day), std::string("SAT.conf"), result_name()}) {
-          fs::remove(name);
-          fs::create_symlink("/dev/full", name);
-        }
+        full_disk_ = std::make_unique<FullDisk>();
         break;
       case Surroundings::kReadOnlyFolder:
         VersaoDllTalvex();
@@ -482,14 +476,10 @@ class FaultMatrix : public testing::TestWithParam<Cell> {
     virtual_clock::set_tick_ms(0);
     holder_.reset();
     without_privileges_.reset();
+    full_disk_.reset();
     storm_.reset();
     empty_line();
     switch (surroundings) {
-      case Surroundings::kFullDisk:
-        fs::remove_all("Log");
-        fs::remove("SAT.conf");
-        fs::remove(result_name());
-        break;
       case Surroundings::kReadOnlyFolder:
         if (chmod(".", 0700) != 0) std::abort();
         break;
@@ -602,6 +592,7 @@ class FaultMatrix : public testing::TestWithParam<Cell> {
   std::function<void()> event_;
   std::unique_ptr<PortHolder> holder_;
   std::unique_ptr<WithoutPrivileges> without_privileges_;
+  std::unique_ptr<FullDisk> full_disk_;
   std::unique_ptr<OwnSearch> search_;
   std::unique_ptr<SignalStorm> storm_;
 };
