@@ -44,19 +44,19 @@ class Input {
   // Up to the mark, which is dropped; all that is left when there is none.
   std::string up_to(char mark) {
     const std::size_t end = rest_.find(mark);
-    const std::string part(rest_.substr(0, end));
+    std::string part(rest_.substr(0, end));
     rest_.remove_prefix(end == std::string_view::npos ? rest_.size() : end + 1);
     return part;
   }
 
   std::string rest() {
-    const std::string all(rest_);
+    std::string all(rest_);
     rest_ = {};
     return all;
   }
 
   std::string take(std::size_t count) {
-    const std::string part(rest_.substr(0, count));
+    std::string part(rest_.substr(0, count));
     rest_.remove_prefix(part.size());
     return part;
   }

@@ -100,6 +100,7 @@ TEST_F(Hosts, EightWithFiveHundredCallsEachGetTheirOwnReplies) {
   constexpr int kHosts = 8;
   constexpr int kCalls = 500;
   std::vector<pid_t> hosts;
+  hosts.reserve(kHosts);
   for (int host = 0; host < kHosts; ++host) {
     hosts.push_back(start_host("host" + std::to_string(host), [this, host] {
       configure_port(port());
@@ -132,8 +133,7 @@ TEST_F(Hosts, ForkedAfterUseTheySharePortAndProtocolLog) {
   });
   EXPECT_EQ(end, kRight);
   EXPECT_EQ(torn_lines("Log"), std::vector<std::string>{});
-  expect_undisturbed_device(
-      static_cast<unsigned long>(tally(0).replies + tally(1).replies + tally(2).replies));
+  expect_undisturbed_device(static_cast<unsigned>(tally(0).replies + tally(1).replies + tally(2).replies));
 }
 
 TEST_F(Hosts, WithFiveThousandDescriptorsWaitAndTalkAsAnyOther) {

@@ -33,6 +33,7 @@
 #include "api/context.h"
 #include "api/serial_port.h"
 #include "olk_utils/system_clock.h"
+#include "support/environment.h"
 #include "support/full_disk.h"
 #include "support/scratch_directory.h"
 #include "support/text_files.h"
@@ -146,7 +147,7 @@ class SignalStorm {
 // name for as long as that leads somewhere. The search takes its time, so that signals meet it.
 class OwnSearch {
  public:
-  explicit OwnSearch(const std::string& port) : former_path_(std::getenv("PATH")) {
+  explicit OwnSearch(const std::string& port) : former_path_(environment("PATH")) {
     fs::create_directory("search");
     write_program("find", "sleep 0.02\n[ -e " + port + " ] && echo /none/dev\n");
     write_program("udevadm", "case $3 in name) echo .." + port + ";; *) echo ID_MODEL=TALVEX_SAT;; esac\n");
@@ -636,6 +637,7 @@ TEST_P(FaultMatrixStage, EveryFaultHasACellOrAReason) {
 
 std::vector<Stage> stages_of_a_call() {
   std::vector<Stage> stages;
+  stages.reserve(static_cast<std::size_t>(Stage::kWholeCall));
   for (int stage = 0; stage < static_cast<int>(Stage::kWholeCall); ++stage)
     stages.push_back(static_cast<Stage>(stage));
   return stages;

@@ -88,6 +88,7 @@ std::string joined(const std::vector<std::string>& names) {
 std::string joined(const std::vector<Stage>& stages) {
   if (stages.size() == static_cast<std::size_t>(Stage::kWholeCall)) return "each";
   std::vector<std::string> names;
+  names.reserve(stages.size());
   for (const Stage stage : stages) names.emplace_back(kStageNames[static_cast<int>(stage)]);
   return joined(names);
 }

@@ -45,7 +45,7 @@ class Secrets : public testing::TestWithParam<Exposure> {
   // A host that makes one call with a secret activation code, in a folder of its own.
   fs::path play(const std::string& name, char plan, std::size_t sale_length,
                 const std::string& file_in_the_way = "") {
-    const fs::path folder = fs::absolute(name);
+    fs::path folder = fs::absolute(name);
     if (!file_in_the_way.empty()) {
       fs::create_directories(folder);
       write_file(folder / file_in_the_way, "");

@@ -207,6 +207,7 @@ class Run {
   explicit Run(const Options& options) : options_(options), library_(options.library), random_(options.seed) {
     connect_device();
     std::vector<int> weights;
+    weights.reserve(std::size(planned::kKinds));
     for (const Kind& kind : planned::kKinds) weights.push_back(kind.weight);
     kinds_ = std::discrete_distribution<std::size_t>(weights.begin(), weights.end());
   }

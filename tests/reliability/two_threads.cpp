@@ -29,7 +29,8 @@ int __wrap_nanosleep(const timespec* wanted, timespec* left) {
 }
 }
 
-int main(int argc, char** argv) {
+// What is thrown ends the program, and with it the test.
+int main(int argc, char** argv) {  // NOLINT(bugprone-exception-escape)
   if (argc != 3) return 2;
   const int calls = std::atoi(argv[2]);
   ChildDevice device(argv[1]);

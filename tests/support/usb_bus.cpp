@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <sstream>
 
+#include "support/environment.h"
 #include "support/text_files.h"
 
 namespace {
@@ -42,8 +43,7 @@ std::string UsbBus::description() const {
 }
 
 CannedSearch::CannedSearch(const std::vector<UsbNode>& nodes) {
-  const char* path = std::getenv("PATH");
-  former_path_ = path == nullptr ? "" : path;
+  former_path_ = environment("PATH");
   // A name of its own each time: the search depends on PATH, and a former answer must not be recalled.
   static int searches = 0;
   directory_ = (std::filesystem::current_path() / ("canned-search-" + std::to_string(searches++))).string();

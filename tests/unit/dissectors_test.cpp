@@ -546,7 +546,7 @@ class Reference {
  private:
   Reference(const char* function, const char* frame, Lines* lines)
       : function_(function), frame_(frame), copy_(std::strlen(frame) + 10), lines_(lines) {
-    std::strcpy(copy_.data(), frame);
+    std::memcpy(copy_.data(), frame, std::strlen(frame));
   }
 
   __attribute__((format(printf, 3, 4))) void line(const char* tag, const char* format, ...) {

@@ -387,7 +387,7 @@ class Reference {
  private:
   Reference(const char* function, const std::string& text, std::size_t slack, Lines* lines)
       : function_(function), text_(text), copy_(text.size() + slack), lines_(lines) {
-    std::strcpy(copy_.data(), text.c_str());
+    std::ranges::copy(text, copy_.begin());
   }
 
   __attribute__((format(printf, 3, 4))) void line(const char* tag, const char* format, ...) {

@@ -16,6 +16,7 @@
 #include "api/discovery.h"
 #include "api/usb_search.h"
 #include "support/api_trace.h"
+#include "support/environment.h"
 #include "usb_search/mocked_bus.h"
 
 namespace fs = std::filesystem;
@@ -391,7 +392,7 @@ TEST_F(RecalledSearch, NodesDoNotVouchForAnotherSysfs) {
 TEST_F(RecalledSearch, ABusThatChangesDuringTheSearch) {
   bus_.plug(1, "ttyACM0", kTalvex);
   bus_.set_event_count(100);
-  const std::string folder = std::string(std::getenv("UMOCKDEV_DIR")) + "/sys/class/tty";
+  const std::string folder = environment("UMOCKDEV_DIR") + "/sys/class/tty";
   meanwhile = [folder] { fs::create_symlink("nowhere", folder + "/ttyACM7"); };
   expect_plain_result();
   expect_found("/dev/ttyACM0");
@@ -411,7 +412,7 @@ TEST_F(RecalledSearch, AnEventDuringTheSearchIsLookedInto) {
 TEST_F(RecalledSearch, AnotherPathOfPrograms) {
   bus_.plug(1, "ttyACM0", kTalvex);
   expect_found("/dev/ttyACM0");
-  setenv("PATH", (std::string(std::getenv("PATH")) + ":/nowhere").c_str(), 1);
+  setenv("PATH", (environment("PATH") + ":/nowhere").c_str(), 1);
   expect_found("/dev/ttyACM0");
 }
 
@@ -476,7 +477,7 @@ TEST_F(RecalledSearch, OtherProgramsThanTheSystemsAreAskedEveryTime) {
   fs::create_directory("programs");
   write_file("programs/grep", "#!/bin/sh\nexec /usr/bin/grep \"$@\"\n");
   fs::permissions("programs/grep", fs::perms::owner_all);
-  setenv("PATH", (here("programs") + ":" + std::getenv("PATH")).c_str(), 1);
+  setenv("PATH", (here("programs") + ":" + environment("PATH")).c_str(), 1);
   bus_.plug(1, "ttyACM0", kTalvex);
   for (int search = 1; search <= 3; ++search) {
     expect_plain_result();
