@@ -334,6 +334,7 @@ int change_item(const Edit& edit, Text& text, size_t at) {
   return replace_value(edit, text, name_end + 1);
 }
 
+// Kept: the text without a value, though nothing is appended without one.
 int report_unopened_for_append(const Edit& edit) {
   if (edit.value == nullptr) {
     UTILS_TRACE_IN(
