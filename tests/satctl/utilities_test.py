@@ -215,9 +215,21 @@ class Completion(SatctlTest):
 
         self.assertIn("enviar-dados-venda", offered("satctl", "env"))
         self.assertEqual(offered("satctl", "consultar-u"), ["consultar-ultima-sessao-fiscal"])
+        self.assertEqual(offered("satctl", "EnviarD"), ["EnviarDadosVenda"])
+        self.assertEqual(offered("satctl", "Cons"), [
+            "ConsultarSAT", "ConsultarStatusOperacional", "ConsultarNumeroSessao", "ConsultarUltimaSessaoFiscal"])
         self.assertEqual(offered("satctl", "ini", ""), ["get", "set", "check"])
+        self.assertEqual(offered("satctl", "base64", ""), ["encode", "decode"])
+        for command in ("ini", "base64"):
+            self.assertEqual(offered("satctl", command, "--js"), ["--json"])
         self.assertIn("--save-xml", offered("satctl", "enviar-dados-venda", "--"))
         self.assertIn("--bundle", offered("satctl", "--json", "doctor", "--"))
+        # Under both of its names a function takes the same options.
+        for line in self.run_satctl("--help").out.splitlines():
+            names = support.re.match(r"  ([a-z-]+) .*\((\w+)\)$", line)
+            if names and names.group(2)[0].isupper():
+                self.assertIn(names.group(2), offered("satctl", names.group(2)))
+                self.assertEqual(offered("satctl", names.group(1), "-"), offered("satctl", names.group(2), "-"))
 
     def test_it_knows_every_option_of_every_command(self):
         script = support.Path(__file__).resolve().parents[2] / "packaging/completion/satctl"

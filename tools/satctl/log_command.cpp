@@ -537,8 +537,8 @@ void add_log_command(CommandLine& line) {
       ->type_name(tr(kNumberType));
   command
       ->add_option("--level", given->level,
-                   tr({"messages of this level or worse: ERR WRN INF TRC JNI",
-                       "mensagens deste nível ou pior: ERR WRN INF TRC JNI"}))
+                   tr({"messages of this level or worse: ERR WRN INF TRC JNI DBG",
+                       "mensagens deste nível ou pior: ERR WRN INF TRC JNI DBG"}))
       ->type_name(tr({"LEVEL", "NÍVEL"}));
   command
       ->add_option("-n,--last", given->last, tr({"only the last so many records", "só os últimos registros"}))
