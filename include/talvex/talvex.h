@@ -62,7 +62,8 @@
  *
  * One thread at a time per process: the library has one packet buffer, one port and one configuration, and
  * takes no lock of its own. A host with several threads puts one mutex around all calls of this header. The
- * library starts no thread and installs no signal handler; when it is unloaded it closes its protocol log.
+ * library starts no thread and installs no signal handler; when it is unloaded, or the process ends, it
+ * closes its protocol log.
  *
  * Processes may share a device. Only one of them talks to it at a time; another one gets the busy reply at
  * once, without waiting and without touching the device, and calls again later.
@@ -120,9 +121,10 @@
  *                                    directory of item "PathLinux" of section "ARVOLEN", if it exists and
  *                                    "Enable" begins with "1".
  *
- * <date> is local, YYYYMMDD. Trace lines with LogMode 3 and above hold commands too, activation codes
- * included. Standard output is written to by OLK_Base64_Test01, by bConsoleLogsEnabled, and by the protocol
- * log when its directory cannot be made or when it is open already.
+ * <date> is local, YYYYMMDD. With LogMode 2 the trace log holds the beginning of commands of more than 1,000
+ * bytes, as sales are, with 3 and above all commands, activation codes included. Standard output is written
+ * to by OLK_Base64_Test01, by bConsoleLogsEnabled, and by the protocol log when its directory cannot be made
+ * or when it is open already.
  *
  *
  * RESULT CODES

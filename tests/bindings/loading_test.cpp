@@ -112,7 +112,7 @@ TEST(Loading, a_thousand_times_leaves_no_thread_descriptor_or_memory_behind) {
 #endif
 }
 
-TEST(Loading, registers_nothing_to_run_at_exit) {
+TEST(Loading, exits_cleanly_after_unloading) {
   const ScratchDirectory scratch;
   const pid_t child = fork();
   if (child == 0) {
