@@ -56,6 +56,8 @@ SAT fiscal devices (CF-e-SAT), with sample tills in several languages.")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME "${tools_package}")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${runtime_package} (>= ${CPACK_DEBIAN_FULL_VERSION})")
+# The guides lead to the sample tills, which are in the development package.
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "${development_package}")
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "SAT fiscal devices: emulator and command-line tool
 sat-emulator is a SAT fiscal device (CF-e-SAT) on a pseudo-terminal, for tills
 that are built and tested without a device. satctl calls the functions of a

@@ -40,6 +40,9 @@ EXPECTED = [
     "share/doc/talvex/README.md",
     "share/doc/talvex/README.pt-BR.md",
     "share/doc/talvex/CHANGELOG.md",
+    "share/doc/talvex/CONTRIBUTING.md",
+    "share/doc/talvex/include/talvex/talvex.h",
+    "share/doc/talvex/packaging/65-talvex.rules",
     "share/doc/talvex/docs/guide.md",
     "share/doc/talvex/docs/pt-BR/guia.md",
     "share/doc/talvex/docs/images/call.svg",
@@ -91,10 +94,7 @@ class InstalledFiles(unittest.TestCase):
                 with open(os.path.join(folder, name), encoding="utf-8") as file:
                     text = re.sub(r"```.*?```", "", file.read(), flags=re.DOTALL)
                 for target in re.findall(r"\]\(([^)#]+)[^)]*\)", text):
-                    # What is not installed is looked for in the source tree.
-                    there = os.path.normpath(os.path.join(folder, target))
-                    source = there.replace(os.path.join(PREFIX, "share/doc/talvex"), TOP, 1)
-                    if "://" not in target and not os.path.exists(there) and not os.path.exists(source):
+                    if "://" not in target and not os.path.exists(os.path.join(folder, target)):
                         broken.append("%s: %s" % (os.path.join(folder, name), target))
         self.assertEqual(broken, [])
 
@@ -156,7 +156,7 @@ class OnePlaceForTheVersion(unittest.TestCase):
         with open(os.path.join(TOP, "packaging/debian/symbols"), encoding="ascii") as file:
             header, *lines = file.read().splitlines()
         self.assertEqual(header, "libtalvex.so.%s libtalvex%s #MINVER#" % (MAJOR, MAJOR))
-        listed = [line.split("@")[0].strip() for line in lines]
+        listed = [line.split("@")[0].strip() for line in lines if not line.startswith("*")]
         with open(os.path.join(TOP, "src/talvex.map"), encoding="ascii") as file:
             exported = re.findall(r"^    (\w+);", file.read(), re.MULTILINE)
         self.assertEqual(sorted(listed), sorted(exported))
