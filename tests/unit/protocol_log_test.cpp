@@ -218,8 +218,7 @@ TEST_P(ShownFrame, AsOneLine) {
   const Rendering& rendering = GetParam();
   log(rendering.bytes, rendering.received);
   EXPECT_EQ(read_file(kToday), "20200727031507 " + rendering.line);
-  EXPECT_THAT(take_lines(), rendering.trace.empty() ? testing::Matcher<Lines>(IsEmpty())
-                                                    : testing::Matcher<Lines>(ElementsAre(rendering.trace)));
+  EXPECT_EQ(take_lines(), rendering.trace.empty() ? Lines{} : Lines{rendering.trace});
 }
 INSTANTIATE_TEST_SUITE_P(All, ShownFrame, testing::ValuesIn(kRenderings),
                          [](const auto& tested) { return std::string(tested.param.name); });
