@@ -1,5 +1,5 @@
-# The programs are made as hard to attack as the driver library: every target that ends up in one is compiled and linked
-# with these.
+# What makes the library and the programs harder to attack: every target that ends up in one of them is compiled and
+# linked with these.
 add_library(talvex_hardening INTERFACE)
 target_compile_options(talvex_hardening INTERFACE -fstack-protector-strong)
 target_link_options(talvex_hardening INTERFACE LINKER:-z,relro,-z,now)
