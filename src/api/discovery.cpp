@@ -96,13 +96,17 @@ int give_up_search(UsbSearchLine& name) {
 
 // ---- The port file ----------------------------------------------------------------------------------
 
-// The name becomes the file's whole content, written over the former one: a file that is emptied first makes
-// file systems write it to the disk at once, which takes longer than the rest of a call.
-// What cannot be written leaves an empty file, never a former name.
+void empty(int file) {
+  if (ftruncate(file, 0) != 0) return;  // no regular file, which is no matter
+}
+
+// The name becomes the file's whole content. One as long as the former is written over it: a file that is
+// emptied first makes file systems write it to the disk at once, which takes longer than the rest of a call.
+// Neither a write that fails nor a process that is killed leaves a name that was never chosen.
 void replace_content(int file, const char* name, size_t length) {
-  const off_t end = write_whole(file, name, length) ? static_cast<off_t>(length) : 0;
-  if (lseek(file, 0, SEEK_END) == end) return;
-  if (ftruncate(file, end) != 0) return;  // no regular file, which is no matter
+  if (lseek(file, 0, SEEK_END) != static_cast<off_t>(length)) empty(file);
+  lseek(file, 0, SEEK_SET);
+  if (!write_whole(file, name, length)) empty(file);
 }
 
 // Once the name is saved it alone decides: anything but "/dev/ttyNONE" counts as found, an empty name too.

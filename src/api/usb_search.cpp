@@ -220,14 +220,16 @@ bool same(const Sign& one, const Sign& other) {
   return by_nodes || (one.events[0] != '\0' && strcmp(one.events, other.events) == 0);
 }
 
-// Whether the program that the shell runs is the system's own.
+// Whether the program that the shell runs is the system's own. An empty folder is the working directory to
+// it.
 bool is_the_systems(const char* name, const char* program_path) {
   constexpr const char* kSystemFolders[] = {"/usr/bin", "/bin", "/usr/sbin", "/sbin"};
   for (const char* rest = program_path; *rest != '\0';) {
     char folder[256];
     char program[sizeof folder + 16];
     const size_t length = strcspn(rest, ":");
-    copy_text(folder, length + 1 < sizeof folder ? length + 1 : sizeof folder, rest);
+    if (length == 0 || length >= sizeof folder) return false;
+    copy_text(folder, length + 1, rest);
     snprintf(program, sizeof program, "%s/%s", folder, name);
     if (access(program, X_OK) == 0) return is_one_of(folder, kSystemFolders);
     rest += rest[length] == ':' ? length + 1 : length;
