@@ -334,7 +334,6 @@ int change_item(const Edit& edit, Text& text, size_t at) {
   return replace_value(edit, text, name_end + 1);
 }
 
-// Kept: the text without a value, though nothing is appended without one.
 int report_unopened_for_append(const Edit& edit) {
   if (edit.value == nullptr) {
     UTILS_TRACE_IN(
@@ -350,13 +349,17 @@ int report_unopened_for_append(const Edit& edit) {
   return INI_FILE_ERR_NOT_FOUND;
 }
 
+// Without a value there is nothing to append, but a file that cannot be written is reported all the same.
 int append_item(const Edit& edit) {
-  if (!has_value(edit)) return TALVEX_INI_NO_VALUE;
   char line[kLineSize];
-  if (!compose_item(edit, line, sizeof line)) return refuse(edit, "line too long");
+  if (has_value(edit) && !compose_item(edit, line, sizeof line)) return refuse(edit, "line too long");
 
   const int file = open_file(edit.file_name, O_WRONLY | O_APPEND | O_CREAT, 0666);
   if (file == -1) return report_unopened_for_append(edit);
+  if (!has_value(edit)) {
+    close(file);
+    return TALVEX_INI_NO_VALUE;
+  }
   return store(edit, file, line, strlen(line), INI_FILE_ITEM_ADDED, INI_FILE_ERR_NOT_FOUND);
 }
 
