@@ -20,9 +20,6 @@ int gl_hComm = -1;
 
 namespace {
 
-// The file of the current name, as it was first opened.
-struct stat log_file;
-
 constexpr char kLogMsg[] = "LogSATProtocolMsg";
 constexpr char kCreate[] = "CreateSAT_ProtLogFile";
 constexpr char kDefaultDirectory[] = "Log";
@@ -165,6 +162,7 @@ int exchange_descriptor(int descriptor) {
 bool write_line() {
   const int descriptor = exchange_descriptor(0);
   if (descriptor == 0) return false;
+  if (descriptor > 0 && !is_open_log_file(descriptor)) return false;
   write_whole(descriptor, gl_TmpBuf, strlen(gl_TmpBuf));
   exchange_descriptor(descriptor);
   return true;
@@ -203,10 +201,6 @@ bool directory_exists_or_is_made(const char* path) {
   int result = OLK_Exist(path);
   if (result != 1) result = OLK_CreateDir(path);
   return result == 1 || result == 2;
-}
-
-bool same_file(const struct stat& one, const struct stat& other) {
-  return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
 bool is_held_back_while_running(const char* command) {
@@ -262,10 +256,8 @@ void CreateSAT_ProtLogFile() {
   char name[sizeof gl_tSat.strSatProtLogFilePath + 64];
   snprintf(name, sizeof name, "%s/%04d%02d%02d_SAT_ProtocolLog.txt", directory, today.tm_year + 1900,
            today.tm_mon + 1, today.tm_mday);
-  const bool is_same = strcmp(gl_tSat.strSatProtLogFileName, name) == 0;
   copy_text(gl_tSat.strSatProtLogFileName, name);
   const int descriptor = open_log_file(name, S_IRUSR | S_IWUSR);
-  if (!is_same && fstat(descriptor, &log_file) != 0) log_file = {};
   exchange_descriptor(descriptor);
   if (descriptor != -1) {
     API_TRACE(kInfo, "---  rc[%06d]OK:logFd[%08Xh] pcLogName[%s]Created!!!\n", rc, hex32(descriptor),
@@ -279,19 +271,14 @@ void CreateSAT_ProtLogFile() {
 
 void LogSATProtocolSzCtl() {
   if (gl_TmpBuf[0] == '\0') return;
-  const int descriptor = exchange_descriptor(0);
-  if (descriptor != 0) close(descriptor);
+  close_protocol_log();
   // Kept: an outgrown protocol log is neither moved nor cut, it grows for the whole day.
   if (tLog.iLogFileMaxSize == 0) tLog.iLogFileMaxSize = kDefaultLogMaxSize;
 }
 
-void release_protocol_log() {
-  struct stat status {};
-  struct stat named {};
-  const bool is_open = gl_iFd > 0 && fstat(gl_iFd, &status) == 0;
-  const bool is_named = stat(gl_tSat.strSatProtLogFileName, &named) == 0 && same_file(status, named);
-  if (is_open && (is_named || same_file(status, log_file))) close(gl_iFd);
-  gl_iFd = 0;
+void close_protocol_log() {
+  const int descriptor = exchange_descriptor(0);
+  if (descriptor > 0 && is_open_log_file(descriptor)) close(descriptor);
 }
 
 void LogSzCtlTherad(void) {

@@ -16,5 +16,5 @@ void LogSATProtocolMsg(const char* text, bool received);
 // Closes the log; the next frame opens it again under the date of that moment.
 void LogSATProtocolSzCtl();
 
-// What is left to do at unloading: closes the log, unless the host has put something else in its place.
-void release_protocol_log();
+// Closes the log, unless the host has put something else in its place.
+void close_protocol_log();

@@ -45,6 +45,7 @@ struct Reception {
   int attempts = kAttempts;
   int32_t time_limit;  // ms; set by the stages, not reset by an attempt
   int last_errno = 0;
+  int64_t elapsed = 0;  // ms since the start, as last measured
 
   int32_t position;  // frame bytes held, STX included; the next byte goes to index position - 1
   uint32_t block_end;
@@ -90,6 +91,12 @@ bool is_read_failure(ssize_t count) {
   return is_failure(count) && errno != EBADF;
 }
 
+// The elapsed time becomes that of the last look at an empty port.
+void wait_within_limit(Reception& r) {
+  wait_for_bytes(r.descriptor, r.time_limit - r.elapsed + 1);
+  r.elapsed = elapsed_since(r.start);
+}
+
 // ---- Waiting for the frame --------------------------------------------------------------------------
 
 Step no_reply(Reception& r) {
@@ -116,36 +123,34 @@ Step wait_for_reply(Reception& r) {
   return Step::kGoOn;
 }
 
-Step no_stx(Reception& r, int64_t elapsed) {
+Step no_stx(Reception& r, int64_t lasting) {
   r.rc = kLinkNoStx;
   API_TRACE_IN(kReadBuf, kError, "Lnx rc[%06d]ER Read Error iCurPos[%d] liDiffTime[%lu]\n", r.rc, r.position,
-               static_cast<unsigned long>(elapsed));
+               static_cast<unsigned long>(lasting));
   return Step::kEndCall;
 }
 
 // The clock is looked at only where nothing was read: a reply that arrives within the waits is taken,
 // however short the configured limit.
 Step wait_for_stx(Reception& r) {
-  int64_t elapsed = 0;
   for (;;) {
     const ssize_t count = read_port(r.descriptor, r.buffer, 1);
     if (count == 1 && r.buffer[0] == kStx) return Step::kGoOn;
     if (count == 1) {
       API_TRACE_IN(kReadBuf, kWarning, "Lnx << SAT->PC Rcvd[%02Xh]Expected STX  iCurPos[%d] liDiffTime[%lu\n",
-                   static_cast<uint8_t>(r.buffer[0]), r.position, static_cast<unsigned long>(elapsed));
+                   static_cast<uint8_t>(r.buffer[0]), r.position, static_cast<unsigned long>(r.elapsed));
       const int64_t lasting = elapsed_since(r.start);
       if (is_endless_wait(lasting)) return no_stx(r, lasting);
       continue;
     }
     const bool failed = is_read_failure(count);
-    elapsed = elapsed_since(r.start);
-    if (!failed) trace_empty_read(r, count, elapsed, kShownTimeoutMs);
-    if (elapsed > r.time_limit) return no_stx(r, elapsed);
+    r.elapsed = elapsed_since(r.start);
+    if (!failed) trace_empty_read(r, count, r.elapsed, kShownTimeoutMs);
+    if (r.elapsed > r.time_limit) return no_stx(r, r.elapsed);
     if (failed) {
       pace();
     } else {
-      wait_for_bytes(r.descriptor, r.time_limit - elapsed + 1);
-      elapsed = elapsed_since(r.start);
+      wait_within_limit(r);
     }
   }
 }
@@ -162,10 +167,10 @@ Step frame_stopped(Reception& r) {
 }
 
 Step nothing_read(Reception& r, ssize_t count) {
-  const int64_t elapsed = elapsed_since(r.start);
-  trace_empty_read(r, count, elapsed, r.time_limit);
-  if (elapsed > r.time_limit) return frame_stopped(r);
-  wait_for_bytes(r.descriptor, r.time_limit - elapsed + 1);
+  r.elapsed = elapsed_since(r.start);
+  trace_empty_read(r, count, r.elapsed, r.time_limit);
+  if (r.elapsed > r.time_limit) return frame_stopped(r);
+  wait_within_limit(r);
   return Step::kAgain;
 }
 

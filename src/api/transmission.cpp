@@ -71,9 +71,10 @@ void trace_refused_write(uint32_t block_end, int64_t elapsed) {
 
 enum class BlockResult { kWritten, kFailed, kStalled };
 
-BlockResult write_block(const char* frame, uint32_t frame_length, uint32_t block_end, uint32_t& offset) {
+// The elapsed time that is shown behind a failure is the last measured one, perhaps another block's.
+BlockResult write_block(const char* frame, uint32_t frame_length, uint32_t block_end, uint32_t& offset,
+                        int64_t& elapsed) {
   timespec progress = monotonic_now();
-  int64_t elapsed = 0;
   while (offset < block_end) {
     const ssize_t written = write_port(hComm, frame + offset, block_end - offset);
     if (written >= 1) {
@@ -253,9 +254,10 @@ int32_t lSerialWriteBufL(char* pusTxPkt, uint32_t uiTxBufSz) {
   const uint32_t length = complete_frame(pusTxPkt, uiTxBufSz);
   uint32_t offset = 0;
   uint32_t block_end = kBlockSize;
+  int64_t elapsed = 0;
   while (offset < length) {
     if (block_end > length) block_end = length;
-    switch (write_block(pusTxPkt, length, block_end, offset)) {
+    switch (write_block(pusTxPkt, length, block_end, offset, elapsed)) {
       case BlockResult::kWritten:
         break;
       case BlockResult::kStalled:

@@ -5,7 +5,7 @@ namespace {
 
 // The protocol log stays open between two calls; a host that unloads the library gets its descriptor back.
 __attribute__((destructor)) void unload() {
-  release_protocol_log();
+  close_protocol_log();
 }
 
 }  // namespace

@@ -24,11 +24,13 @@ inline int open_file(const char* path, int flags, mode_t mode = 0) {
   return other;
 }
 
+constexpr int kLogFlags = O_WRONLY | O_APPEND;
+
 // For appending. The names of logs can be foretold: in a folder that others can write to, a link in their
 // place would lead to any file of the till. A FIFO does not count as a log either: a write to it whose reader
 // has gone would end the host.
 inline int open_log_file(const char* path, mode_t mode) {
-  const int descriptor = open_file(path, O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW, mode);
+  const int descriptor = open_file(path, kLogFlags | O_CREAT | O_NOFOLLOW, mode);
   // What has a position is no FIFO. A status would tell too, but makes the file system write finer time
   // stamps.
   if (descriptor == -1 || lseek(descriptor, 0, SEEK_CUR) != -1) return descriptor;
@@ -37,4 +39,13 @@ inline int open_log_file(const char* path, mode_t mode) {
   close(descriptor);
   errno = EINVAL;
   return -1;
+}
+
+// Whether a descriptor still is what open_log_file opened. A host that becomes a daemon closes all
+// descriptors, and may then have opened a file of its own under that number; hardly one with these flags. The
+// file itself is not asked, for the reason above.
+inline bool is_open_log_file(int descriptor) {
+  constexpr int kFlags = kLogFlags | O_NONBLOCK;
+  const int flags = fcntl(descriptor, F_GETFL);
+  return flags != -1 && (flags & (O_ACCMODE | kFlags)) == kFlags;
 }

@@ -1,12 +1,11 @@
 // The renderer of the protocol log over any bytes, in both directions.
-#include <fcntl.h>
-
 #include <cstring>
 #include <vector>
 
 #include "api/context.h"
 #include "api/protocol_log.h"
 #include "fuzz/fuzzing.h"
+#include "olk_utils/open_file.h"
 #include "olk_utils/trace_log.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -15,7 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   require(ready);
   bWarningLogsEnabled = 1;
   tLog.ucModeMask = 31;
-  if (gl_iFd == 0) gl_iFd = open("/dev/null", O_WRONLY);
+  if (gl_iFd == 0) gl_iFd = open_log_file("/dev/null", 0600);
 
   // Frames lie in larger buffers: two bytes behind the text's NUL can be read.
   std::vector<char> frame(data, data + size);

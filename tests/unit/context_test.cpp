@@ -10,6 +10,7 @@
 #include "api/configuration.h"
 #include "api/protocol_log.h"
 #include "olk_sat_utils/return_codes.h"
+#include "olk_utils/open_file.h"
 #include "support/api_trace.h"
 #include "support/virtual_clock.h"
 
@@ -440,7 +441,7 @@ TEST_F(SizeControl, RunsWithoutTheFileToo) {
 
 TEST_F(SizeControl, ClosesTheProtocolLogOnLaterCallsOnly) {
   write_configuration(kFixedPort + log_section("1"));
-  gl_iFd = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  gl_iFd = open_log_file("/dev/null", 0600);
   const int descriptor = gl_iFd;
   gl_TmpBuf[0] = 'x';
   init_global_sat_struct();

@@ -15,6 +15,7 @@
 
 #include "api/context.h"
 #include "olk_utils/bounded_text.h"
+#include "olk_utils/open_file.h"
 #include "support/api_trace.h"
 #include "support/full_disk.h"
 #include "support/virtual_clock.h"
@@ -48,6 +49,7 @@ extern "C" void __wrap__Z18pause_microsecondsj(unsigned microseconds) {
 namespace {
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using namespace std::string_literals;
 
@@ -564,6 +566,59 @@ TEST_F(ProtocolLog, SizeControlClosesTheFileOnceALineWasComposed) {
   EXPECT_EQ(gl_iFd, 0);
 }
 
+// A host that becomes a daemon closes all descriptors, and opens its own files under their numbers.
+class DaemonsLog : public ProtocolLog {
+ protected:
+  DaemonsLog() {
+    CreateSAT_ProtLogFile();
+    log("A\0\0\0"s, kReceived);
+    descriptor_ = gl_iFd;
+    length_ = read_file(kToday).size();
+    close(descriptor_);
+  }
+  ~DaemonsLog() override { close(descriptor_); }
+
+  void open_own_file() {
+    const int own = open("own", O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    if (own != descriptor_) {
+      EXPECT_EQ(dup2(own, descriptor_), descriptor_);
+      close(own);
+    }
+  }
+  void expect_own_file_untouched() const {
+    EXPECT_NE(fcntl(descriptor_, F_GETFD), -1);
+    EXPECT_EQ(read_file("own"), "");
+  }
+  std::string logged_since() const { return read_file(kToday).substr(length_); }
+
+ private:
+  int descriptor_;
+  std::size_t length_;
+};
+
+TEST_F(DaemonsLog, IsOpenedAnewBesideItsOwnFile) {
+  open_own_file();
+  log("B\0\0\0"s, kReceived);
+  EXPECT_THAT(logged_since(), HasSubstr("<02>B"));
+  expect_own_file_untouched();
+}
+
+TEST_F(DaemonsLog, IsOpenedAnewWhereNothingTookItsPlace) {
+  log("B\0\0\0"s, kReceived);
+  EXPECT_THAT(logged_since(), HasSubstr("<02>B"));
+}
+
+TEST_F(DaemonsLog, IsAllThatSizeControlAndUnloadingClose) {
+  open_own_file();
+  const int descriptor = gl_iFd;
+  LogSATProtocolSzCtl();
+  EXPECT_EQ(gl_iFd, 0);
+  gl_iFd = descriptor;
+  close_protocol_log();
+  EXPECT_EQ(gl_iFd, 0);
+  expect_own_file_untouched();
+}
+
 TEST_F(ProtocolLog, SizeControlGivesAMaximumSizeOfZeroItsDefault) {
   tLog.iLogFileMaxSize = 0;
   LogSATProtocolSzCtl();
@@ -663,7 +718,7 @@ class SizeControlLoop : public ProtocolLog {
 
   static void leave_a_line_open() {
     gl_TmpBuf[0] = 'x';
-    gl_iFd = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    gl_iFd = open_log_file("/dev/null", 0600);
   }
 
   static void run_command(const char* name) { copy_text(gl_tSat.CurSatCmdInProc, name); }
