@@ -309,7 +309,7 @@ enum {
  *   iBufLen  Bytes from the start of pBuf to add up, an STX counted; at least 1 and at least the length of
  *            the text less 3. All of them must be readable; a checksum or an ETX among them is added too.
  * Returns the checksum; 0, with a trace line, for a null pBuf, for an iBufLen that is too small, and for a
- * text of fewer than 3 characters. A true checksum can be 0 too. */
+ * text of fewer than 3 characters; 0 for a negative iBufLen, without one. A true checksum can be 0 too. */
 TALVEX_API unsigned char SAT_API_CalcCkeckSum(const unsigned char* pBuf, int iBufLen);
 
 /* Builds a frame.
@@ -337,8 +337,8 @@ TALVEX_API const char* ShowHex(const unsigned char* pBuf, int iLen);
  *   pSatCmdPkt, pSatRspPkt  Frame or part of one, terminated by NUL. Not modified.
  *   iLen                    Its length in bytes. Two more than the text's when the checksum is 0x00, which
  *                           ends the text: those two must be readable then.
- * Return one more than the number of the last field, or that number when the frame ends in an empty field; 0
- * for a null pointer, a text without any field, and when memory runs out. */
+ * Return one more than the number of the last field, or that number when the frame ends in an empty field or
+ * its checksum looks like one ('|'); 0 for a null pointer, a text without any field, and when memory runs out. */
 TALVEX_API unsigned int SAT_API_CmdPktParcer(const char* pSatCmdPkt, int iLen);
 TALVEX_API unsigned int SAT_API_RspPktParcer(const char* pSatRspPkt, int iLen);
 
@@ -353,7 +353,7 @@ enum {
  *   pUnused  Ignored.
  *   SatArgs  The text. Not modified.
  * Returns one more than the number of the last field; 0 for null, a text without any field, and when memory
- * runs out. Empty fields are counted only behind fields of one character. */
+ * runs out. Empty fields are counted at the beginning and behind fields of one character. */
 TALVEX_API unsigned int SAT_APP_CmdParcer(const void* pUnused, const char* SatArgs);
 
 /* Writes the fields of a reply to the trace log, checks its session number and reads its return code.
