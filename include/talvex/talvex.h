@@ -338,7 +338,8 @@ TALVEX_API const char* ShowHex(const unsigned char* pBuf, int iLen);
  *   iLen                    Its length in bytes. Two more than the text's when the checksum is 0x00, which
  *                           ends the text: those two must be readable then.
  * Return one more than the number of the last field, or that number when the frame ends in an empty field or
- * its checksum looks like one ('|'); 0 for a null pointer, a text without any field, and when memory runs out. */
+ * its checksum looks like one ('|'); 0 for a null pointer, a text without any field, and when memory runs
+ * out. */
 TALVEX_API unsigned int SAT_API_CmdPktParcer(const char* pSatCmdPkt, int iLen);
 TALVEX_API unsigned int SAT_API_RspPktParcer(const char* pSatRspPkt, int iLen);
 
