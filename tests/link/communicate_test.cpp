@@ -4,6 +4,7 @@
 
 #include <cerrno>
 
+#include "api/protocol_log.h"
 #include "link/virtual_link_fixture.h"
 #include "olk_sat_utils/return_codes.h"
 #include "olk_utils/bounded_text.h"
@@ -31,6 +32,11 @@ class CommunicateTest : public VirtualLinkTest {
   static int communicate(uint32_t index = kConsultarSAT, const char* function = "ConsultarSAT",
                          uint32_t layout = 5, const std::string& arguments = "") {
     init_global_sat_struct();
+    return hand_over(index, function, layout, arguments);
+  }
+
+  // The same behind the call's initialisation.
+  static int hand_over(uint32_t index, const char* function, uint32_t layout, const std::string& arguments) {
     clear_buffer(gl_sSatPkt, kPacketBufferSize);
     copy_text(gl_tSat.CurSatCmdInProc, function);
     const std::string command = kStx + std::string(function) + "|000042" + arguments + kEtx;
@@ -399,5 +405,168 @@ TEST_F(CommunicateTest, LongCommandLeavesNothingBehindAShortFailureText) {
   EXPECT_EQ(communicate(kEnviarDadosVenda, "EnviarDadosVenda", 6, sale), -2009);
   expect_nothing_left_behind_text();
 }
+
+// ---- What is logged decides nothing else -------------------------------------------------------------
+
+// What a log flag lets through, by the bits of the levels.
+struct LogFlag {
+  const char* name;
+  int64_t* flag;
+  unsigned levels;
+};
+
+const LogFlag kLogFlags[] = {
+    {"errors", &bErrorLogsEnabled, 1},     {"warnings", &bWarningLogsEnabled, 3},
+    {"messages", &bMessageLogsEnabled, 7}, {"info", &bInfoLogsEnabled, 7},
+    {"trace", &bTraceLogsEnabled, 15},     {"jni", &bJniTraceLogsEnabled, 16},
+};
+
+Lines passing(const Lines& lines, unsigned levels) {
+  static constexpr std::pair<const char*, unsigned> kTags[] = {
+      {"ERR", 1}, {"WRN", 2}, {"INF", 4}, {"TRC", 8}, {"JNI", 16}};
+  Lines passed;
+  for (const std::string& line : lines) {
+    for (const auto& [tag, level] : kTags) {
+      if (line.compare(0, 3, tag) == 0 && (levels & level) != 0) passed.push_back(line);
+    }
+  }
+  return passed;
+}
+
+std::string with_zero_checksum(const std::string& text) {
+  return text + static_cast<char>(256 - checksum(text));
+}
+
+struct Exchange {
+  const char* name;
+  Script script;
+  int rc;
+  std::string arguments{};
+  uint32_t index = kConsultarSAT;
+  const char* function = "ConsultarSAT";
+};
+void PrintTo(const Exchange& exchange, std::ostream* out) {
+  *out << exchange.name;
+}
+
+const Script kAccepted = {expect_frame(), ack()};
+const Script kReplied = {send_frame("000042|08000|x||"), expect_ack()};
+const Script kBrokenOff = {send("\x02"
+                                "AB"),
+                           expect_nak()};
+const std::string kLargeReply = frame(text_for_frame_of(2 * kBlock + 500));
+const Exchange kExchanges[] = {
+    {"Plain", kAccepted + kReplied, 16},
+    {"OneNak", Script{expect_frame(), nak()} + kAccepted + kReplied, 16},
+    {"FourNaks", 4 * Script{expect_frame(), nak()}, -2009},
+    {"StrayStxAndAck", Script{expect_frame(), send("\x02\x06")} + kAccepted + kReplied, 16},
+    {"StrayStxAndNak", Script{expect_frame(), send("\x02\x15")} + kReplied, 16},
+    {"StrayStxGarbageAndEtx", Script{expect_frame(), send("\x02Z\x03")} + kReplied, 16},
+    {"StrayStxAlone", {expect_frame(), send("\x02")}, -2},
+    {"GarbageAroundTheAck", Script{expect_frame(), send("ZZ\x06YY")} + kReplied, 16},
+    {"GarbageAfterThreeWaits", {expect_frame(), pause_ms(10000), send("Z")}, -2},
+    {"NoAnswer", {expect_frame()}, -2},
+    {"ZeroChecksums", kAccepted + Script{send_frame(with_zero_checksum("000042|08000|")), expect_ack()}, 14,
+     with_zero_checksum("ConsultarSAT|000042|").substr(19)},
+    // A command of two blocks and a reply of three.
+    {"LargeFrames",
+     {expect_block(kBlock), ack(), expect_block(500), nak(), expect_block(kBlock), ack(), expect_block(500),
+      ack(), send(kLargeReply.substr(0, kBlock)), expect_ack(), send(kLargeReply.substr(kBlock, kBlock)),
+      expect_ack(), send(kLargeReply.substr(2 * kBlock)), expect_ack()},
+     2 * kBlock + 497,
+     "|" + std::string(kBlock + 500 - 23, 'x')},
+    {"TextThatBeginsWithAnStx", kAccepted + Script{send_frame("\x02|08000"), expect_ack()}, 7},
+    {"EmptyText", kAccepted + Script{send(std::string("\x02\0\x03", 3)), expect_ack()}, 0},
+    {"GarbageInFrontOfTheReply", kAccepted + Script{send("ZZ"), pause_ms(700), send("Y")} + kReplied, 16},
+    {"WrongChecksum", kAccepted + Script{send_bad_frame("AB"), expect_nak()} + kReplied, 16},
+    {"WrongChecksums", kAccepted + 3 * Script{send_bad_frame("AB"), expect_nak()}, -2005},
+    {"WrongChecksumAndAStrayByte", kAccepted + Script{send_bad_frame("AB"), expect_nak(), send("Z")}, -2004},
+    {"Gap", kAccepted + kBrokenOff + kReplied, 16},
+    {"Gaps", kAccepted + 3 * kBrokenOff, -2006},
+    {"GapAndAStrayByte", kAccepted + kBrokenOff + Script{send("Z")}, -2004},
+    {"LateReply", kAccepted + Script{pause_ms(8000)} + kReplied, 16},
+    {"NoReply", kAccepted, -2003},
+    {"NoReplyToALongFunction", kAccepted, -2004, "", kAtivarSAT, "AtivarSAT"},
+    {"LateRepliesToALongFunction",
+     kAccepted + Script{pause_ms(400000), send_bad_frame("AB"), expect_nak(), pause_ms(500000)} + kReplied,
+     16, "", kAtivarSAT, "AtivarSAT"},
+};
+
+class LogLevelTest : public CommunicateTest, public testing::WithParamInterface<Exchange> {
+ protected:
+  struct Outcome {
+    int rc;
+    std::string text;
+    int64_t milliseconds;
+    std::vector<std::string> sent;
+    std::string protocol;
+    Lines trace;
+  };
+
+  // One transaction with the flags as they stand; it finds all as the one before it did.
+  Outcome outcome_of(const Exchange& exchange) {
+    std::filesystem::create_directory("Log");
+    copy_text(tLog.strLogFilePath, "Log");
+    tLog.ucModeMask = 31;
+    virtual_clock::set_local_time(2026, 12, 1, 10, 0, 0, 0);
+    device().play(exchange.script);
+    const int64_t start = virtual_clock::monotonic_ms();
+    Outcome outcome{};
+    outcome.rc = hand_over(exchange.index, exchange.function, 5, exchange.arguments);
+    outcome.milliseconds = virtual_clock::monotonic_ms() - start;
+    outcome.text = text();
+    outcome.sent = device().received();
+    outcome.protocol = read_file("Log/20261201_SAT_ProtocolLog.txt");
+    outcome.trace = trace_messages("SAT_api.log");
+    expect_script_played();
+    close_protocol_log();
+    std::filesystem::remove_all("Log");
+    return outcome;
+  }
+
+  static void log_only(const LogFlag& only) {
+    for (const LogFlag& other : kLogFlags) *other.flag = &other == &only;
+    bDebugLogsEnabled = 0;
+  }
+  static void log_nothing() {
+    for (const LogFlag& flag : kLogFlags) *flag.flag = 0;
+    bDebugLogsEnabled = 0;
+  }
+
+  void expect_same(const Outcome& outcome, const Outcome& full, unsigned levels) {
+    EXPECT_EQ(outcome.rc, full.rc);
+    EXPECT_EQ(outcome.milliseconds, full.milliseconds);
+    EXPECT_TRUE(outcome.text == full.text);
+    EXPECT_TRUE(outcome.sent == full.sent);
+    EXPECT_TRUE(outcome.protocol == full.protocol) << outcome.protocol << full.protocol;
+    EXPECT_TRUE(outcome.trace == passing(full.trace, levels)) << testing::PrintToString(outcome.trace);
+  }
+};
+
+TEST_P(LogLevelTest, DecidesNothingButWhatIsTraced) {
+  const Exchange& exchange = GetParam();
+  log_nothing();
+  outcome_of(exchange);  // the first one of all sets the protocol log's path
+  bDebugLogsEnabled = 1;
+  const Outcome full = outcome_of(exchange);
+  EXPECT_EQ(full.rc, exchange.rc);
+
+  for (const LogFlag& flag : kLogFlags) {
+    SCOPED_TRACE(flag.name);
+    log_only(flag);
+    expect_same(outcome_of(exchange), full, flag.levels);
+  }
+  {
+    SCOPED_TRACE("none");
+    log_nothing();
+    expect_same(outcome_of(exchange), full, 0);
+  }
+  SCOPED_TRACE("all");
+  for (const LogFlag& flag : kLogFlags) *flag.flag = 1;
+  expect_same(outcome_of(exchange), full, 31);
+}
+
+INSTANTIATE_TEST_SUITE_P(Exchanges, LogLevelTest, testing::ValuesIn(kExchanges),
+                         [](const auto& test) { return std::string(test.param.name); });
 
 }  // namespace
