@@ -1,12 +1,12 @@
 #include "api/transmission.h"
 
+#include "api/protocol_log.h"
 #include "link/virtual_link_fixture.h"
 
 namespace {
 
 using namespace scripted;
 using testing::AllOf;
-using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
 using testing::EndsWith;
@@ -48,6 +48,11 @@ class TransmissionTest : public VirtualLinkTest {
 
   static Lines answer_lines() { return traced("cSerialReadAck"); }
 
+  // A line of the dissector's.
+  static std::string dissected(const std::string& text, const std::string& indent = "") {
+    return "INF [] [../src/olk_sat_utils/olk_sat_utils] [SAT_API_CmdPktParcer]--- >> " + indent + text;
+  }
+
  private:
   std::vector<char> command_;
 };
@@ -55,6 +60,14 @@ class TransmissionTest : public VirtualLinkTest {
 constexpr char kReadAckLine[] = "INF   rc[00001]WR:Lnx\n\t << SAT->PC Rcvd[06h]ACK\n";
 constexpr char kReadNakLine[] = "INF   rc[00000]WR:Lnx\n\t << SAT->PC Rcvd[15h]NAK\n";
 constexpr char kStrayStxLine[] = "WRN   rc[00002]WR:Lnx\n\t << SAT->PC Rcvd[02h]STX Expected ACK or NAK\n";
+
+constexpr char kNoAnswerLine[] =
+    "ERR Lnx errno[00011:Resource temporarily unavailable]:ER Waiting ACK/NAK from SAT\n";
+
+Lines operator+(Lines left, const Lines& right) {
+  left.insert(left.end(), right.begin(), right.end());
+  return left;
+}
 
 // ---- The frame --------------------------------------------------------------------------------------
 
@@ -75,6 +88,14 @@ TEST_F(TransmissionTest, SmallFrameAndItsAcknowledgementAreTraced) {
                                                       "]\n\t >> PC->SAT Sent[00005:\x02"
                                                       "AB\x83\x03]\n"));
   EXPECT_THAT(answer_lines(), ElementsAre(kReadAckLine));
+}
+
+TEST_F(TransmissionTest, SmallFrameWithChecksumZeroIsTracedUpToItAndWithItsWholeLength) {
+  device().play({expect_block(6), ack()});
+  ASSERT_EQ(transmit("A|C"), 6);
+  EXPECT_THAT(traced("lSerialWriteBufL"), ElementsAre("INF Lnx\n\t >> Sent[0006] hC[" + handle() +
+                                                      "]\n\t >> PC->SAT Sent[00004:\x02"
+                                                      "A|C]\n"));
 }
 
 struct ChecksumCase {
@@ -189,6 +210,44 @@ TEST_F(TransmissionTest, EveryBlockOfEveryTransmissionGoesToDissectorAndProtocol
   EXPECT_EQ(lines, 4u);
 }
 
+// The protocol log is closed, so that it shows when its turn comes.
+TEST_F(TransmissionTest, BlockIsTracedThenDissectedThenLoggedAndItsAnswerComesLast) {
+  std::filesystem::create_directory("Log");
+  tLog.ucModeMask = 31;
+  virtual_clock::set_local_time(2026, 3, 9, 8, 7, 6, 5);
+  device().play({expect_frame(), nak(), expect_frame(), ack()});
+  ASSERT_EQ(transmit("A|1"), 6);
+  expect_script_played();
+
+  const Lines block = {
+      "INF [] [../src/api/TALVEX] [lSerialWriteBufL]Lnx\n\t >> Sent[0006] hC[" + handle() +
+          "]\n\t >> PC->SAT Sent[00006:\x02"
+          "A|1\xEE\x03]\n",
+      dissected("STX[02h]\n", " "),
+      dissected("P01=[00000001:A]Sat:NomeDoComando\n"),
+      dissected("P02=[00000001:1]LastParam\n"),
+      dissected("CKS[EEh]\n", " "),
+      dissected("ETX[03h]\n\n", " "),
+      "WRN [] [../src/api/TALVEX] [LogSATProtocolMsg]All WR\n\t iSatPkgLen[00000006]\n\t "
+      "pSatPkt[iSatPkgLen-1]=[03h]Rcvd ETX\n",
+  };
+  const Lines opening = {
+      "WRN [] [../src/api/TALVEX] [LogSATProtocolMsg]All ER:gl_iFd[00000000h]=NULL\n\t Msg[000048:"
+      "20260309080706 PC->SAT >> [<02>A|1<EE><03>]OK:a\n] Trying to Open NOw\n",
+      "WRN [] [../src/api/TALVEX] [CreateSAT_ProtLogFile]---  gl_tSat.strSatProtLogFilePath[Log]UPDATED\n",
+      printed("INF [] [../src/api/TALVEX] [CreateSAT_ProtLogFile]---  rc[-01101]OK:logFd[%08Xh] "
+              "pcLogName[Log/20260309_SAT_ProtocolLog.txt]Created!!!\n",
+              static_cast<unsigned>(gl_iFd)),
+  };
+  const auto answer = [](const char* line) {
+    return std::string(line).insert(4, "[] [../src/api/TALVEX] [cSerialReadAck]");
+  };
+  const Lines refused = {answer(kReadNakLine),
+                         "INF [] [../src/api/TALVEX] [lSerialWriteBufL]Lnx errno[]:WR Read NAK\n"};
+  EXPECT_EQ(without_errno(trace_messages("SAT_api.log")),
+            block + opening + refused + block + Lines{answer(kReadAckLine)});
+}
+
 // ---- NAK --------------------------------------------------------------------------------------------
 
 TEST_F(TransmissionTest, ThreeNaksAndAnAckSendTheFrameFourTimes) {
@@ -274,13 +333,13 @@ TEST_F(TransmissionTest, ByteBehindAStrayStxMustAlreadyBeThere) {
   ASSERT_THAT(lines, SizeIs(2));
   EXPECT_EQ(lines[0], kStrayStxLine);
   EXPECT_THAT(lines[1], testing::MatchesRegex("WRN  rc\\[-00002\\]ER SAT->PC Rcvd\\[..h\\]Exiting\n"));
-  EXPECT_THAT(without_errno(traced("lSerialWriteBufL")),
-              Contains("ERR Lnx errno[]:ER Waiting ACK/NAK from SAT\n"));
+  EXPECT_EQ(traced("lSerialWriteBufL").back(), kNoAnswerLine);
 }
 
 TEST_F(TransmissionTest, HangUpBehindAStrayStxEndsTheWait) {
   device().play({expect_frame(), send("\x02"), await_reader(), hang_up()});
   EXPECT_EQ(transmit("AB"), -2);
+  EXPECT_EQ(virtual_clock::monotonic_ms(), 0);
 }
 
 TEST_F(TransmissionTest, StrayStxAndAckSpendTheNakBudget) {
@@ -317,8 +376,7 @@ TEST_F(TransmissionTest, SilentDeviceFailsAfterFourWaitsOfThreeSeconds) {
                                               handle() + "] \n\t selectRetry[-1]\n",
                                           "ERR   rc[-0002]ER:Lnx hComm[" + handle() +
                                               "] Timeout[Resource temporarily unavailable] t[12000]ms\n"));
-  EXPECT_EQ(without_errno(traced("lSerialWriteBufL")).back(),
-            "ERR Lnx errno[]:ER Waiting ACK/NAK from SAT\n");
+  EXPECT_EQ(traced("lSerialWriteBufL").back(), kNoAnswerLine);
 }
 
 TEST_F(TransmissionTest, AnswerInTheFourthWaitIsTaken) {
