@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "api/protocol_log.h"
 #include "link/virtual_link_fixture.h"
 #include "olk_utils/bounded_text.h"
 
@@ -136,6 +137,33 @@ TEST_F(ReceptionTest, ProtocolLogShowsTheTextAlone) {
             "20260309080706 SAT->PC << [<02>7|080<--><03>]WR:d\n");
 }
 
+// The protocol log is closed, so that it shows when its turn comes.
+TEST_F(ReceptionTest, ReplyIsTracedDissectedLoggedTracedAgainAndThenAcknowledged) {
+  std::filesystem::create_directory("Log");
+  tLog.ucModeMask = 31;
+  virtual_clock::set_local_time(2026, 3, 9, 8, 7, 6, 5);
+  device().play({send_frame("7|080"), expect_ack()});
+  ASSERT_EQ(receive(), 5);
+  const std::string api = " [] [../src/api/TALVEX] ";
+  const std::string dissector = "INF [] [../src/olk_sat_utils/olk_sat_utils] [SAT_API_RspPktParcer]--- << ";
+  const std::string check = {static_cast<char>(checksum("7|080"))};
+  EXPECT_THAT(
+      trace_messages("SAT_api.log"),
+      ElementsAre(
+          "INF" + api + "[cSerialReadBufW]Lnx Rcvd\n\t << SAT->SO  Recv[0007:<STX>7|080" + check + "\x03]\n",
+          dissector + "R01=[00000001:7]\n", dissector + "R02=[00000003:080]\n",
+          dissector + printed(" CKS[%02Xh]\n", checksum("7|080")), dissector + " ETX[03h]\n",
+          "WRN" + api +
+              "[LogSATProtocolMsg]All ER:gl_iFd[00000000h]=NULL\n\t Msg[000050:20260309080706 SAT->PC << "
+              "[<02>7|080<--><03>]WR:d\n] Trying to Open NOw\n",
+          "WRN" + api + "[CreateSAT_ProtLogFile]---  gl_tSat.strSatProtLogFilePath[Log]UPDATED\n",
+          printed("INF [] [../src/api/TALVEX] [CreateSAT_ProtLogFile]---  rc[-01101]OK:logFd[%08Xh] "
+                  "pcLogName[Log/20260309_SAT_ProtocolLog.txt]Created!!!\n",
+                  static_cast<unsigned>(gl_iFd)),
+          "INF" + api + "[cSerialReadBufW]Lnx Rcvd\n\t <<  SO->PC   Rsp[00005:7|080]\n",
+          "INF" + api + "[lSerialWriteAck]Lnx \n\t >> PC->SAT Sent[06h]ACK\n"));
+}
+
 // ---- Garbage in front of the STX --------------------------------------------------------------------
 
 TEST_F(ReceptionTest, BytesBeforeTheStxAreTracedAndDropped) {
@@ -162,6 +190,26 @@ TEST_F(ReceptionTest, GarbageShowsTheLastElapsedTime) {
   ASSERT_EQ(receive(), 2);
   EXPECT_THAT(with_text(reading_lines(), "Rcvd[59h]"),
               ElementsAre("WRN Lnx << SAT->PC Rcvd[59h]Expected STX  iCurPos[0] liDiffTime[700\n"));
+}
+
+TEST_F(ReceptionTest, GarbageBehindAGapShowsTheGapsElapsedTime) {
+  device().play({send("\x02"
+                      "ABC"),
+                 expect_nak(), send("Z" + frame("AB")), expect_ack()});
+  ASSERT_EQ(receive(), 2);
+  expect_script_played();
+  EXPECT_THAT(with_text(reading_lines(), "Rcvd[5Ah]"),
+              ElementsAre("WRN Lnx << SAT->PC Rcvd[5Ah]Expected STX  iCurPos[0] liDiffTime[101\n"));
+}
+
+TEST_F(ReceptionTest, GarbageBehindAWrongChecksumShowsTheElapsedTimeOfTheAttemptBefore) {
+  device().play(
+      {send("Y"), pause_ms(700), send_bad_frame("AB"), expect_nak(), send("Z" + frame("AB")), expect_ack()});
+  ASSERT_EQ(receive(), 2);
+  expect_script_played();
+  EXPECT_THAT(with_text(reading_lines(), "Expected STX"),
+              ElementsAre("WRN Lnx << SAT->PC Rcvd[59h]Expected STX  iCurPos[0] liDiffTime[0\n",
+                          "WRN Lnx << SAT->PC Rcvd[5Ah]Expected STX  iCurPos[0] liDiffTime[700\n"));
 }
 
 TEST_F(ReceptionTest, EmptyReadIsTracedOnceUntilItsErrnoChanges) {
@@ -417,6 +465,13 @@ TEST_F(ReceptionTest, GapOfATenthOfASecondIsStillAccepted) {
                       "A"),
                  pause_ms(100), send("B"), pause_ms(100), send("\x83\x03"), expect_ack()});
   EXPECT_EQ(receive(), 2) << "the limit counts from the last bytes";
+  expect_script_played();
+}
+
+TEST_F(ReceptionTest, GapCountsFromTheStxNotFromTheWaitForIt) {
+  device().play(
+      {pause_ms(500), send("\x02"), await_reader(), pause_ms(50), send("AB\x83\x03"), expect_ack()});
+  EXPECT_EQ(receive(), 2);
   expect_script_played();
 }
 
