@@ -71,6 +71,15 @@ using AcknowledgingFaultTest = OpenPortFaultTest;
 
 class SendingFaultTest : public OpenPortFaultTest {
  protected:
+  // The elapsed time that the last refused write shows; 0 if none was refused.
+  static int last_measured_time() {
+    const Lines lines = with_text(sending_lines(), "EAGAIN:EWOULDBLOCK");
+    int measured = 0;
+    if (!lines.empty())
+      std::sscanf(lines.back().c_str(), "%*[^]]] errno[00000011]EAGAIN:EWOULDBLOCK diff[%d]", &measured);
+    return measured;
+  }
+
   // From the moment on when the device has the first block, writing fails.
   int write_error_in_the_second_block(const Step& answer) {
     device().play({expect_block(kBlock), answer});
@@ -81,8 +90,9 @@ class SendingFaultTest : public OpenPortFaultTest {
     });
     const int rc = transmit(std::string(kBlock, 'x'));
     EXPECT_EQ(sending_lines().back(),
-              "ERR Lnx errno[00005:Input/output error]ER iBytesWritten[-001] uiOffset[16384] "
-              "uiTxBufSz[16387] diff[0000]\n");
+              printed("ERR Lnx errno[00005:Input/output error]ER iBytesWritten[-001] uiOffset[16384] "
+                      "uiTxBufSz[16387] diff[%04d]\n",
+                      last_measured_time()));
     expect_script_played();
     return rc;
   }
@@ -202,13 +212,10 @@ TEST_F(SendingFaultTest, WriteErrorShowsHowFarItCameAndTheLastMeasuredTime) {
   EXPECT_EQ(transmit(kCommand), -2006);
   const Lines lines = sending_lines();
   ASSERT_THAT(lines, SizeIs(11));
-  int measured = 0;
-  ASSERT_EQ(std::sscanf(lines[9].c_str(), "%*[^]]] errno[00000011]EAGAIN:EWOULDBLOCK diff[%d]", &measured),
-            1);
-  EXPECT_GT(measured, 0);
+  EXPECT_GT(last_measured_time(), 0);
   EXPECT_EQ(lines[10], printed("ERR Lnx errno[00005:Input/output error]ER iBytesWritten[-001] uiOffset[0005] "
                                "uiTxBufSz[0022] diff[%04d]\n",
-                               measured));
+                               last_measured_time()));
 }
 
 // The result of the last acknowledgement stands, and counts as success.
@@ -222,6 +229,23 @@ TEST_F(SendingFaultTest, WriteErrorAfterAStrayStxAndNakReturnsOne) {
 
 TEST_F(SendingFaultTest, WriteErrorAfterAStrayStxAndEtxReturnsThree) {
   EXPECT_EQ(write_error_in_the_second_block(send("\x02\x03")), 3);
+}
+
+TEST_F(SendingFaultTest, WriteErrorShowsTheTimeLastMeasuredInAnEarlierBlock) {
+  inject({failure(Call::kWrite, EAGAIN, 9)});
+  EXPECT_EQ(write_error_in_the_second_block(ack()), 1);
+  EXPECT_GT(last_measured_time(), 0);
+}
+
+TEST_F(SendingFaultTest, WriteErrorAfterANakShowsTheTimeLastMeasuredInFrontOfIt) {
+  device().play({expect_frame(), nak()});
+  inject({failure(Call::kWrite, EAGAIN, 9), failure(Call::kWrite, EIO, 1, 1)});
+  EXPECT_EQ(transmit(kCommand), 0);
+  EXPECT_GT(last_measured_time(), 0);
+  EXPECT_EQ(sending_lines().back(),
+            printed("ERR Lnx errno[00005:Input/output error]ER iBytesWritten[-001] uiOffset[0000] "
+                    "uiTxBufSz[0022] diff[%04d]\n",
+                    last_measured_time()));
 }
 
 TEST_F(SendingFaultTest, WriteErrorAfterANakReturnsZero) {
@@ -289,6 +313,16 @@ TEST_F(SendingFaultTest, EndlessWritesOfNothingFailAfterTwoSeconds) {
           "ERR Lnx errno[]ER iBytesWritten[0000] uiOffset[0000] uiTxBufSz[0022] diff[2001] Timeout...\n"));
 }
 
+TEST_F(SendingFaultTest, FailedAnswerIsTracedWithTheErrnoOfItsRead) {
+  device().play(2 * Script{expect_frame()});
+  inject({failure(Call::kRead, EIO)});
+  EXPECT_EQ(transmit(kCommand), -4);
+  EXPECT_EQ(sending_lines().back(), "ERR Lnx errno[00005:Input/output error]:ER Waiting ACK/NAK from SAT\n");
+  inject({failure(Call::kPoll, EBADF, kForever), failure(Call::kRead, EBADF, kForever)});
+  EXPECT_EQ(transmit(kCommand), -3);
+  EXPECT_EQ(sending_lines().back(), "ERR Lnx errno[00009:Bad file descriptor]:ER Waiting ACK/NAK from SAT\n");
+}
+
 TEST_F(SendingFaultTest, InterruptedWritesChangeNothing) {
   device().play({expect_frame(), ack()});
   inject({failure(Call::kWrite, EINTR, 1000), failure(Call::kRead, EINTR, 1000),
@@ -354,6 +388,7 @@ TEST_F(AnswerFaultTest, EmptyReadBehindAStrayStxIsRepeated) {
   device().play({send("\x02\x15")});
   inject({nothing(Call::kRead, 3, 1)});
   EXPECT_EQ(cSerialReadAck(), 1);
+  EXPECT_EQ(ms(), 3) << "one look a millisecond";
 }
 
 TEST_F(AnswerFaultTest, ReadErrorBehindAStrayStxEndsTheWait) {
