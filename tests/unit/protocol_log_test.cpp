@@ -55,6 +55,7 @@ using namespace std::string_literals;
 
 constexpr char kToday[] = "Log/20200727_SAT_ProtocolLog.txt";
 constexpr char kTomorrow[] = "Log/20200728_SAT_ProtocolLog.txt";
+constexpr unsigned kLevels[] = {0, kError, kWarning, kInfo, kTrace};
 constexpr bool kSent = false;
 constexpr bool kReceived = true;
 
@@ -222,6 +223,20 @@ TEST_P(ShownFrame, AsOneLine) {
   EXPECT_EQ(read_file(kToday), "20200727031507 " + rendering.line);
   EXPECT_EQ(take_lines(), rendering.trace.empty() ? Lines{} : Lines{rendering.trace});
 }
+
+TEST_P(ShownFrame, IsTheSameLineAtEveryLevel) {
+  CreateSAT_ProtLogFile();
+  const Rendering& rendering = GetParam();
+  std::string lines;
+  for (const unsigned level : kLevels) {
+    SCOPED_TRACE(level);
+    log_up_to(level);
+    log(rendering.bytes, rendering.received);
+    lines += "20200727031507 " + rendering.line;
+    EXPECT_EQ(read_file(kToday), lines);
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(All, ShownFrame, testing::ValuesIn(kRenderings),
                          [](const auto& tested) { return std::string(tested.param.name); });
 
@@ -522,6 +537,48 @@ TEST_F(ProtocolLog, WithLoggingOffAndNoListenerAFrameLeavesNoFileAndNoDirectory)
   EXPECT_NE(gl_TmpBuf[0], '\0');  // a line was logged, for the size control
 }
 
+TEST_F(ProtocolLog, WithLoggingOffAFrameIsTracedForAHostThatLogsWarnings) {
+  tLog.ucModeMask = 0;
+  log_up_to(kWarning);
+  log("A\0\0\0"s, kReceived);
+  EXPECT_THAT(take_lines(),
+              ElementsAre(opening_line(46, kShown), kUpdated,
+                          message_line("All ER:gl_iFd[00000000h]=NULL\n\t Msg[000046:" + kShown + "]\n")));
+  EXPECT_EQ(gl_TmpBuf, kShown);
+}
+
+TEST_F(ProtocolLog, WithLoggingOffAFileLeftOpenStillTakesTheLine) {
+  CreateSAT_ProtLogFile();
+  tLog.ucModeMask = 0;
+  log_up_to(0);
+  log("A\0\0\0"s, kReceived);
+  EXPECT_EQ(read_file(kToday), kShown);
+}
+
+TEST_F(ProtocolLog, ASecondAttemptOpensTheFileForTheNextLineAtEveryLevel) {
+  for (const unsigned level : kLevels) {
+    SCOPED_TRACE(level);
+    log_up_to(level);
+    write_file("Log", "in the way");
+    after_create_dir = [] {
+      after_create_dir = nullptr;
+      std::filesystem::remove("Log");
+    };
+    testing::internal::CaptureStdout();
+    log("A\0\0\0"s, kReceived);
+    std::fflush(stdout);
+    EXPECT_EQ(without_source_line(testing::internal::GetCapturedStdout()),
+              "[] [../src/api/TALVEX] [CreateSAT_ProtLogFile]--- rc[-1101]ER "
+              "gl_tSat.strSatProtLogFilePath[Log]\n");
+    EXPECT_GT(gl_iFd, 0);
+    EXPECT_EQ(read_file(kToday), "");
+    log("A\0\0\0"s, kReceived);
+    EXPECT_EQ(read_file(kToday), kShown);
+    close_protocol_log();
+    std::filesystem::remove_all("Log");
+  }
+}
+
 TEST_F(ProtocolLog, ASecondAttemptsSuccessComesTooLateForTheLine) {
   write_file("Log", "in the way");
   after_create_dir = [] {
@@ -626,6 +683,13 @@ TEST_F(ProtocolLog, SizeControlGivesAMaximumSizeOfZeroItsDefault) {
   log("A\0\0\0"s, kReceived);
   LogSATProtocolSzCtl();
   EXPECT_EQ(tLog.iLogFileMaxSize, 800000);
+}
+
+TEST_F(ProtocolLog, SizeControlLeavesANegativeMaximumSizeAlone) {
+  tLog.iLogFileMaxSize = -5;
+  log("A\0\0\0"s, kReceived);
+  LogSATProtocolSzCtl();
+  EXPECT_EQ(tLog.iLogFileMaxSize, -5);
 }
 
 TEST_F(ProtocolLog, AFileAboveThreeTimesTheLimitStaysInPlaceAndKeepsGrowing) {
@@ -779,6 +843,12 @@ TEST_F(SizeControlLoop, CountsOverAChangeFromOneLongCommandToAnother) {
   EXPECT_THAT(
       with_text(take_lines(), "Long Time"),
       ElementsAre(loop_line("hT[00000000h] i[20] CurSatCmdInProc[AtivarSAT]Running for Long Time!!!\n")));
+}
+
+TEST_F(SizeControlLoop, IsHeldBackForEveryHandleButZeroAndMinusOne) {
+  run_command("ExtrairLogs");
+  gl_hComm = -2;
+  EXPECT_THAT(seconds_of_size_control(99), IsEmpty());
 }
 
 struct LoopCommand {
