@@ -78,6 +78,23 @@ TEST_F(CalcCkeckSum, ANegativeLengthCountsAsHugeAndSumsNothing) {
   EXPECT_THAT(take_lines(), IsEmpty());
 }
 
+// Both sides count as unsigned 64-bit numbers, also the text's length less 3.
+TEST_F(CalcCkeckSum, ANegativeLengthIsLongEnoughForAShortTextUpToItsOwnWrap) {
+  EXPECT_EQ(SAT_API_CalcCkeckSum(bytes("AB"), -1), 0);
+  EXPECT_EQ(SAT_API_CalcCkeckSum(bytes(""), -3), 0);
+  EXPECT_THAT(take_lines(), IsEmpty());
+  EXPECT_EQ(SAT_API_CalcCkeckSum(bytes("AB"), -2), 0);
+  EXPECT_EQ(SAT_API_CalcCkeckSum(bytes(""), -4), 0);
+  EXPECT_THAT(take_lines(),
+              ElementsAre("INF [SAT_API_CalcCkeckSum] ucCheckSum[00h]=NULL iBufLen[-2] < pBuf[0002:AB]-3\n",
+                          "INF [SAT_API_CalcCkeckSum] ucCheckSum[00h]=NULL iBufLen[-4] < pBuf[0000:]-3\n"));
+}
+
+TEST_F(CalcCkeckSum, SkipsNoOtherControlByteInFront) {
+  EXPECT_EQ(SAT_API_CalcCkeckSum(bytes("\1AB"), 3), 0x84);
+  EXPECT_EQ(SAT_API_CalcCkeckSum(bytes("\3AB"), 3), 0x86);
+}
+
 TEST_F(CalcCkeckSum, RefusesNull) {
   EXPECT_EQ(SAT_API_CalcCkeckSum(nullptr, 5), 0);
   EXPECT_THAT(take_lines(), ElementsAre("INF [SAT_API_CalcCkeckSum] ucCheckSum[00h]=NULL pBuf=NULL\n"));
@@ -189,6 +206,16 @@ TEST_F(CreatePacket, WithZeroChecksumIsTracedAndReturned) {
                               message + "<0x00><ETX>]\n"));
 }
 
+TEST_F(CreatePacket, WithZeroChecksumIsShownUpToItsFirstZeroByte) {
+  const std::string message = with_sum(std::string("\2ABC\0", 5), 0x102);
+  EXPECT_EQ(create(message, 8), message + std::string("\0\x03", 2));
+  EXPECT_THAT(take_lines(),
+              ElementsAre("INF [SAT_API_CreatePacket]    pSatPkt[06]=[00h]rc-2=CHECKSUM=0x00!!!!!!\n",
+                          "INF [SAT_API_CreatePacket]    pSatPkt[07]=[03h]rc-1=ETX\n",
+                          "INF [SAT_API_CreatePacket]    rc[000008]WR\n\t *piSatPktLen[08]>> SAT-PC "
+                          "pSatPkt[0004:\2ABC<0x00><ETX>]\n"));
+}
+
 TEST_F(CreatePacket, LetsTheChecksumSpeakFirst) {
   const std::string message = with_sum("\2ABCDE", 0x17D + 2);
   EXPECT_EQ(create(message, 9), message + "}\x03");
@@ -198,6 +225,15 @@ TEST_F(CreatePacket, LetsTheChecksumSpeakFirst) {
 
 TEST_F(CreatePacket, OfTheStxAlone) {
   EXPECT_EQ(create("\2", 3), std::string("\x02\0\x03", 3));
+}
+
+TEST_F(CreatePacket, OfNoByteOfAMessageWithStxIsItsTwoClosingBytes) {
+  const unsigned char message[] = "\2ABC";
+  unsigned char packet[] = {0xEE, 0xEE, 0xEE};
+  int length = -77;
+  EXPECT_EQ(SAT_API_CreatePacket(message, 0, packet, &length), 2);
+  EXPECT_EQ(length, 2);
+  EXPECT_THAT(packet, ElementsAre(0x00, 0x03, 0xEE));
 }
 
 TEST_F(CreatePacket, OfOneByteOverwritesTheStx) {

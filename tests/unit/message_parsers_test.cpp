@@ -316,6 +316,21 @@ TEST_F(RspParcer, NeedsTheWholeStartOfTheVersionReply) {
   EXPECT_EQ(parse("ConsultarSAT", 1, "talvex DLL"), (Outcome{-1101}));
 }
 
+TEST_F(RspParcer, KnowsTheVersionReplyByItsStartOnly) {
+  log_only(0);
+  EXPECT_EQ(parse("ConsultarSAT", 1, "1|6000|TALVEX DLL Ver. 02.00"), (Outcome{6000, kUntouched, 1, 6000}));
+  EXPECT_EQ(parse("ConsultarSAT", 1, " TALVEX DLL Ver. 02.00"), (Outcome{-1101}));
+}
+
+TEST_F(RspParcer, ComparesWholeSessionNumbers) {
+  EXPECT_EQ(parse("EnviarDadosVenda", 123, "65659|06000"), (Outcome{0, kUntouched, 65659}));
+  EXPECT_EQ(parse("EnviarDadosVenda", UINT32_MAX, "-1|06000"), (Outcome{6000, UINT32_MAX, UINT32_MAX, 6000}));
+  EXPECT_EQ(take_lines(),
+            lines({"--- << R01  numeroSessao[00000005:65659] Cmd:Rsp[000123:065659]WR:MissMatch!!!\n",
+                   "--- << R01  numeroSessao[00000002:-1] Cmd:Rsp[-00001:-00001]OK:Match\n",
+                   "--- << R02         EEEEE[00000005:06000]\n"}));
+}
+
 TEST_F(RspParcer, RefusesAnErrorTextOfTheLibrary) {
   const std::string text = "SAT Erro[-02000]Lnx: SAT nao encontrado";
   EXPECT_EQ(parse("ConsultarSAT", 1, text), (Outcome{-1101}));
