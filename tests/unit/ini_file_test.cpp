@@ -11,6 +11,7 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <functional>
@@ -21,9 +22,11 @@
 #include <vector>
 
 #include "olk_utils/trace_log.h"
+#include "support/file_status.h"
 #include "support/full_disk.h"
 #include "support/scratch_directory.h"
 #include "support/text_files.h"
+#include "support/write_calls.h"
 
 // The engine's system calls pass through here, so that a test can let memory fail or the file change
 // between two of them.
@@ -723,6 +726,116 @@ TEST_F(IniFile, ReadOnlyFileFailsEveryKindOfWrite) {
                       no_write + " pSession[A] pItem[y]\n"}));
 }
 
+TEST_F(IniFile, MissingItemWithoutAValueIsReportedWhenTheFileCannotBeAppendedTo) {
+  const string content = "[S]\nK=1\n";
+  write_file(kIni, content);
+  chmod_or_fail(kIni, 0444);
+  const WithoutPrivileges nobody;
+  const long descriptors = open_descriptors();
+  EXPECT_EQ(OLK_DelIniFileItem(kIni, "S", "Q"), -301);
+  EXPECT_EQ(OLK_SetIniFileValue(kIni, "S", "Q", ""), -301);
+  EXPECT_EQ(open_descriptors(), descriptors);
+  EXPECT_EQ(read_file(kIni), content);
+  const string start =
+      "ERR [] OLK_SetIniFileValue rc[-00301]ER:INI_FILE_ERR_NOT_FOUND fopen() Fail pIniFileName[x.ini] "
+      "pSession[S] pItem[Q] ";
+  EXPECT_EQ(messages(), (Messages{start + "pNewValue=NULL\n", start + "pNewValue[]\n"}));
+}
+
+TEST_F(IniFile, MissingItemWithoutAValueLeavesTheFileUntouched) {
+  const string content = "[S]\nK=1\n";
+  write_file(kIni, content);
+  const auto long_ago = std::filesystem::last_write_time(kIni) - std::chrono::hours(1);
+  std::filesystem::last_write_time(kIni, long_ago);
+  const long descriptors = open_descriptors();
+  EXPECT_EQ(OLK_DelIniFileItem(kIni, "S", "Q"), 8);
+  EXPECT_EQ(OLK_SetIniFileValue(kIni, "S", "Q", ""), 8);
+  EXPECT_EQ(open_descriptors(), descriptors);
+  EXPECT_EQ(std::filesystem::last_write_time(kIni), long_ago);
+  EXPECT_EQ(read_file(kIni), content);
+  EXPECT_EQ(messages(), Messages{});
+}
+
+// Every way of writing to the file, with what it leaves there.
+struct WayOfWriting {
+  const char* before;
+  const char* section;
+  const char* item;
+  const char* value;
+  int code;
+  const char* after;
+};
+
+constexpr WayOfWriting kWaysOfWriting[] = {
+    {nullptr, "S", "K", "V", 4, "[S]\nK=V\n"},
+    {"[A]\n", "S", "K", "V", 4, "[A]\n\n[S]\nK=V\n"},
+    {"[S]\nK=1\n", "S", "K", "two", 5, "[S]\nK=two\n"},
+    {"[S]\nK=1\n", "S", "K", nullptr, 5, "[S]\n   \n"},
+    {"[S]\nK=1\n", "S", "L", "2", 7, "[S]\nK=1\nL=2\n"},
+    {"[A]\nx=1\n\n[B]\ny=2\n", "A", "k", "v", 7, "[A]\nx=[Ak=v\n"},
+};
+
+void prepare(const WayOfWriting& way) {
+  unlink(kIni);
+  if (way.before != nullptr) write_file(kIni, way.before);
+}
+
+Setting result_of(const WayOfWriting& way) {
+  const int code = OLK_SetIniFileValue(kIni, way.section, way.item, way.value);
+  return {code, read_file(kIni)};
+}
+
+TEST_F(IniFile, ShortAndInterruptedWritesAreContinued) {
+  for (const WayOfWriting& way : kWaysOfWriting) {
+    prepare(way);
+    const write_calls::Reluctant writes;
+    EXPECT_EQ(result_of(way), (Setting{way.code, way.after}));
+  }
+}
+
+TEST_F(IniFile, FilesThatTheWriterMakesAreOpenToOthersAsFarAsTheUmaskAllows) {
+  for (const WayOfWriting& way : kWaysOfWriting) {
+    for (const mode_t mask : {0u, 022u}) {
+      const Umask umask(mask);
+      prepare(way);
+      after_seek = [] { unlink(kIni); };  // gone once it is open for reading
+      EXPECT_EQ(result_of(way).code, way.code);
+      EXPECT_EQ(mode_of(kIni), 0666u & ~mask) << way.after;
+      after_seek = nullptr;
+    }
+  }
+}
+
+TEST_F(IniFile, NoDescriptorStaysOpen) {
+  const long descriptors = open_descriptors();
+  for (const WayOfWriting& way : kWaysOfWriting) {
+    prepare(way);
+    EXPECT_EQ(result_of(way).code, way.code);
+  }
+  const string content = "[S]\nK=V\n[T]\nK=V\n";
+  const string too_long(2000, 'v');
+  EXPECT_EQ(set_in(content, "S", nullptr, nullptr).code, 2);
+  EXPECT_EQ(set_in(content, "S", "K", "V").code, 0);
+  EXPECT_EQ(set_in(content, "T", "L", nullptr).code, 8);
+  for (const char* item : {"K", "L"}) {
+    for (const char* section : {"S", "T", "U"})
+      EXPECT_EQ(set_in(content, section, item, too_long.c_str()).code, -401) << section << item;
+  }
+  EXPECT_EQ(get("S", "K").code, 0);
+  EXPECT_EQ(get("S", "Q").code, -305);
+  EXPECT_EQ(get("Q", "K").code, -304);
+  EXPECT_EQ(get_from("[S]\nK=" + too_long, "S", "K").code, -302);
+  reads_fail = true;
+  EXPECT_EQ(OLK_SetIniFileValue(kIni, "S", "K", "2"), -401);
+  EXPECT_EQ(get("S", "K"), (Reading{0, "vv"})) << "what could be read";
+  reads_fail = false;
+  calloc_fails = true;
+  EXPECT_EQ(OLK_SetIniFileValue(kIni, "S", "K", "2"), -401);
+  EXPECT_EQ(get("S", "K").code, -302);
+  calloc_fails = false;
+  EXPECT_EQ(open_descriptors(), descriptors);
+}
+
 TEST_F(IniFile, FullDiskIsAFailure) {
   if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full";
   EXPECT_EQ(OLK_SetIniFileValue("/dev/full", "S", "K", "2"), -401);
@@ -777,6 +890,17 @@ TEST_F(IniFile, CompositionHoldsUpTo255Bytes) {
   EXPECT_EQ(set_in("", string(249, 's').c_str(), "K", nullptr),
             (Setting{8, "\n[" + string(249, 's') + "]\n-\n"}));
   EXPECT_EQ(set_in("", string(250, 's').c_str(), "K", nullptr), (Setting{-401, ""}));
+}
+
+TEST_F(IniFile, LineThatIsTooLongIsRefusedWhereverItIsComposed) {
+  const string value(253, 'v');
+  for (const char* content : {"", "[S]\n", "[S]\n[T]\n"})
+    EXPECT_EQ(set_in(content, "S", "K", value.c_str()), (Setting{-401, content}));
+  EXPECT_EQ(created("S", "K", value), (Setting{-401, "absent"}));
+  const string refusal = string(kTooLong) + " pSession[S] pItem[K]\n";
+  EXPECT_EQ(messages(),
+            (Messages{refusal, refusal, refusal,
+                      "WRN [] OLK_FileExist rc[-00001]WR pFileName[x.ini] NOT FOUND!!\n", refusal}));
 }
 
 TEST_F(IniFile, AppendedItemLineHoldsUpTo255Bytes) {
