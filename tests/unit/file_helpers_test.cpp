@@ -15,7 +15,9 @@
 #include <utility>
 #include <vector>
 
+#include "olk_utils/open_file.h"
 #include "olk_utils/trace_log.h"
+#include "support/file_status.h"
 #include "support/scratch_directory.h"
 #include "support/text_files.h"
 
@@ -129,6 +131,14 @@ TEST_F(FileHelpers, SizeIsCutTo32Bits) {
   EXPECT_EQ(OLK_GetFileSize("large"), 7);
   ASSERT_EQ(truncate("large", 3LL << 30), 0);
   EXPECT_EQ(OLK_GetFileSize("large"), -1073741824);
+}
+
+TEST_F(FileHelpers, SizeThroughALinkIsItsTargets) {
+  write_file("file", "more than the name of the file");
+  fs::create_symlink("file", "link");
+  fs::create_symlink("nowhere", "dangling");
+  EXPECT_EQ(OLK_GetFileSize("link"), 30);
+  EXPECT_EQ(OLK_GetFileSize("dangling"), -1);
 }
 
 TEST_F(FileHelpers, SizeOfNull) {
@@ -288,6 +298,19 @@ TEST_F(FileHelpers, DirectoryBitAloneDecides) {
   EXPECT_EQ(OLK_CreateDir("socket"), 1);
   ASSERT_EQ(mkfifo("fifo", 0600), 0);
   EXPECT_EQ(OLK_CreateDir("fifo"), -4);
+}
+
+TEST_F(FileHelpers, LinkToADirectoryIsADirectoryThatExists) {
+  fs::create_directory("dir");
+  fs::create_symlink("dir", "link");
+  EXPECT_EQ(OLK_CreateDir("link"), 1);
+  EXPECT_EQ(messages(), Messages{});
+}
+
+TEST_F(FileHelpers, LinkToNowhereStaysOne) {
+  fs::create_symlink("nowhere", "link");
+  EXPECT_EQ(OLK_CreateDir("link"), -5);
+  EXPECT_EQ(messages(), (Messages{"ERR [] OLK_CreateDir rc[-00005] pDirName[link] Not Created!\n"}));
 }
 
 TEST_F(FileHelpers, CreationOfNull) {
@@ -518,6 +541,23 @@ TEST_F(FileHelpers, PathsOfUpTo249CharactersAreRemoved) {
   EXPECT_TRUE(fs::exists(refused));
 }
 
+TEST_F(FileHelpers, PathThatIsTooLongIsRefusedAndNotCut) {
+  const string refused = path_of_length(250);
+  const string cut = refused.substr(0, 249);
+  fs::create_directories(cut);
+  fs::create_directories(refused);
+  EXPECT_EQ(OLK_DeleteDir(refused.c_str()), -1);
+  EXPECT_TRUE(fs::is_directory(cut));
+  EXPECT_TRUE(fs::is_directory(refused));
+  fs::remove(cut);
+  fs::remove(refused);
+  write_file(cut, "");
+  write_file(refused, "");
+  EXPECT_EQ(OLK_DeleteFile(refused.c_str()), 3);
+  EXPECT_TRUE(fs::exists(cut));
+  EXPECT_TRUE(fs::exists(refused));
+}
+
 // A chain of directories, each with a file; its paths are far longer than the system takes.
 void make_deep_tree(const char* top, int depth) {
   const string name(40, 'd');
@@ -594,13 +634,58 @@ TEST_F(FileHelpers, LinkInThePlaceOfADirectoryMeanwhileIsNotFollowed) {
 }
 
 TEST_F(FileHelpers, RemovalLeavesNoDescriptorOpen) {
-  const auto open_descriptors = [] {
-    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
-  };
   fs::create_directories("dir/a/b/c");
-  const auto before = open_descriptors();
+  const long before = open_descriptors();
   EXPECT_EQ(OLK_DeleteDir("dir"), 1);
   EXPECT_EQ(open_descriptors(), before);
+}
+
+// ---- opening ----
+
+// A host that has closed this stream, for as long as the object lives.
+class WithoutStream {
+ public:
+  explicit WithoutStream(int stream) : stream_(stream), kept_(fcntl(stream, F_DUPFD_CLOEXEC, 10)) {
+    close(stream);
+  }
+  ~WithoutStream() {
+    dup2(kept_, stream_);
+    close(kept_);
+  }
+  WithoutStream(const WithoutStream&) = delete;
+  WithoutStream& operator=(const WithoutStream&) = delete;
+
+ private:
+  int stream_;
+  int kept_;
+};
+
+struct Opened {
+  int descriptor;
+  int flags;
+  bool stream_stays_free;
+  long left_open;
+};
+
+Opened open_without(int stream) {
+  const WithoutStream host(stream);
+  const long before = open_descriptors();
+  const int descriptor = open_file("file", O_RDONLY);
+  const int flags = fcntl(descriptor, F_GETFD);
+  const bool free = fcntl(stream, F_GETFD) == -1;
+  close(descriptor);
+  return {descriptor, flags, free, open_descriptors() - before};
+}
+
+TEST_F(FileHelpers, OpenedFilesTakeNoStreamsPlaceAndArePassedToNoProgram) {
+  write_file("file", "");
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    const Opened opened = open_without(stream);
+    EXPECT_GT(opened.descriptor, STDERR_FILENO) << stream;
+    EXPECT_EQ(opened.flags, FD_CLOEXEC) << stream;
+    EXPECT_TRUE(opened.stream_stays_free) << stream;
+    EXPECT_EQ(opened.left_open, 0) << stream;
+  }
 }
 
 }  // namespace
