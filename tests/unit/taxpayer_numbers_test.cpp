@@ -179,6 +179,15 @@ TEST_F(Cnpj, EveryLengthWithAndWithoutADot) {
   }
 }
 
+TEST_F(Cnpj, OnlyADotMakesTheExpectedLengthThatOfAFormattedNumber) {
+  EXPECT_EQ(OLK_Check_CNPJ("11222333/0001-81"), -3005);
+  EXPECT_EQ(OLK_Check_CNPJ("11222333.0001.81"), -3004);
+  EXPECT_THAT(
+      messages(),
+      ElementsAre("INF [] OLK_Check_CNPJ rc[-03005]ER -------   CNPJ[16:11222333/0001-81]Too Big \n",
+                  "INF [] OLK_Check_CNPJ rc[-03004]ER -------   CNPJ[16:11222333.0001.81]too short\n"));
+}
+
 TEST_F(Cnpj, ExtraSeparatorsLeaveZerosForTheMissingDigits) {
   EXPECT_EQ(OLK_Check_CNPJ("....//////------11"), -3007);
   EXPECT_THAT(messages(), ElementsAre("ERR [] OLK_Check_CNPJ rc[-03007]ER \n\t CNPJ[02:11]"
@@ -385,6 +394,14 @@ TEST_F(Cpf, EveryLengthWithAndWithoutADot) {
       EXPECT_EQ(dotted_result, length < 14 ? -3014 : -3015) << length;
     }
   }
+}
+
+TEST_F(Cpf, OnlyADotMakesTheExpectedLengthThatOfAFormattedNumber) {
+  EXPECT_EQ(OLK_Check_CPF("123456789-09"), -3015);
+  EXPECT_EQ(OLK_Check_CPF("123456789.09"), -3014);
+  EXPECT_THAT(messages(),
+              ElementsAre("INF [] OLK_Check_CPF rc[-03015]ER -------   CPF[12:123456789-09]Too Big \n",
+                          "INF [] OLK_Check_CPF rc[-03014]ER -------   CPF[12:123456789.09]too short\n"));
 }
 
 TEST_F(Cpf, ThousandsOfNumbersAgreeWithTheModel) {
