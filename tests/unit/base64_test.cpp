@@ -19,11 +19,13 @@
 // Every calloc of the library passes here: the linker is told to wrap it.
 namespace {
 int allocations_until_failure = -1;
-}
+int64_t milliseconds_per_allocation = 0;
+}  // namespace
 extern "C" void* __real_calloc(size_t count, size_t size);
 extern "C" void* __wrap_calloc(size_t count, size_t size) {
   if (allocations_until_failure == 0) return nullptr;
   if (allocations_until_failure > 0) --allocations_until_failure;
+  virtual_clock::advance_ms(milliseconds_per_allocation);
   return __real_calloc(count, size);
 }
 
@@ -44,6 +46,7 @@ class Base64 : public testing::Test {
   Base64() { bTraceLogsEnabled = 1; }
   ~Base64() override {
     allocations_until_failure = -1;
+    milliseconds_per_allocation = 0;
     OLK_Base64DecTblFree();
   }
   static std::vector<std::string> messages() { return trace_messages("olk_utils.log"); }
@@ -250,17 +253,29 @@ TEST_F(Base64Decoder, OneAndTwoBytes) {
   EXPECT_EQ(two.bytes, "Ma");
 }
 
-TEST_F(Base64Decoder, ReleaseIsTracedBeforeTheEnd) {
-  const std::string text = "TWFu";
-  unsigned char out[4] = {};
-  uint64_t length = 0;
-  EXPECT_EQ(OLK_Base64Decoder(text.data(), text.size(), out, &length), 3);
+// The line at the end of a decode of "TWFu".
+std::string done_line(const unsigned char* out, int milliseconds) {
   char done[160];
   std::snprintf(done, sizeof done,
                 "WRN [] OLK_Base64Decoder  rc[003] Base64InLen[000004] pBinOutData[%08Xh] BinOutLen[000003] "
-                "t[0]ms (Done)\n",
-                static_cast<unsigned>(reinterpret_cast<uintptr_t>(out)));
-  EXPECT_THAT(messages(), ElementsAre(kReleased, done));
+                "t[%d]ms (Done)\n",
+                static_cast<unsigned>(reinterpret_cast<uintptr_t>(out)), milliseconds);
+  return done;
+}
+
+TEST_F(Base64Decoder, ReleaseIsTracedBeforeTheEnd) {
+  unsigned char out[4] = {};
+  uint64_t length = 0;
+  EXPECT_EQ(OLK_Base64Decoder("TWFu", 4, out, &length), 3);
+  EXPECT_THAT(messages(), ElementsAre(kReleased, done_line(out, 0)));
+}
+
+TEST_F(Base64Decoder, EndTellsTheElapsedMilliseconds) {
+  milliseconds_per_allocation = 7;  // the table's
+  unsigned char out[4] = {};
+  uint64_t length = 0;
+  EXPECT_EQ(OLK_Base64Decoder("TWFu", 4, out, &length), 3);
+  EXPECT_THAT(messages(), ElementsAre(kReleased, done_line(out, 7)));
 }
 
 TEST_F(Base64Decoder, ReleaseIsAnErrorLineAndTheEndIsNot) {
