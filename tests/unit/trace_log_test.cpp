@@ -15,9 +15,11 @@
 #include <vector>
 
 #include "olk_utils/system_clock.h"
+#include "support/file_status.h"
 #include "support/scratch_directory.h"
 #include "support/text_files.h"
 #include "support/virtual_clock.h"
+#include "support/write_calls.h"
 
 namespace {
 
@@ -158,6 +160,15 @@ TEST_F(TraceLog, LongMessagesAreWhole) {
   EXPECT_EQ(written(1, text), "[09:34:56.789]ERR " + text);
 }
 
+TEST_F(TraceLog, ShortAndInterruptedWritesAreContinued) {
+  bErrorLogsEnabled = 1;
+  const string short_text = "a text of some length\n";
+  const string long_text = string(8000, 'x') + string(2000, 'y') + "\n";  // in memory of its own
+  const write_calls::Reluctant writes;
+  EXPECT_EQ(written(1, short_text), "[09:34:56.789]ERR " + short_text);
+  EXPECT_EQ(written(1, long_text), "[09:34:56.789]ERR " + long_text);
+}
+
 TEST_F(TraceLog, MacrosSupplyTheSourcePosition) {
   bErrorLogsEnabled = 1;
   API_TRACE(kError, " rc[%04d]\n", 1);
@@ -195,6 +206,14 @@ TEST_F(TraceLog, ConfiguredDirectoryIsUsedWhenItExists) {
   EXPECT_EQ(read_file("Log/20200727_SAT_api.log"), "[09:34:56.789]ERR text\n");
 }
 
+TEST_F(TraceLog, DirectoryOfTwoCharactersIsUsed) {
+  bErrorLogsEnabled = 1;
+  fs::create_directory("Lo");
+  set_path("Lo");
+  EXPECT_EQ(written(1), "no file");
+  EXPECT_EQ(read_file("Lo/20200727_SAT_api.log"), "[09:34:56.789]ERR text\n");
+}
+
 TEST_F(TraceLog, AbsoluteDirectoryIsUsedForMessages) {
   bErrorLogsEnabled = 1;
   fs::create_directory("Log");
@@ -222,6 +241,31 @@ TEST_F(TraceLog, FileThatCannotBeOpenedLosesTheMessageSilently) {
   EXPECT_TRUE(fs::is_empty(kToday));
   fs::remove(kToday);
   EXPECT_EQ(written(1), "[09:34:56.789]ERR text\n");
+}
+
+TEST_F(TraceLog, FileThatCannotBeOpenedInTheConfiguredDirectoryHasNoSubstitute) {
+  bErrorLogsEnabled = 1;
+  fs::create_directories("Log/20200727_SAT_api.log");
+  set_path("Log");
+  EXPECT_EQ(written(1), "no file");
+  EXPECT_EQ(std::distance(fs::directory_iterator("."), {}), 1) << "Log and nothing else";
+  EXPECT_TRUE(fs::is_empty("Log/20200727_SAT_api.log"));
+}
+
+TEST_F(TraceLog, FilesAreOpenToOthersAsFarAsTheUmaskAllows) {
+  bErrorLogsEnabled = 1;
+  fs::create_directory("Log");
+  for (const mode_t mask : {0u, 022u}) {
+    const Umask umask(mask);
+    for (const string path : {"", "Log", "missing"}) {
+      tLog = {};
+      set_path(path);
+      const string file = (path == "Log" ? "Log/" : "") + string(kToday);
+      fs::remove(file);
+      TraceFileLog(kName, 1, "text\n");
+      EXPECT_EQ(mode_of(file), 0666u & ~mask) << path;
+    }
+  }
 }
 
 TEST_F(TraceLog, FifoInThePlaceOfTheFileDoesNotBlock) {
@@ -390,6 +434,23 @@ TEST_F(SizeControl, RelativeDirectoryIsWatched) {
   EXPECT_EQ(read_file("Log/20200727_SAT_api.log_bkp_00.log"), "eleven char");
 }
 
+TEST_F(SizeControl, DirectoryOfTwoCharactersIsWatched) {
+  fs::create_directory("Lo");
+  set_path("Lo");
+  write_file("Lo/20200727_SAT_api.log", "eleven char");
+  EXPECT_EQ(TraleFileLogSzCtl(), -1);
+  EXPECT_EQ(read_file("Lo/20200727_SAT_api.log_bkp_00.log"), "eleven char");
+}
+
+TEST_F(SizeControl, LinkToADirectoryIsWatched) {
+  fs::create_directory("elsewhere");
+  fs::create_directory_symlink("elsewhere", "Log");
+  set_path("Log");
+  write_file("Log/20200727_SAT_api.log", "eleven char");
+  EXPECT_EQ(TraleFileLogSzCtl(), -1);
+  EXPECT_EQ(read_file("elsewhere/20200727_SAT_api.log_bkp_00.log"), "eleven char");
+}
+
 TEST_F(SizeControl, AbsoluteDirectoryIsNeverRotated) {
   fs::create_directory("Log");
   set_path(fs::absolute("Log"));
@@ -543,6 +604,34 @@ TEST_F(LogSetUp, EndMarkOf0x55WouldKeepEverything) {
   EXPECT_EQ(tLog.ucInitTail, 0x55);
 }
 
+TEST_F(LogSetUp, EndMarkOf0x55AloneKeepsNothing) {
+  set_up(string(kComplete) + "LogMode=1\n");
+  tLog.ucInitMark = 0;
+  tLog.ucInitTail = 0x55;
+  bConsoleLogsEnabled = 1;
+  pOlkUtilsLogFile = "olk_utils.log";
+  EXPECT_EQ(set_up(string(kComplete) + "LogMode=3\n"), 7);
+  EXPECT_EQ(flags_on(), std::vector<string>{"info"});
+  EXPECT_EQ(tLog.ucInitMark, 0xAA);
+  EXPECT_EQ(tLog.ucInitTail, 0xAA);
+  EXPECT_STREQ(pOlkUtilsLogFile, kName);
+}
+
+// Seen with the end mark that keeps the host's flags.
+TEST_F(LogSetUp, WarningFlagIsClearedByEveryModeButTwo) {
+  for (const Mode& mode : kModes) {
+    tLog.ucInitMark = 0xAA;
+    tLog.ucInitTail = 0x55;
+    clear_flags();
+    bWarningLogsEnabled = 7;
+    EXPECT_EQ(set_up(string(kComplete) + "LogMode=" + mode.value + "\n"), mode.mask) << mode.value;
+    EXPECT_EQ(bWarningLogsEnabled, mode.mask == 3 ? 1 : 0) << mode.value;
+  }
+  bWarningLogsEnabled = 7;
+  EXPECT_EQ(set_up(kComplete), -305);
+  EXPECT_EQ(bWarningLogsEnabled, 7) << "a missing mode ends the set-up before that";
+}
+
 TEST_F(LogSetUp, UtilitiesTakeOverTheGivenName) {
   EXPECT_STREQ(pApiLogFileName, "SAT_api.log");
   EXPECT_STREQ(pLogOlkSatUtils, "SAT_api.log");
@@ -573,6 +662,13 @@ TEST_F(LogSetUp, ShortNamesAreReplaced) {
     set_up("LogFileName=" + value + "\nLogMode=1\n");
     EXPECT_EQ(string(tLog.strLogFileName), expected) << value;
   }
+}
+
+TEST_F(LogSetUp, NameHasUpTo511Characters) {
+  set_up("LogFileName=" + string(511, 'n') + "\nLogMode=1\n");
+  EXPECT_EQ(string(tLog.strLogFileName), string(511, 'n'));
+  set_up("LogFileName=" + string(512, 'n') + "\nLogMode=1\n");
+  EXPECT_STREQ(tLog.strLogFileName, kName) << "what does not fit cannot be read";
 }
 
 TEST_F(LogSetUp, MaximumSizeIsAPositiveDecimalNumber) {
