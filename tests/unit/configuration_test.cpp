@@ -14,6 +14,8 @@
 #include "api/context.h"
 #include "olk_sat_utils/return_codes.h"
 #include "support/api_trace.h"
+#include "support/file_status.h"
+#include "support/write_calls.h"
 
 // Every calloc of the library passes here: the linker is told to wrap it.
 namespace {
@@ -277,6 +279,44 @@ TEST_F(DefaultFile, HasExactlyIts57Lines) {
   EXPECT_THAT(take_lines(),
               ElementsAre(created_line(
                   "WRN", formatted(" rc[%06d]OK file[SAT.ini]Successfull Created!!!\n", result))));
+}
+
+TEST_F(DefaultFile, IsWrittenWithOneCallForEachSection) {
+  log_up_to(0);
+  const write_calls::Recorder writes;
+  ASSERT_GT(CreateFile_TalvexIni(), 0);
+  Lines sections;
+  const std::string all = kDefaultFile;
+  for (std::size_t at = 0; at < all.size(); at += sections.back().size()) {
+    sections.push_back(all.substr(at, all.find("\n\n", at) + 2 - at));
+  }
+  EXPECT_THAT(sections, SizeIs(5));
+  EXPECT_THAT(writes.calls(), ElementsAreArray(sections));
+}
+
+TEST_F(DefaultFile, IsWholeWhenWritesAreShortOrInterrupted) {
+  const write_calls::Reluctant writes;
+  CreateFile_TalvexIni();
+  EXPECT_EQ(read_file("SAT.ini"), kDefaultFile);
+}
+
+TEST_F(DefaultFile, IsOpenToOthersAsFarAsTheUmaskAllows) {
+  for (const mode_t mask : {0u, 022u}) {
+    const Umask umask(mask);
+    std::filesystem::remove("SAT.ini");
+    ASSERT_GT(CreateFile_TalvexIni(), 0);
+    EXPECT_EQ(mode_of("SAT.ini"), 0666u & ~mask);
+  }
+}
+
+TEST_F(DefaultFile, LeavesNoDescriptorOpen) {
+  const long descriptors = open_descriptors();
+  allocation_succeeds = [] { return false; };
+  EXPECT_EQ(CreateFile_TalvexIni(), -1);
+  EXPECT_EQ(open_descriptors(), descriptors) << "without memory";
+  allocation_succeeds = nullptr;
+  EXPECT_GT(CreateFile_TalvexIni(), 0);
+  EXPECT_EQ(open_descriptors(), descriptors);
 }
 
 TEST_F(DefaultFile, IsNotWrittenOverContent) {
@@ -707,6 +747,12 @@ TEST_F(Timeouts, OfZeroBelowOrNoNumberAreLoggedAndNotApplied) {
   }
 }
 
+TEST_F(Timeouts, OfOneSecondAreApplied) {
+  update_from(timeouts_file("1"));
+  constexpr uint32_t kApplied[kAppliedTimeouts] = {1, 1, 1, 1, 1, 1, 1};
+  expect_timeouts(kApplied);
+}
+
 TEST_F(Timeouts, ConvertLeadingDigitsAndSaturate) {
   update_from(timeouts_file("12s"));
   EXPECT_EQ(tRetCode98[kAtivarSAT].timeoutSeconds, 12u);
@@ -786,6 +832,44 @@ TEST_F(LogPathItem, ThatCannotBeMadeStillGetsTheBanner) {
   write_file("Log", "in the way");
   EXPECT_EQ(update_from(file_of(present)), kLastStep);
   EXPECT_EQ(take_lines().at(0), kBanner);
+}
+
+// What the utilities say about the directory.
+Lines utilities_lines_of(const std::string& path) {
+  write_file("SAT.ini", file_of([&](const Item& item) {
+               return item.step == 1 ? "LogFilePath=" + path : present(item);
+             }));
+  UpdateTalvexConfiguration();
+  return trace_messages("olk_utils.log");
+}
+
+TEST_F(LogPathItem, ThatIsNothingYetIsLookedAtAndMade) {
+  tLog.ucModeMask = 1;
+  EXPECT_THAT(
+      utilities_lines_of("Traces"),
+      ElementsAre("WRN [] OLK_Exist  rc[000000]WR:  pDirFileName[Traces] Not Found!!! force return 0\n"));
+  EXPECT_TRUE(std::filesystem::is_directory("Traces"));
+}
+
+TEST_F(LogPathItem, ThatIsADirectoryIsOnlyLookedAt) {
+  tLog.ucModeMask = 1;
+  std::filesystem::create_directory("Traces");
+  ASSERT_EQ(chmod("Traces", 0755), 0);
+  EXPECT_THAT(utilities_lines_of("Traces"),
+              ElementsAre("INF [] OLK_Exist  rc[016384]OK:S_IFDIR is directory         st_mode[00004000h] & "
+                          "S_IFMT[000041EDh] return 1\n"));
+}
+
+TEST_F(LogPathItem, ThatIsAFileIsLookedAtAndCannotBeMade) {
+  tLog.ucModeMask = 1;
+  write_file("Traces", "in the way");
+  ASSERT_EQ(chmod("Traces", 0644), 0);
+  EXPECT_THAT(utilities_lines_of("Traces"),
+              ElementsAre("ERR [] OLK_Exist  rc[032768]ER:S_IFREG is regular file     st_mode[00004000h] & "
+                          "S_IFMT[000081A4h] return 2\n",
+                          "ERR [] OLK_CreateDir rc[-00004] pDirName[Traces] Not Created s.st_mode[000081A4h] "
+                          "And S_IFDIR[00004000h] == 1\n"));
+  EXPECT_EQ(read_file("Traces"), "in the way");
 }
 
 TEST_F(LogPathItem, EmptyOrMissingHasItsOrdinaryLineAndNoBanner) {
