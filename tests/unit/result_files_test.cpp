@@ -11,9 +11,11 @@
 #include "api/context.h"
 #include "olk_utils/bounded_text.h"
 #include "support/api_trace.h"
+#include "support/file_status.h"
 #include "support/full_disk.h"
 #include "support/usb_bus.h"
 #include "support/virtual_clock.h"
+#include "support/write_calls.h"
 
 namespace {
 
@@ -131,6 +133,31 @@ TEST_F(ResultFiles, HoldExactlyTheGivenBytes) {
   EXPECT_EQ(read_file("coupons/canc-cprx-27030507-01-1.sat"), std::string("ab\0cd\ne", 7));
   write_operation_result("", 2, 0, "canc-cprx-", nullptr, 0);
   EXPECT_EQ(read_file("coupons/canc-cprx-27030507-02-1.sat"), "");
+}
+
+TEST_F(ResultFiles, AreWholeWhenWritesAreShortOrInterrupted) {
+  std::filesystem::create_directory("coupons");
+  const write_calls::Reluctant writes;
+  write_sale();
+  EXPECT_EQ(read_file(std::string("coupons/") + kSaleFile), kReply);
+}
+
+TEST_F(ResultFiles, AreOpenToOthersAsFarAsTheUmaskAllows) {
+  std::filesystem::create_directory("coupons");
+  const std::string file = std::string("coupons/") + kSaleFile;
+  for (const mode_t mask : {0u, 022u}) {
+    const Umask umask(mask);
+    std::filesystem::remove(file);
+    write_sale();
+    EXPECT_EQ(mode_of(file), 0666u & ~mask);
+  }
+}
+
+TEST_F(ResultFiles, LeaveNoDescriptorOpen) {
+  std::filesystem::create_directory("coupons");
+  const long descriptors = open_descriptors();
+  write_sale();
+  EXPECT_EQ(open_descriptors(), descriptors);
 }
 
 TEST_F(ResultFiles, OfTheSameSecondAndSessionAreOverwritten) {
