@@ -1,12 +1,12 @@
 // Where the activation code shows up, by log mode; and who may read what the library makes.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <filesystem>
 #include <string>
 
 #include "reliability/child_device.h"
 #include "reliability/hosts.h"
+#include "support/file_status.h"
 #include "support/scratch_directory.h"
 
 namespace {
@@ -61,6 +61,7 @@ class Secrets : public testing::TestWithParam<Exposure> {
     EXPECT_EQ(end, 0);
     return folder;
   }
+  const std::string& device_port() const { return device_.port(); }
 
  private:
   ScratchDirectory scratch_;
@@ -92,11 +93,6 @@ TEST_P(Secrets, AFailedCallTellsNoMore) {
   EXPECT_EQ(holds_secret(content_of(folder, ".log")), GetParam().trace_of_short_command);
 }
 
-unsigned mode_of(const fs::path& path) {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
-}
-
 TEST_P(Secrets, FilesAreReadableAsTheTableSays) {
   const fs::path folder = play("short", 'A', 100);
   EXPECT_EQ(mode_of(folder / "SAT.conf"), 0644u);
@@ -109,6 +105,40 @@ TEST_P(Secrets, FilesAreReadableAsTheTableSays) {
     const bool is_protocol_log = entry.path().string().ends_with(".txt");
     EXPECT_EQ(mode_of(entry.path()), is_protocol_log ? 0600u : 0644u) << entry.path();
   }
+}
+
+// The configuration that the library makes, result files, and the trace without a folder for logs.
+TEST_P(Secrets, FilesOutsideTheFolderForLogsAreReadableAsTheTableSays) {
+  const fs::path folder = fs::absolute("outside");
+  fs::create_directories(folder / "coupons");
+  write_file(folder / "Log", "");
+  const int end = run_host(folder, [&] {
+    umask(022);
+    VersaoDllTalvex();
+    std::string settings = read_file("SAT.ini");
+    const auto set = [&](const std::string& line, const std::string& replacement) {
+      settings.replace(settings.find(line), line.size(), replacement);
+    };
+    set("[SERIAL_PORT_CONFIG]\n", "[SERIAL_PORT_CONFIG]\nFixarPorta=" + device_port() + "\n");
+    set("PathLinux=/etc/Arvolen/Cupons/New\nEnable=0", "PathLinux=coupons\nEnable=1");
+    set("LogMode=1", std::string("LogMode=") + GetParam().log_mode);
+    write_file("SAT.ini", settings);
+    EnviarDadosVenda(42, "A200-code", "sale");
+    return 0;
+  });
+  EXPECT_EQ(end, 0);
+  int results = 0;
+  int traces = 0;
+  for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+    const std::string name = entry.path().filename().string();
+    results += name.ends_with(".sat") ? 1 : 0;
+    traces += name.ends_with("_SAT_api.log") ? 1 : 0;
+    if (!entry.is_regular_file() || name == "Log") continue;
+    EXPECT_EQ(mode_of(entry.path()), 0644u) << name;
+  }
+  EXPECT_TRUE(fs::exists(folder / "SAT.ini"));
+  EXPECT_EQ(results, 1);
+  EXPECT_EQ(traces, 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(ByLogMode, Secrets, testing::ValuesIn(kExposures),
