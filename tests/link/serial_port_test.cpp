@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -32,6 +33,21 @@ class SerialPortTest : public VirtualLinkTest {
   void device_sends(const std::string& bytes) {
     ASSERT_EQ(write(device().master(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
   }
+
+  // Opens a port in a session without a terminal, as a daemon's is. 0 when that session has a terminal then,
+  // else the error number of looking for one.
+  template <typename Open>
+  static int terminal_error_after(Open open_port) {
+    const pid_t daemon = fork();
+    if (daemon == 0) {
+      setsid();
+      open_port();
+      _exit(open("/dev/tty", O_RDWR | O_CLOEXEC) == -1 ? errno : 0);
+    }
+    int status = -1;
+    EXPECT_EQ(waitpid(daemon, &status, 0), daemon);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
 };
 
 // ---- Open -------------------------------------------------------------------------------------------
@@ -52,6 +68,14 @@ TEST_F(SerialPortTest, OpensTheDeviceForReadingAndWritingWithoutBlocking) {
 TEST_F(SerialPortTest, OpenedPortStaysWithinTheProcess) {
   ASSERT_EQ(lSerialOpenW(device().path().c_str()), 0);
   EXPECT_NE(fcntl(hComm, F_GETFD) & FD_CLOEXEC, 0) << "the device search runs a shell";
+}
+
+// Its hang-up would end the daemon, and its bytes would be signals.
+TEST_F(SerialPortTest, OpenedPortDoesNotBecomeTheControllingTerminalOfADaemon) {
+  const char* port = device().path().c_str();
+  EXPECT_EQ(terminal_error_after([port] { lSerialOpenW(port); }), ENXIO);
+  EXPECT_EQ(terminal_error_after([port] { open(port, O_RDWR | O_NONBLOCK | O_CLOEXEC); }), 0)
+      << "opened carelessly it does";
 }
 
 TEST_F(SerialPortTest, StandardStreamsThatTheHostClosedDoNotBecomeThePort) {
@@ -155,6 +179,16 @@ TEST_F(SerialPortTest, SettingsOverwriteTheFlagsWholeAndKeepOtherControlCharacte
     if (index == VMIN || index == VTIME) continue;
     EXPECT_EQ(set.c_cc[index], former.c_cc[index]) << "character " << index;
   }
+}
+
+TEST_F(SerialPortTest, SettingsMakeOneByteTheLeastThatAReadIsGivenAndSetNoTime) {
+  termios former = settings();
+  former.c_cc[VMIN] = 0;
+  former.c_cc[VTIME] = 5;
+  change_settings(former);
+  open_port();
+  EXPECT_EQ(settings().c_cc[VMIN], 1);
+  EXPECT_EQ(settings().c_cc[VTIME], 0);
 }
 
 TEST_F(SerialPortTest, SettingsDiscardWhatWasWaiting) {
