@@ -127,6 +127,25 @@ TEST_F(CommunicateTest, BothFramesGoToTheProtocolLog) {
                 "20261231235958 SAT->PC << [<02>000042|08000|x||<--><03>]WR:d\n");
 }
 
+// The reply has the first 5 MiB, whatever was in them; what lies behind is left alone.
+TEST_F(CommunicateTest, First5MiBOfTheBufferAreClearedForTheReply) {
+  constexpr std::size_t kCleared = 5242880;
+  constexpr char kCommand[] =
+      "\x02"
+      "ConsultarSAT|000042\x03\0";  // and a second NUL: the frame's ETX takes the first one's place
+  init_global_sat_struct();
+  copy_text(gl_tSat.CurSatCmdInProc, "ConsultarSAT");
+  std::memset(gl_sSatPkt, '#', kPacketBufferSize);
+  std::memcpy(gl_sSatPkt, kCommand, sizeof kCommand);
+  device().play({expect_frame(), ack(), send_frame("AB"), expect_ack()});
+  EXPECT_EQ(Communicate(gl_sSatPkt, 1, 42, kConsultarSAT, 5), 2);
+  expect_script_played();
+  EXPECT_EQ(std::string(gl_sSatPkt, 4), std::string("AB\0\x03", 4));
+  EXPECT_EQ(std::string_view(gl_sSatPkt, kCleared).find_first_not_of('\0', 4), std::string_view::npos);
+  EXPECT_EQ(std::string_view(gl_sSatPkt, kPacketBufferSize).find_first_not_of('#', kCleared),
+            std::string_view::npos);
+}
+
 TEST_F(CommunicateTest, PortStaysOpenBetweenNoTwoCalls) {
   for (int call = 0; call < 3; ++call) {
     device().play({expect_frame(), ack(), send_frame("AB"), expect_ack()});
@@ -182,6 +201,19 @@ TEST_F(CommunicateTest, ProtocolLogIsOpenedEvenWhenNoDeviceIsFound) {
   virtual_clock::set_local_time(2026, 3, 9, 12, 0, 0, 0);
   EXPECT_EQ(communicate(), -2000);
   EXPECT_TRUE(std::filesystem::exists("Log/20260309_SAT_ProtocolLog.txt"));
+}
+
+TEST_F(CommunicateTest, ProtocolLogIsOpenedBeforeTheDeviceIsSought) {
+  configure(configuration("/dev/ttyTALVEX7", "", "3"));
+  EXPECT_EQ(communicate(), -2000);
+  Lines order;
+  for (const std::string& message : trace_messages("SAT_api.log")) {
+    for (const char* function : {"CreateSAT_ProtLogFile", "findSat"}) {
+      if (message.find(printed("[%s]", function)) == std::string::npos) continue;
+      if (order.empty() || order.back() != function) order.push_back(function);
+    }
+  }
+  EXPECT_THAT(order, ElementsAre("CreateSAT_ProtLogFile", "findSat"));
 }
 
 TEST_F(CommunicateTest, NameThatStandsForNoDeviceIsNotFoundAsTheEmulatorsPort) {
