@@ -3,6 +3,7 @@
 #include <functional>
 #include <map>
 
+#include "api/protocol_log.h"
 #include "link/virtual_link_fixture.h"
 #include "olk_sat_utils/return_codes.h"
 #include "support/other_process.h"
@@ -98,6 +99,13 @@ const std::vector<std::pair<int, std::string>> kSessions = {
 
 class EntryPointTest : public VirtualLinkTest {
  protected:
+  // The first call of a process is also the first of each test.
+  EntryPointTest() {
+    std::memset(&gl_tSat, 0, sizeof gl_tSat);
+    if (gl_iFd > 0) close(gl_iFd);
+    gl_iFd = 0;
+  }
+
   void SetUp() override { write_file("SAT.ini", configuration(device().path())); }
 
   static void configure_without_device(const std::string& more = "") {
@@ -306,6 +314,12 @@ class ResultFileTest : public EntryPointTest {
       files[entry.path().filename().string()] = read_file(entry.path());
     return files;
   }
+  // The last two lines of a call that failed.
+  static void expect_error_line_behind_the_result_file(const std::string& function) {
+    const Lines messages = trace_messages("SAT_api.log");
+    EXPECT_THAT(messages.back(), HasSubstr("[" + function + "] rc[-02000]ER\n\t << SAT_Rsp["));
+    EXPECT_THAT(messages[messages.size() - 2], HasSubstr("Saved File["));
+  }
   using Files = std::map<std::string, std::string>;
   static constexpr char kResults[] = "[ARVOLEN]\nPathLinux=results\nEnable=1\n";
 };
@@ -314,6 +328,12 @@ TEST_F(ResultFileTest, SaleLeavesItsReplyUnderTheReducedSession) {
   answer("EnviarDadosVenda|123456|code|sale", "123456|06000|0000|Emitido||");
   ASSERT_STREQ(EnviarDadosVenda(7123456, "code", "sale"), "123456|06000|0000|Emitido||");
   EXPECT_EQ(results(), (Files{{"venda-cprx-27104114-123456-1.sat", "123456|06000|0000|Emitido||"}}));
+}
+
+TEST_F(ResultFileTest, CancellationLeavesItsReplyUnderTheReducedSession) {
+  answer("CancelarUltimaVenda|123456|code|key|data", "123456|07000|0000|Cancelado||");
+  ASSERT_STREQ(CancelarUltimaVenda(7123456, "code", "key", "data"), "123456|07000|0000|Cancelado||");
+  EXPECT_EQ(results(), (Files{{"canc-cprx-27104114-123456-1.sat", "123456|07000|0000|Cancelado||"}}));
 }
 
 TEST_F(ResultFileTest, CancellationLeavesItsReplyNotItsData) {
@@ -326,9 +346,14 @@ TEST_F(ResultFileTest, FailedSaleLeavesItsFailureTextBeforeTheErrorLine) {
   configure_without_device(kResults);
   ASSERT_STREQ(EnviarDadosVenda(42, "code", "sale"), kNotFound);
   EXPECT_EQ(results(), (Files{{"venda-cprx-27104114-42-1.sat", kNotFound}}));
-  const Lines messages = trace_messages("SAT_api.log");
-  EXPECT_THAT(messages.back(), HasSubstr("[EnviarDadosVenda] rc[-02000]ER\n\t << SAT_Rsp["));
-  EXPECT_THAT(messages[messages.size() - 2], HasSubstr("Saved File["));
+  expect_error_line_behind_the_result_file("EnviarDadosVenda");
+}
+
+TEST_F(ResultFileTest, FailedCancellationLeavesItsFailureTextBeforeTheErrorLine) {
+  configure_without_device(kResults);
+  ASSERT_STREQ(CancelarUltimaVenda(42, "code", "key", "data"), kNotFound);
+  EXPECT_EQ(results(), (Files{{"canc-cprx-27104114-42-1.sat", kNotFound}}));
+  expect_error_line_behind_the_result_file("CancelarUltimaVenda");
 }
 
 TEST_F(ResultFileTest, BusySaleLeavesItsBusyReply) {
@@ -407,6 +432,18 @@ TEST_F(LongCommandTest, ArgumentsFarBeyondTheBufferAreRefused) {
     EXPECT_THAT(text, StartsWith("SAT Erro[-02006]Lnx"));
   }
   EXPECT_FALSE(std::filesystem::exists("SAT.conf"));
+}
+
+// It traces no command, because there is none, but both of its error lines.
+TEST_F(LongCommandTest, RefusedLastFiscalSessionIsTracedAsAnyFailureOfIt) {
+  write_file("SAT.ini", configuration(device().path(), "", "3"));
+  const std::string code(kPacketBufferSize, 'x');
+  const std::string text = ConsultarUltimaSessaoFiscal(42, code.c_str());
+  const std::string reply = printed("SAT_Rsp[%05zu:%s]\n", text.size(), text.c_str());
+  EXPECT_THAT(
+      traced("ConsultarUltimaSessaoFiscal"),
+      ElementsAre(StartsWith("ERR  rc[-02006]ER Command exceeds "),
+                  "ERR  rc[-02006]ER\n\tSAT->PC <<    " + reply, "ERR  rc[-02006]ER\n\t << " + reply));
 }
 
 TEST_F(LongCommandTest, NextCallWorks) {
