@@ -2,8 +2,10 @@
 // for real; find and udevadm answer what the test decides.
 #include "api/discovery.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -13,14 +15,26 @@
 #include "api/protocol_log.h"
 #include "olk_utils/bounded_text.h"
 #include "support/api_trace.h"
+#include "support/full_disk.h"
 #include "support/usb_bus.h"
 #include "talvex/talvex.h"
 
-// The linker is told to wrap these two.
+// The linker is told to wrap these three.
 namespace {
+
 bool out_of_memory;
 bool popen_fails;
 std::string command_of_popen;
+Lines before_writes;  // what SAT.conf held before each write to it
+Lines after_writes;
+
+bool is_port_file(int descriptor) {
+  struct stat file {};
+  struct stat named {};
+  return fstat(descriptor, &file) == 0 && stat("SAT.conf", &named) == 0 && S_ISREG(file.st_mode) &&
+         file.st_dev == named.st_dev && file.st_ino == named.st_ino;
+}
+
 }  // namespace
 
 extern "C" void* __real_calloc(size_t count, size_t size);
@@ -32,9 +46,20 @@ extern "C" FILE* __wrap_popen(const char* command, const char* mode) {
   command_of_popen = command;
   return popen_fails ? nullptr : __real_popen(command, mode);
 }
+extern "C" ssize_t __real_write(int descriptor, const void* bytes, size_t count);
+extern "C" ssize_t __wrap_write(int descriptor, const void* bytes, size_t count) {
+  if (!is_port_file(descriptor)) return __real_write(descriptor, bytes, count);
+  before_writes.push_back(read_file("SAT.conf"));
+  const ssize_t written = __real_write(descriptor, bytes, count);
+  const int error = errno;
+  after_writes.push_back(read_file("SAT.conf"));
+  errno = error;
+  return written;
+}
 
 namespace {
 
+using testing::AnyOf;
 using testing::ElementsAre;
 using testing::SizeIs;
 
@@ -237,6 +262,38 @@ TEST_F(Discovery, RunsAgainOnEveryCallAndRewritesThePortFile) {
   EXPECT_EQ(read_file("SAT.conf"), "/dev/ttyACM2");
 }
 
+// Whoever looks at the port file, or finds it behind a host that was killed, must not read a port that was
+// never chosen.
+TEST_F(Discovery, ThePortFileHoldsOneNameOrNothingAtEveryMoment) {
+  for (const auto& [former, next] :
+       {std::pair{"ttyACM10", "ttyACM2"}, {"ttyACM2", "ttyACM10"}, {"ttyACM1", "ttyACM2"}}) {
+    find({talvex(former)});
+    before_writes.clear();
+    after_writes.clear();
+    find({talvex(next)});
+    const std::string former_port = std::string("/dev/") + former;
+    const std::string next_port = std::string("/dev/") + next;
+    EXPECT_THAT(before_writes, ElementsAre(AnyOf("", former_port))) << former_port << " to " << next_port;
+    EXPECT_THAT(after_writes, ElementsAre(next_port)) << former_port << " to " << next_port;
+  }
+}
+
+TEST_F(Discovery, ThePortFileIsEmptiedBeforeAShorterName) {
+  find({talvex("ttyACM10")});
+  before_writes.clear();
+  find({talvex("ttyACM2")});
+  EXPECT_THAT(before_writes, ElementsAre(""));
+}
+
+// Emptied first, it would be written to the disk on every call.
+TEST_F(Discovery, ThePortFileIsWrittenOverInPlaceWithTheNameThatItHolds) {
+  find({talvex("ttyACM1")});
+  before_writes.clear();
+  find({talvex("ttyACM1")});
+  EXPECT_THAT(before_writes, ElementsAre("/dev/ttyACM1"));
+  EXPECT_EQ(read_file("SAT.conf"), "/dev/ttyACM1");
+}
+
 // Whether the search has run again or its answer was recalled: a call cannot tell.
 TEST_F(Discovery, SaysTheSameOnEveryCallWhileNothingChanges) {
   const CannedSearch search({talvex("ttyACM0"), talvex("ttyACM1")});
@@ -301,6 +358,16 @@ TEST_F(Discovery, AFixedPortOfFewerThanThreeCharactersIsNone) {
   fix_port("/1x");
   find({});
   EXPECT_EQ(chosen, "/dev/ttyNONE");
+}
+
+TEST_F(Discovery, AFixedPortOfThreeCharactersIsOne) {
+  fix_port("/d1");
+  find({talvex("ttyACM0")});
+  EXPECT_EQ(rc, -2000);
+  EXPECT_EQ(chosen, "/dev/ttyNONE");
+  EXPECT_THAT(lines, ElementsAre(read_line(0, "/dev/ttyACM0"), fixed_set("/d1"),
+                                 other_fixed_port("/dev/ttyACM0", "/d1"), kNothingFound,
+                                 saving("/dev/ttyNONE"), kSavedNone));
 }
 
 TEST_F(Discovery, AFixedPortWithoutADigitIsAnEmptyOne) {
@@ -475,6 +542,23 @@ TEST_F(Discovery, AFullDiskDoesNotChangeTheOutcome) {
   find({talvex("ttyACM0")});
   EXPECT_EQ(rc, 0);
   EXPECT_EQ(lines.back(), saved("/dev/ttyACM0"));
+}
+
+TEST_F(Discovery, ANameThatTheDiskDoesNotTakeLeavesAnEmptyPortFile) {
+  const CannedSearch search({talvex("ttyACM0")});
+  for (const char* former : {"/dev/ttyACM0", "/dev/ttyUSB7", "/dev/ttyACM11", "/dev/ttyS1"}) {
+    for (const rlim_t room : {0, 5}) {
+      write_file("SAT.conf", former);
+      char name[kDeviceNameSize];
+      {
+        const FullDisk disk(room);
+        EXPECT_EQ(findSat(name), 0);
+      }
+      EXPECT_STREQ(name, "/dev/ttyACM0");
+      EXPECT_TRUE(std::filesystem::exists("SAT.conf"));
+      EXPECT_EQ(read_file("SAT.conf"), "") << former << ", room for " << room;
+    }
+  }
 }
 
 std::string popen_failed() {
