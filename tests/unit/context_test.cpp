@@ -2,10 +2,15 @@
 #include "api/context.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdarg>
 #include <cstring>
+#include <functional>
+#include <string_view>
+#include <utility>
 
 #include "api/configuration.h"
 #include "api/protocol_log.h"
@@ -13,6 +18,20 @@
 #include "olk_utils/open_file.h"
 #include "support/api_trace.h"
 #include "support/virtual_clock.h"
+
+// What happens while the library opens the file next; the linker is told to wrap the call.
+namespace {
+std::function<void()> meanwhile;
+}
+extern "C" int __real_open(const char* path, int flags, ...);
+extern "C" int __wrap_open(const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  if (meanwhile && std::strcmp(path, kIniFileName) == 0) std::exchange(meanwhile, nullptr)();
+  return __real_open(path, flags, mode);
+}
 
 namespace {
 
@@ -50,6 +69,7 @@ class Context : public ApiTraceTest {
     virtual_clock::set_local_time(2020, 7, 27, 10, 41, 14, 0);
   }
   ~Context() override {
+    meanwhile = nullptr;
     if (gl_iFd > 0) close(gl_iFd);
     gl_iFd = 0;
     gl_TmpBuf[0] = '\0';
@@ -279,6 +299,16 @@ TEST_F(Passes, AfterAChangeWithinTheSameSecond) {
   EXPECT_THAT(passes_of_calls(2), ElementsAre(0, 0));
 }
 
+// What was read may be the file as it was before: the time that counts is the one from before the reading.
+TEST_F(Passes, OverAFileThatChangesWhileItIsReadAgain) {
+  write_configuration(kFixedPort + log_section("3"));
+  passes_of_calls(1);
+  set_time(1000001);
+  meanwhile = [] { set_time(1000002); };
+  EXPECT_THAT(passes_of_calls(3), ElementsAre(1, 1, 0));
+  EXPECT_FALSE(meanwhile);
+}
+
 TEST_F(Passes, OverAFileWhoseTimeIsTheClearedOne) {
   write_configuration(log_section("3"), 0);
   EXPECT_THAT(passes_of_calls(2), ElementsAre(2, 0));
@@ -460,6 +490,17 @@ TEST_F(Context, ThePacketBufferIsClearedToItsLastByte) {
   }
   clear_buffer(gl_sSatPkt, kPacketBufferSize);
   EXPECT_EQ(std::string(gl_sSatPkt, kPacketBufferSize).find_first_not_of('\0'), std::string::npos);
+}
+
+// Locked pages cannot be given back to the kernel, but they are cleared all the same.
+TEST_F(Context, ThePacketBufferIsClearedInAHostWithLockedMemoryToo) {
+  constexpr std::size_t kPages = 65536;
+  char* const middle = gl_sSatPkt + kPacketBufferSize / 2;
+  if (mlock(middle, kPages) != 0) GTEST_SKIP() << "no right to lock memory";
+  std::memset(gl_sSatPkt, 'x', kPacketBufferSize);
+  clear_buffer(gl_sSatPkt, kPacketBufferSize);
+  munlock(middle, kPages);
+  EXPECT_EQ(std::string_view(gl_sSatPkt, kPacketBufferSize).find_first_not_of('\0'), std::string_view::npos);
 }
 
 // What is known to be zero already is not touched, once; the byte behind the end breaks the promise on
