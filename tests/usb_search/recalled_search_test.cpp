@@ -15,6 +15,7 @@
 
 #include "api/discovery.h"
 #include "api/usb_search.h"
+#include "olk_utils/system_clock.h"
 #include "support/api_trace.h"
 #include "support/environment.h"
 #include "usb_search/mocked_bus.h"
@@ -77,9 +78,19 @@ const MockedBus::Properties kOther = {"ID_MODEL=Scanner"};
 
 class RecalledSearch : public ApiTraceTest {
  protected:
-  RecalledSearch() { log_up_to(kInfo); }
+  RecalledSearch() : former_path_(environment("PATH")) {
+    log_up_to(kInfo);
+    runs_of_the_search = 0;
+    // A PATH of its own for each test: a former test's answer must not be recalled.
+    setenv("PATH", (former_path_ + ":" + here("no-programs")).c_str(), 1);
+  }
 
-  ~RecalledSearch() override { signal(SIGCHLD, SIG_DFL); }
+  ~RecalledSearch() override {
+    signal(SIGCHLD, SIG_DFL);
+    setenv("PATH", former_path_.c_str(), 1);
+    udev_database = nodes = mounts = command_instead = "";
+    meanwhile = nullptr;
+  }
 
   static std::string here(const std::string& name) { return (fs::current_path() / name).string(); }
 
@@ -149,17 +160,17 @@ class RecalledSearch : public ApiTraceTest {
     expect_recalled();
   }
 
-  void put_udev_database(std::chrono::seconds age) {
+  void put_udev_database(std::chrono::milliseconds age) {
     udev_database = here("udev-database");
     fs::create_directory(udev_database);
-    fs::last_write_time(udev_database, fs::file_time_type::clock::now() - age);
+    fs::last_write_time(udev_database, file_time(age));
   }
 
   // Port nodes that were last changed so long ago, on a file system of this type.
-  void put_nodes(std::chrono::seconds age, const std::string& type = "devtmpfs") {
+  void put_nodes(std::chrono::milliseconds age, const std::string& type = "devtmpfs") {
     nodes = here("nodes");
     fs::create_directory(nodes);
-    fs::last_write_time(nodes, fs::file_time_type::clock::now() - age);
+    fs::last_write_time(nodes, file_time(age));
     struct stat status {};
     ASSERT_EQ(__real_stat(nodes.c_str(), &status), 0);
     mounts = here("mounts");
@@ -176,6 +187,13 @@ class RecalledSearch : public ApiTraceTest {
     return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
   }
 
+  // So long ago by the library's clock, which stands still.
+  static fs::file_time_type file_time(std::chrono::milliseconds age) {
+    const std::chrono::milliseconds now(static_cast<std::int64_t>(GetCurrentMilliTime()));
+    return fs::file_time_type::clock::from_sys(std::chrono::sys_time<std::chrono::milliseconds>(now - age));
+  }
+
+  std::string former_path_;
   Lines trace_;
 };
 
@@ -301,6 +319,18 @@ TEST_F(RecalledSearch, ADatabaseJustWrittenIsNotRelied) {
   expect_found("/dev/ttyACM0");
 }
 
+// The stamp of a second change may be the same so soon.
+TEST_F(RecalledSearch, ADatabaseIsReliedOnOnceItHasBeenAtRestForMoreThanASecond) {
+  bus_.plug(1, "ttyACM0", kTalvex);
+  for (const int age : {0, 1, 1000}) {
+    put_udev_database(std::chrono::milliseconds(age));
+    expect_run("/dev/ttyACM0");
+    expect_run("/dev/ttyACM0");
+  }
+  put_udev_database(std::chrono::milliseconds(1001));
+  expect_found("/dev/ttyACM0");
+}
+
 // ---- The kernel's count -----------------------------------------------------------------------------
 
 TEST_F(RecalledSearch, EveryEventIsLookedInto) {
@@ -369,6 +399,25 @@ TEST_F(RecalledSearch, NodesJustChangedDoNotVouch) {
   expect_found("/dev/ttyACM0");
 }
 
+TEST_F(RecalledSearch, NodesVouchOnceTheyHaveBeenAtRestForMoreThanASecond) {
+  bus_.set_event_count(100);
+  bus_.plug(1, "ttyACM0", kTalvex);
+  put_nodes(std::chrono::milliseconds(1000));
+  expect_found("/dev/ttyACM0");
+  bus_.set_event_count(101);
+  bus_.unplug(1);
+  expect_found(kNone);
+
+  bus_.plug(1, "ttyACM0", kTalvex);
+  put_nodes(std::chrono::milliseconds(1001));
+  expect_found("/dev/ttyACM0");
+  bus_.set_event_count(102);
+  bus_.unplug(1);
+  char name[kDeviceNameSize] = "";
+  EXPECT_EQ(findSat(name), 0);
+  EXPECT_STREQ(name, "/dev/ttyACM0");
+}
+
 TEST_F(RecalledSearch, NodesOnAnotherFileSystemDoNotVouch) {
   put_nodes(std::chrono::hours(2), "tmpfs");
   bus_.set_event_count(100);
@@ -397,6 +446,27 @@ TEST_F(RecalledSearch, ABusThatChangesDuringTheSearch) {
   expect_plain_result();
   expect_found("/dev/ttyACM0");
   EXPECT_EQ(runs(), 2);
+}
+
+TEST_F(RecalledSearch, ADeviceExchangedUnderItsNameDuringTheSearch) {
+  bus_.plug(1, "ttyACM0", kTalvex);
+  meanwhile = [this] {
+    bus_.unplug(1);
+    bus_.plug(1, "ttyACM0", kOther);
+  };
+  char name[kDeviceNameSize] = "";
+  EXPECT_EQ(findSat(name), 0);
+  EXPECT_STREQ(name, "/dev/ttyACM0");
+  expect_run(kNone);
+}
+
+// What was written may tell the command something else.
+TEST_F(RecalledSearch, ADatabaseWrittenDuringTheSearch) {
+  bus_.plug(1, "ttyACM0", kTalvex);
+  put_udev_database(std::chrono::hours(2));
+  meanwhile = [this] { put_udev_database(std::chrono::hours(1)); };
+  expect_run("/dev/ttyACM0");
+  expect_found("/dev/ttyACM0");
 }
 
 // Whatever it was, it may have come too late for the search.
@@ -472,18 +542,64 @@ TEST_F(RecalledSearch, AnAnswerThatLeavesAPortOutIsKeptOnceItWasGivenTwice) {
   EXPECT_EQ(found_, "/dev/ttyACM1");
 }
 
+// ---- Other programs ---------------------------------------------------------------------------------
+
 // Programs that somebody has put in front of the system's own may answer as they like.
-TEST_F(RecalledSearch, OtherProgramsThanTheSystemsAreAskedEveryTime) {
-  fs::create_directory("programs");
-  write_file("programs/grep", "#!/bin/sh\nexec /usr/bin/grep \"$@\"\n");
-  fs::permissions("programs/grep", fs::perms::owner_all);
+class OtherProgram : public RecalledSearch, public testing::WithParamInterface<const char*> {
+ protected:
+  // A program of that name in a folder, which notes that it was run and does what the system's own does.
+  static void put_program(const std::string& name, const std::string& folder) {
+    fs::create_directories(folder);
+    const std::string program = folder + "/" + name;
+    write_file(program, "#!/bin/sh\necho " + name + " >> " + here("runs") +
+                            "\nPATH=/usr/bin:/bin:/usr/sbin:/sbin\nexec " + name + " \"$@\"\n");
+    fs::permissions(program, fs::perms::owner_all);
+  }
+
+  void expect_asked_every_time() {
+    bus_.plug(1, "ttyACM0", kTalvex);
+    for (int search = 1; search <= 3; ++search) {
+      expect_run("/dev/ttyACM0");
+      EXPECT_TRUE(fs::remove("runs")) << "the shell runs another program";
+    }
+  }
+};
+
+TEST_P(OtherProgram, InFrontOfTheSystemsIsAskedEveryTime) {
+  put_program(GetParam(), here("programs"));
   setenv("PATH", (here("programs") + ":" + environment("PATH")).c_str(), 1);
-  bus_.plug(1, "ttyACM0", kTalvex);
-  for (int search = 1; search <= 3; ++search) {
-    expect_plain_result();
-    EXPECT_EQ(found_, "/dev/ttyACM0");
-    EXPECT_EQ(runs(), search);
+  expect_asked_every_time();
+}
+
+// To the shell an empty folder in the PATH is the working directory.
+TEST_P(OtherProgram, InTheWorkingDirectoryIsAskedEveryTimeWhenThePathBeginsWithAnEmptyFolder) {
+  put_program(GetParam(), here("."));
+  setenv("PATH", (":" + environment("PATH")).c_str(), 1);
+  expect_asked_every_time();
+}
+
+TEST_P(OtherProgram, InTheWorkingDirectoryIsAskedEveryTimeWhenThePathHasAnEmptyFolder) {
+  put_program(GetParam(), here("."));
+  setenv("PATH", (here("no-programs") + "::" + environment("PATH")).c_str(), 1);
+  expect_asked_every_time();
+}
+
+TEST_P(OtherProgram, InAFolderOfAnyLengthIsAskedEveryTime) {
+  for (const std::size_t length : {255u, 256u, 300u}) {
+    std::string folder = here("");
+    folder += std::to_string(length) + std::string(100, 'f') + "/";
+    folder += std::string(length - folder.size(), 'g');
+    ASSERT_EQ(folder.size(), length);
+    put_program(GetParam(), folder);
+    const std::string former_path = environment("PATH");
+    setenv("PATH", (folder + ":" + former_path).c_str(), 1);
+    expect_asked_every_time();
+    setenv("PATH", former_path.c_str(), 1);
+    bus_.unplug(1);
   }
 }
+
+INSTANTIATE_TEST_SUITE_P(Programs, OtherProgram, testing::Values("find", "udevadm", "grep"),
+                         [](const auto& test) { return std::string(test.param); });
 
 }  // namespace
