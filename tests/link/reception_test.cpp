@@ -506,6 +506,7 @@ TEST_F(ReceptionTest, SingleBytesMakeAFrame) {
   device().play(send_in_pieces(bytes, 1) + Script{expect_ack()});
   EXPECT_EQ(receive(), static_cast<int>(bytes.size()) - 3);
   expect_script_played();
+  EXPECT_EQ(ms(), 0) << "each is taken when it comes";
 }
 
 // ---- Blocks -----------------------------------------------------------------------------------------

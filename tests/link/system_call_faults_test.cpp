@@ -459,6 +459,17 @@ TEST_F(ReceivingFaultTest, BadDescriptorInsideTheFrameIsWaitedOut) {
           "INF Win: iBytesRead[-0000001] errno[00000009]EBADF              liDiffTime[0] iTimeout[100]\n"));
 }
 
+TEST_F(ReceivingFaultTest, GapThatTheHostSleptThroughIsItsLastElapsedTime) {
+  device().play({send("\x02"), expect_nak(), send("Z" + frame("AB")), expect_ack()});
+  fault_calls::on_event([] { virtual_clock::advance_ms(150); });
+  inject({{.call = Call::kRead, .skip = 1, .event = true}});
+  EXPECT_EQ(receive(), 2);
+  expect_script_played();
+  EXPECT_EQ(ms(), 150) << "a gap already at the first look";
+  EXPECT_THAT(with_text(reading_lines(), "Expected STX"),
+              ElementsAre("WRN Lnx << SAT->PC Rcvd[5Ah]Expected STX  iCurPos[0] liDiffTime[150\n"));
+}
+
 TEST_F(ReceivingFaultTest, EmptyReadsInsideTheFrameAreAGapAfterATenthOfASecond) {
   device().play({send("\x02"
                       "AB"),

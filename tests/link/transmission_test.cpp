@@ -419,6 +419,21 @@ TEST_F(TransmissionTest, EndlessGarbageToALongFunctionEndsAfterThreeTimeouts) {
   EXPECT_LT(virtual_clock::monotonic_ms(), 95000);
 }
 
+struct EndlessWaitCase {
+  uint32_t seconds;
+  int64_t longest_ms;
+};
+
+TEST(EndlessWaitTest, LastsAMinuteOrThreeTimeoutsWhicheverIsLonger) {
+  constexpr EndlessWaitCase kCases[] = {
+      {0, 60000}, {20, 60000}, {21, 63000}, {1800, 5400000}, {UINT32_MAX, 12884901885000}};
+  for (const auto& [seconds, longest_ms] : kCases) {
+    set_function_timeout(seconds);
+    EXPECT_FALSE(is_endless_wait(longest_ms)) << seconds;
+    EXPECT_TRUE(is_endless_wait(longest_ms + 1)) << seconds;
+  }
+}
+
 TEST_F(TransmissionTest, EndlessGarbageBehindAStrayStxEnds) {
   log_errors_only();
   device().play({expect_frame(), send("\x02"), flood("ZZZZZZZZZZ")});
