@@ -466,6 +466,7 @@ TEST_F(ReceptionTest, GapOfATenthOfASecondIsStillAccepted) {
                  pause_ms(100), send("B"), pause_ms(100), send("\x83\x03"), expect_ack()});
   EXPECT_EQ(receive(), 2) << "the limit counts from the last bytes";
   expect_script_played();
+  EXPECT_EQ(ms(), 200) << "bytes that were waited for are taken at once";
 }
 
 TEST_F(ReceptionTest, GapCountsFromTheStxNotFromTheWaitForIt) {
