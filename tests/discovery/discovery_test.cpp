@@ -547,7 +547,7 @@ TEST_F(Discovery, AFullDiskDoesNotChangeTheOutcome) {
 TEST_F(Discovery, ANameThatTheDiskDoesNotTakeLeavesAnEmptyPortFile) {
   const CannedSearch search({talvex("ttyACM0")});
   for (const char* former : {"/dev/ttyACM0", "/dev/ttyUSB7", "/dev/ttyACM11", "/dev/ttyS1"}) {
-    for (const rlim_t room : {0, 5}) {
+    for (const rlim_t room : {rlim_t{0}, rlim_t{5}}) {
       write_file("SAT.conf", former);
       char name[kDeviceNameSize];
       {
