@@ -555,15 +555,19 @@ TEST_F(ProtocolLog, WithLoggingOffAFileLeftOpenStillTakesTheLine) {
   EXPECT_EQ(read_file(kToday), kShown);
 }
 
+void block_the_first_attempt() {
+  write_file("Log", "in the way");
+  after_create_dir = [] {
+    after_create_dir = nullptr;
+    std::filesystem::remove("Log");
+  };
+}
+
 TEST_F(ProtocolLog, ASecondAttemptOpensTheFileForTheNextLineAtEveryLevel) {
   for (const unsigned level : kLevels) {
     SCOPED_TRACE(level);
     log_up_to(level);
-    write_file("Log", "in the way");
-    after_create_dir = [] {
-      after_create_dir = nullptr;
-      std::filesystem::remove("Log");
-    };
+    block_the_first_attempt();
     testing::internal::CaptureStdout();
     log("A\0\0\0"s, kReceived);
     std::fflush(stdout);
@@ -580,11 +584,7 @@ TEST_F(ProtocolLog, ASecondAttemptOpensTheFileForTheNextLineAtEveryLevel) {
 }
 
 TEST_F(ProtocolLog, ASecondAttemptsSuccessComesTooLateForTheLine) {
-  write_file("Log", "in the way");
-  after_create_dir = [] {
-    after_create_dir = nullptr;
-    std::filesystem::remove("Log");
-  };
+  block_the_first_attempt();
   testing::internal::CaptureStdout();
   log("A\0\0\0"s, kReceived);
   testing::internal::GetCapturedStdout();
