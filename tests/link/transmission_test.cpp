@@ -221,8 +221,7 @@ TEST_F(TransmissionTest, BlockIsTracedThenDissectedThenLoggedAndItsAnswerComesLa
 
   const Lines block = {
       "INF [] [../src/api/TALVEX] [lSerialWriteBufL]Lnx\n\t >> Sent[0006] hC[" + handle() +
-          "]\n\t >> PC->SAT Sent[00006:\x02"
-          "A|1\xEE\x03]\n",
+          "]\n\t >> PC->SAT Sent[00006:" + frame("A|1") + "]\n",
       dissected("STX[02h]\n", " "),
       dissected("P01=[00000001:A]Sat:NomeDoComando\n"),
       dissected("P02=[00000001:1]LastParam\n"),
