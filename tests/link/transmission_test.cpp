@@ -227,8 +227,8 @@ TEST_F(TransmissionTest, BlockIsTracedThenDissectedThenLoggedAndItsAnswerComesLa
       dissected("P02=[00000001:1]LastParam\n"),
       dissected("CKS[EEh]\n", " "),
       dissected("ETX[03h]\n\n", " "),
-      "WRN [] [../src/api/TALVEX] [LogSATProtocolMsg]All WR\n\t iSatPkgLen[00000006]\n\t "
-      "pSatPkt[iSatPkgLen-1]=[03h]Rcvd ETX\n",
+      ("WRN [] [../src/api/TALVEX] [LogSATProtocolMsg]All WR\n\t iSatPkgLen[00000006]\n\t "
+       "pSatPkt[iSatPkgLen-1]=[03h]Rcvd ETX\n"),
   };
   const Lines opening = {
       "WRN [] [../src/api/TALVEX] [LogSATProtocolMsg]All ER:gl_iFd[00000000h]=NULL\n\t Msg[000048:"
