@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "reliability/fault_matrix.h"
+#include "link/fault_matrix.h"
 #include "reliability/time_rules.h"
 
 namespace {

@@ -592,7 +592,7 @@ TEST_P(OtherProgram, InAFolderOfAnyLengthIsAskedEveryTime) {
     ASSERT_EQ(folder.size(), length);
     put_program(GetParam(), folder);
     const std::string former_path = environment("PATH");
-    setenv("PATH", (folder + ":" + former_path).c_str(), 1);
+    setenv("PATH", std::string(folder).append(":").append(former_path).c_str(), 1);
     expect_asked_every_time();
     setenv("PATH", former_path.c_str(), 1);
     bus_.unplug(1);

@@ -1,4 +1,4 @@
-#include "reliability/fault_matrix.h"
+#include "link/fault_matrix.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,7 +1,7 @@
 // Plays every cell of the fault matrix in virtual time: documented text, duration to the millisecond, every
 // injected fault spent, port closed and unlocked, no descriptor and no memory more than before, and a next
 // call that is right, on the same line wherever that still stands.
-#include "reliability/fault_matrix.h"
+#include "link/fault_matrix.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
