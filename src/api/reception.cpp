@@ -67,22 +67,22 @@ int64_t elapsed_since(const timespec& since) {
 }
 
 // Traces the errno of an empty read once, until it changes.
-void trace_empty_read(Reception& r, ssize_t count, int64_t elapsed, int shown_limit) {
+void trace_empty_read(Reception& r, ssize_t count, int shown_limit) {
   const int error = errno;
   if (count != -1 || error == r.last_errno) return;
   r.last_errno = error;
   if (error == EBADF) {
     API_TRACE_IN(kReadBuf, kInfo,
                  "Win: iBytesRead[%08d] errno[%08d]EBADF              liDiffTime[%d] iTimeout[%d]\n",
-                 static_cast<int>(count), error, static_cast<int>(elapsed), shown_limit);
+                 static_cast<int>(count), error, static_cast<int>(r.elapsed), shown_limit);
   } else if (error == EAGAIN) {
     API_TRACE_IN(kReadBuf, kInfo,
                  "Win: iBytesRead[%08d] errno[%08d]EAGAIN:EWOULDBLOCK liDiffTime[%d] iTimeout[%d]\n",
-                 static_cast<int>(count), error, static_cast<int>(elapsed), shown_limit);
+                 static_cast<int>(count), error, static_cast<int>(r.elapsed), shown_limit);
   } else {
     API_TRACE_IN(kReadBuf, kInfo,
                  "Win: ulTxPktSz[%08d] errno[%08d]OTHER              liDiffTime[%d] iTimeout[%d]\n",
-                 static_cast<int>(count), error, static_cast<int>(elapsed), shown_limit);
+                 static_cast<int>(count), error, static_cast<int>(r.elapsed), shown_limit);
   }
 }
 
@@ -145,7 +145,7 @@ Step wait_for_stx(Reception& r) {
     }
     const bool failed = is_read_failure(count);
     r.elapsed = elapsed_since(r.start);
-    if (!failed) trace_empty_read(r, count, r.elapsed, kShownTimeoutMs);
+    if (!failed) trace_empty_read(r, count, kShownTimeoutMs);
     if (r.elapsed > r.time_limit) return no_stx(r, r.elapsed);
     if (failed) {
       pace();
@@ -168,7 +168,7 @@ Step frame_stopped(Reception& r) {
 
 Step nothing_read(Reception& r, ssize_t count) {
   r.elapsed = elapsed_since(r.start);
-  trace_empty_read(r, count, r.elapsed, r.time_limit);
+  trace_empty_read(r, count, r.time_limit);
   if (r.elapsed > r.time_limit) return frame_stopped(r);
   wait_within_limit(r);
   return Step::kAgain;

@@ -15,6 +15,7 @@
 #include "api/protocol_log.h"
 #include "olk_utils/bounded_text.h"
 #include "support/api_trace.h"
+#include "support/file_status.h"
 #include "support/full_disk.h"
 #include "support/usb_bus.h"
 #include "talvex/talvex.h"
@@ -70,11 +71,11 @@ std::string line(const std::string& tag, const std::string& text) {
   return api_line(tag, "findSat", text);
 }
 std::string sized(const std::string& text) {
-  return formatted("[%05d:%s]", static_cast<int>(text.size()), text.c_str());
+  return printed("[%05d:%s]", static_cast<int>(text.size()), text.c_str());
 }
 // The lines in the order in which they can come.
 std::string read_line(int number, const std::string& name) {
-  return line("INF", formatted("Lnx: rc[%06d]WR portNameFmt", number) + sized(name + "\n") + "\n");
+  return line("INF", printed("Lnx: rc[%06d]WR portNameFmt", number) + sized(name + "\n") + "\n");
 }
 std::string no_fixed_port(const std::string& found, const std::string& fixed = "") {
   return line("INF", "Lnx: rc[000000]WR\n\t portNameFmt" + sized(found) +
@@ -110,7 +111,7 @@ std::string saved(const std::string& port) {
 const std::string kSavedNone =
     line("ERR", "Lnx: rc[-02000]ER \n\t Port[00012:/dev/ttyNONE] Saved on file[SAT.conf]NO_SAT_FOUND!!!\n");
 std::string not_saved(int rc, const std::string& port) {
-  return line("ERR", formatted("Lnx:  rc[%06d]ER rc[%06d]SAT_API_ERR_LNX_DEV_NOT_FOUND \n\t Port", rc, rc) +
+  return line("ERR", printed("Lnx:  rc[%06d]ER rc[%06d]SAT_API_ERR_LNX_DEV_NOT_FOUND \n\t Port", rc, rc) +
                          sized(port) + " Not Saved on file[SAT.conf]\n");
 }
 
@@ -126,10 +127,9 @@ const std::string kFixedEmpty = fixed_line(
     "rc[0001]OK:\n\t     Ini[SAT.ini]\n\t Session[SERIAL_PORT_CONFIG]\n\t    Item[FixarPorta= << SEM "
     "VALOR <NAO USAR>\n]\n");
 std::string fixed_set(const std::string& port) {
-  return fixed_line("WRN",
-                    formatted("rc[%04d]WR:\n\t     Ini[SAT.ini]\n\t Session[SERIAL_PORT_CONFIG]\n\t    "
-                              "Item[FixarPorta=%s]<< ADICIONADO MANUALMENTE PELO CLIENTE\n\n",
-                              static_cast<int>(port.size()), port.c_str()));
+  return fixed_line("WRN", printed("rc[%04d]WR:\n\t     Ini[SAT.ini]\n\t Session[SERIAL_PORT_CONFIG]\n\t    "
+                                   "Item[FixarPorta=%s]<< ADICIONADO MANUALMENTE PELO CLIENTE\n\n",
+                                   static_cast<int>(port.size()), port.c_str()));
 }
 
 UsbNode talvex(const std::string& name) {
@@ -276,13 +276,6 @@ TEST_F(Discovery, ThePortFileHoldsOneNameOrNothingAtEveryMoment) {
     EXPECT_THAT(before_writes, ElementsAre(AnyOf("", former_port))) << former_port << " to " << next_port;
     EXPECT_THAT(after_writes, ElementsAre(next_port)) << former_port << " to " << next_port;
   }
-}
-
-TEST_F(Discovery, ThePortFileIsEmptiedBeforeAShorterName) {
-  find({talvex("ttyACM10")});
-  before_writes.clear();
-  find({talvex("ttyACM2")});
-  EXPECT_THAT(before_writes, ElementsAre(""));
 }
 
 // Emptied first, it would be written to the disk on every call.
@@ -599,14 +592,11 @@ TEST_F(Discovery, WithoutMemoryItGivesUpAtOnce) {
 }
 
 TEST_F(Discovery, LeavesNoDescriptorAndNoChildBehind) {
-  const auto descriptors = [] {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-  };
-  const auto before = descriptors();
+  const long before = open_descriptors();
   find({talvex("ttyACM0")});
   popen_fails = true;
   find({});
-  EXPECT_EQ(descriptors(), before);
+  EXPECT_EQ(open_descriptors(), before);
 }
 
 // ---- GetFixedSerialPort -----------------------------------------------------------------------------

@@ -34,8 +34,8 @@ class UsbSearch : public ApiTraceTest {
 
   static std::string found_line(int number, const std::string& name) {
     return api_line("INF", "findSat",
-                    formatted("Lnx: rc[%06d]WR portNameFmt[%05d:%s\n]\n", number,
-                              static_cast<int>(name.size()) + 1, name.c_str()));
+                    printed("Lnx: rc[%06d]WR portNameFmt[%05d:%s\n]\n", number,
+                            static_cast<int>(name.size()) + 1, name.c_str()));
   }
 
   Lines found_;  // a line per device that the search printed

@@ -19,8 +19,6 @@
 #include <atomic>
 #include <cctype>
 #include <chrono>
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
@@ -34,7 +32,9 @@
 #include "api/serial_port.h"
 #include "olk_utils/system_clock.h"
 #include "support/environment.h"
+#include "support/file_status.h"
 #include "support/full_disk.h"
+#include "support/printed.h"
 #include "support/scratch_directory.h"
 #include "support/text_files.h"
 #include "support/virtual_clock.h"
@@ -52,19 +52,6 @@ constexpr uid_t kNobody = 65534;
 // A clock that moves when it is looked at, and the looks of a call beside the endless wait.
 constexpr std::int64_t kTick = 50;
 constexpr std::int64_t kOtherLooks = 50 * kTick;
-
-__attribute__((format(printf, 1, 2))) std::string printed(const char* format, ...) {
-  char text[512];
-  va_list values;
-  va_start(values, format);
-  std::vsnprintf(text, sizeof text, format, values);
-  va_end(values);
-  return text;
-}
-
-long open_descriptors() {
-  return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
-}
 
 // AddressSanitizer's own allocator knows nothing of this, and finds leaks by itself.
 std::size_t heap_in_use() {

@@ -7,9 +7,6 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include <cstdarg>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <regex>
@@ -24,22 +21,12 @@
 #include "api/serial_port.h"
 #include "api/transmission.h"
 #include "olk_utils/trace_log.h"
+#include "support/printed.h"
 #include "support/scratch_directory.h"
 #include "support/scripted_device.h"
 #include "support/text_files.h"
 
 using Lines = std::vector<std::string>;
-
-__attribute__((format(printf, 1, 2))) inline std::string printed(const char* format, ...) {
-  va_list values;
-  va_start(values, format);
-  char* text = nullptr;
-  const int length = vasprintf(&text, format, values);
-  va_end(values);
-  std::string result(text, static_cast<std::size_t>(length));
-  std::free(text);
-  return result;
-}
 
 inline std::string times(std::size_t count, const std::string& text) {
   std::string all;

@@ -3,6 +3,7 @@
 #include <termios.h>
 
 #include <cerrno>
+#include <cstdio>
 
 #include "api/communicate.h"
 #include "link/virtual_link_fixture.h"

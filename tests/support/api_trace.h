@@ -4,14 +4,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdarg>
-#include <cstdio>
 #include <filesystem>
 #include <regex>
 #include <string>
 #include <vector>
 
 #include "olk_utils/trace_log.h"
+#include "support/printed.h"
 #include "support/scratch_directory.h"
 #include "support/text_files.h"
 
@@ -25,16 +24,6 @@ inline std::string api_line(const std::string& tag, const std::string& function,
 // The form of the configuration reader: "ERR []  ../src/api/TALVEX  UpdateTalvexConfiguration  text".
 inline std::string config_line(const std::string& tag, const std::string& function, const std::string& text) {
   return tag + " []  ../src/api/TALVEX  " + function + "  " + text;
-}
-
-// A printf-formatted std::string, for numbers in expected lines.
-__attribute__((format(printf, 1, 2))) inline std::string formatted(const char* format, ...) {
-  char text[4096];
-  va_list values;
-  va_start(values, format);
-  std::vsnprintf(text, sizeof text, format, values);
-  va_end(values);
-  return text;
 }
 
 // "[0042]" in front of what the library prints on standard output, without the source line's number.

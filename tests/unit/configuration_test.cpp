@@ -151,8 +151,8 @@ std::string update_line(const std::string& tag, const std::string& text) {
 
 std::string item_text(const Item& item, int rc, const char* status, char letter, const std::string& value,
                       const char* tail = "") {
-  return formatted("rc[%04d]%s  STEP%02d%c  TalvexIniFileName[SAT.ini]  strSessionName[%s]  item[%s=%s]%s\n",
-                   rc, status, item.step, letter, item.section, item.name, value.c_str(), tail);
+  return printed("rc[%04d]%s  STEP%02d%c  TalvexIniFileName[SAT.ini]  strSessionName[%s]  item[%s=%s]%s\n",
+                 rc, status, item.step, letter, item.section, item.name, value.c_str(), tail);
 }
 
 Lines missing_line(const Item& item, int rc = -305) {
@@ -206,7 +206,7 @@ std::string file_of(const TextOfItem& text_of_item) {
   std::string file;
   const char* section = "";
   for (const Item& item : kItems) {
-    if (std::string(section) != item.section) file += formatted("[%s]\n", section = item.section);
+    if (std::string(section) != item.section) file += printed("[%s]\n", section = item.section);
     if (const std::string text = text_of_item(item); !text.empty()) file += text + "\n";
   }
   return file;
@@ -215,10 +215,10 @@ std::string missing(const Item&) {
   return "";
 }
 std::string empty(const Item& item) {
-  return formatted("%s=", item.name);
+  return printed("%s=", item.name);
 }
 std::string present(const Item& item) {
-  return formatted("%s=%s", item.name, item.value);
+  return printed("%s=%s", item.name, item.value);
 }
 
 // The record with its padding: what is painted and not written must stay.
@@ -276,9 +276,9 @@ TEST_F(DefaultFile, HasExactlyIts57Lines) {
   EXPECT_EQ(written, kDefaultFile);
   EXPECT_EQ(std::count(written.begin(), written.end(), '\n'), 57);
   EXPECT_EQ(result, static_cast<int>(written.size()));
-  EXPECT_THAT(take_lines(),
-              ElementsAre(created_line(
-                  "WRN", formatted(" rc[%06d]OK file[SAT.ini]Successfull Created!!!\n", result))));
+  EXPECT_THAT(
+      take_lines(),
+      ElementsAre(created_line("WRN", printed(" rc[%06d]OK file[SAT.ini]Successfull Created!!!\n", result))));
 }
 
 TEST_F(DefaultFile, IsWrittenWithOneCallForEachSection) {
@@ -482,7 +482,7 @@ TEST_F(ConfigurationLines, BeginWithAPassLineOnceTheLibraryIsSetUp) {
   ASSERT_FALSE(lines.empty());
   const int size = static_cast<int>(std::filesystem::file_size("SAT.ini"));
   EXPECT_EQ(lines[0],
-            update_line("INF", formatted("rc[%04d]OK:PASS  STEP00a  TalvexIniFileName[SAT.ini]OK\n", size)));
+            update_line("INF", printed("rc[%04d]OK:PASS  STEP00a  TalvexIniFileName[SAT.ini]OK\n", size)));
   EXPECT_THAT(lines, SizeIs(1 + lines_of_all_items(present_line).size()));
 }
 
@@ -703,7 +703,7 @@ TEST_F(FixedPortItem, EmptyOrPresentLeavesTheFilesTimeAlone) {
 
 std::string timeouts_file(const std::string& value) {
   return file_of([&](const Item& item) {
-    return item.section == std::string("SAT_TIMEOUT") ? formatted("%s=%s", item.name, value.c_str()) : "";
+    return item.section == std::string("SAT_TIMEOUT") ? printed("%s=%s", item.name, value.c_str()) : "";
   });
 }
 

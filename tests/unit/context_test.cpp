@@ -53,12 +53,12 @@ const std::string kVersionBanner = api_line(
 // Shows the size of the configuration file that was found.
 std::string pass_line() {
   return config_line("INF", "UpdateTalvexConfiguration",
-                     formatted("rc[%04d]OK:PASS  STEP00a  TalvexIniFileName[SAT.ini]OK\n",
-                               static_cast<int>(std::filesystem::file_size("SAT.ini"))));
+                     printed("rc[%04d]OK:PASS  STEP00a  TalvexIniFileName[SAT.ini]OK\n",
+                             static_cast<int>(std::filesystem::file_size("SAT.ini"))));
 }
 
 std::string log_section(const char* mode, const char* more = "LogFileMaxSize=1300000\n") {
-  return formatted("[LOG]\nLogFilePath=Log\n%sLogMode=%s\n", more, mode);
+  return printed("[LOG]\nLogFilePath=Log\n%sLogMode=%s\n", more, mode);
 }
 
 class Context : public ApiTraceTest {
@@ -120,9 +120,9 @@ TEST_F(FirstCall, CreatesTheMissingFileAndSaysSoToAHostThatListens) {
   EXPECT_GT(size, 0);
   EXPECT_THAT(take_all_lines(),
               ElementsAre(api_line("WRN", "CreateFile_TalvexIni",
-                                   formatted(" rc[%06d]OK file[SAT.ini]Successfull Created!!!\n", size)),
+                                   printed(" rc[%06d]OK file[SAT.ini]Successfull Created!!!\n", size)),
                           api_line("WRN", "init_global_sat_struct",
-                                   formatted("--- rc[%06d]OK ConfigFile[SAT.ini]Created!!!\n", size))));
+                                   printed("--- rc[%06d]OK ConfigFile[SAT.ini]Created!!!\n", size))));
 }
 
 TEST_F(FirstCall, WithAllFlagsOffCreatesTheFileSilently) {

@@ -110,8 +110,8 @@ std::string create_line(const std::string& tag, const std::string& text) {
   return api_line(tag, "CreateSAT_ProtLogFile", text);
 }
 std::string opened_line(const char* name) {
-  return create_line("INF", formatted("---  rc[-01101]OK:logFd[%08Xh] pcLogName[%s]Created!!!\n",
-                                      static_cast<unsigned>(gl_iFd), name));
+  return create_line("INF", printed("---  rc[-01101]OK:logFd[%08Xh] pcLogName[%s]Created!!!\n",
+                                    static_cast<unsigned>(gl_iFd), name));
 }
 const std::string kUpdated = create_line("WRN", "---  gl_tSat.strSatProtLogFilePath[Log]UPDATED\n");
 
@@ -131,16 +131,16 @@ void PrintTo(const Rendering& rendering, std::ostream* out) {
 
 std::string with_etx(int length) {
   return message_line(
-      formatted("All WR\n\t iSatPkgLen[%08d]\n\t pSatPkt[iSatPkgLen-1]=[03h]Rcvd ETX\n", length));
+      printed("All WR\n\t iSatPkgLen[%08d]\n\t pSatPkt[iSatPkgLen-1]=[03h]Rcvd ETX\n", length));
 }
 std::string with_zero_checksum(int length) {
   return message_line(
-      formatted("All WR:\n\t iSatPkgLen[%08d]\n\t pSatPkt[iSatPkgLen-1]=[00h]rcvd ETX CKSUM=0x00\n", length));
+      printed("All WR:\n\t iSatPkgLen[%08d]\n\t pSatPkt[iSatPkgLen-1]=[00h]rcvd ETX CKSUM=0x00\n", length));
 }
 std::string without_etx(int length, unsigned last) {
   return message_line(
-      formatted("All WR:bInvalidPacket\n\t iSatPkgLen[%08d]\n\t pSatPkt[iSatPkgLen-1]=[%02Xh]Expected ETX\n",
-                length, last));
+      printed("All WR:bInvalidPacket\n\t iSatPkgLen[%08d]\n\t pSatPkt[iSatPkgLen-1]=[%02Xh]Expected ETX\n",
+              length, last));
 }
 
 const Rendering kRenderings[] = {
@@ -347,9 +347,9 @@ TEST_F(ProtocolLog, OpenFileIsNotOpenedAgainAndSaysSoOnStandardOutput) {
   take_lines();
   const int descriptor = gl_iFd;
   virtual_clock::set_local_time(2020, 7, 28, 0, 0, 0, 0);
-  EXPECT_EQ(open_log_and_stdout(), formatted("[] [../src/api/TALVEX] [CreateSAT_ProtLogFile]--- rc[-1101] "
-                                             "gl_tSat.strSatProtLogFilePath[Log] gl_iFd[%08Xh]\n",
-                                             static_cast<unsigned>(descriptor)));
+  EXPECT_EQ(open_log_and_stdout(), printed("[] [../src/api/TALVEX] [CreateSAT_ProtLogFile]--- rc[-1101] "
+                                           "gl_tSat.strSatProtLogFilePath[Log] gl_iFd[%08Xh]\n",
+                                           static_cast<unsigned>(descriptor)));
   EXPECT_EQ(gl_iFd, descriptor);
   EXPECT_THAT(take_lines(), IsEmpty());
   EXPECT_FALSE(std::filesystem::exists(kTomorrow));
@@ -508,7 +508,7 @@ TEST_F(ProtocolLog, APathLongerThanItsFieldIsCutAndLeavesTheNeighboursAlone) {
 
 const std::string kShown = "20200727031507 SAT->PC << [<02>A<--><03>]WR:d\n";
 std::string opening_line(int length, const std::string& shown) {
-  return message_line("All ER:gl_iFd[00000000h]=NULL\n\t Msg[" + formatted("%06d:", length) + shown +
+  return message_line("All ER:gl_iFd[00000000h]=NULL\n\t Msg[" + printed("%06d:", length) + shown +
                       "] Trying to Open NOw\n");
 }
 
@@ -594,7 +594,7 @@ TEST_F(ProtocolLog, ASecondAttemptsSuccessComesTooLateForTheLine) {
       ElementsAre(
           opening_line(46, kShown), kUpdated,
           create_line("ERR", "---   rc[-01101]ER: dir[Log]Not Created!!!!!!!!!\n"), opened_line(kToday),
-          message_line(formatted("All ER:gl_iFd[%08Xh]=NULL\n\t Msg[000046:", static_cast<unsigned>(gl_iFd)) +
+          message_line(printed("All ER:gl_iFd[%08Xh]=NULL\n\t Msg[000046:", static_cast<unsigned>(gl_iFd)) +
                        kShown + "]\n")));
   EXPECT_EQ(read_file(kToday), "");
   log("A\0\0\0"s, kReceived);

@@ -44,7 +44,7 @@ class ResultFiles : public ApiTraceTest {
   static std::string line(const std::string& text) { return api_line("INF", "write_operation_result", text); }
   static Lines first_lines(const std::string& folder, const std::string& name = kSaleFile) {
     return {line("Win: strTmpFolderPath[00001:.]\n"),
-            line(formatted("Win: strFinalFile[%05d:", static_cast<int>(name.size())) + name + "]\n"),
+            line(printed("Win: strFinalFile[%05d:", static_cast<int>(name.size())) + name + "]\n"),
             line(" rc[000001]Win:OK \n\t<Operation><DHMS-<Session>.sat\n\tstrTarget[" + folder + "]\n")};
   }
   static std::string saved(const std::string& path) {

@@ -18,6 +18,7 @@
 #include "olk_utils/system_clock.h"
 #include "support/api_trace.h"
 #include "support/environment.h"
+#include "support/file_status.h"
 #include "usb_search/mocked_bus.h"
 
 namespace fs = std::filesystem;
@@ -115,18 +116,18 @@ class RecalledSearch : public ApiTraceTest {
   void expect_plain_result() {
     fs::remove("SAT.conf");
     take_all_lines();
-    const auto descriptors = descriptor_count();
+    const long descriptors = open_descriptors();
     char name[kDeviceNameSize] = "";
     const int rc = findSat(name);
-    EXPECT_EQ(descriptor_count(), descriptors);
+    EXPECT_EQ(open_descriptors(), descriptors);
     trace_ = take_lines();
 
     const Lines plain = plain_search();
     Lines expected;
     for (std::size_t i = 0; i < plain.size(); ++i) {
       expected.push_back(api_line("INF", "findSat",
-                                  formatted("Lnx: rc[%06d]WR portNameFmt[%05d:%s]\n", static_cast<int>(i),
-                                            static_cast<int>(plain[i].size()), plain[i].c_str())));
+                                  printed("Lnx: rc[%06d]WR portNameFmt[%05d:%s]\n", static_cast<int>(i),
+                                          static_cast<int>(plain[i].size()), plain[i].c_str())));
     }
     EXPECT_EQ(with_text(trace_, "]WR portNameFmt["), expected);
     const std::string found =
@@ -175,18 +176,14 @@ class RecalledSearch : public ApiTraceTest {
     ASSERT_EQ(__real_stat(nodes.c_str(), &status), 0);
     mounts = here("mounts");
     write_file(mounts,
-               formatted("23 27 0:22 / /sys rw - sysfs sysfs rw\n24 27 %u:%u / /dev rw,relatime - %s x rw\n",
-                         major(status.st_dev), minor(status.st_dev), type.c_str()));
+               printed("23 27 0:22 / /sys rw - sysfs sysfs rw\n24 27 %u:%u / /dev rw,relatime - %s x rw\n",
+                       major(status.st_dev), minor(status.st_dev), type.c_str()));
   }
 
   MockedBus bus_;
   std::string found_;
 
  private:
-  static std::ptrdiff_t descriptor_count() {
-    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
-  }
-
   // So long ago by the library's clock, which stands still.
   static fs::file_time_type file_time(std::chrono::milliseconds age) {
     const std::chrono::milliseconds now(static_cast<std::int64_t>(GetCurrentMilliTime()));
