@@ -502,16 +502,45 @@ TEST_F(ReadyDevice, ABusyDeviceForgetsTheCall) {
 
 TEST_F(ReadyDevice, AnOrderedCodeTakesThePlaceOfTheCall) {
   FiscalFaults ordered;
-  ordered.code = 6099;
-  ordered.cccc = 1999;
+  ordered.imposed = {6099, 1999, "", false, false};
   EXPECT_THAT(call("EnviarDadosVenda", {kCode, SaleData().xml()}, ordered),
               ElementsAre("000001", "06099", "1999", "Erro desconhecido", "", ""));
   EXPECT_TRUE(device.state().receipts.empty());
-  ordered.message = "Outra coisa";
+  ordered.imposed->message = "Outra coisa";
   EXPECT_EQ(call("ConsultarSAT", {}, ordered)[2], "Outra coisa");
-  ordered.code = 6000;
+  ordered.imposed->code = 6000;
   call("EnviarDadosVenda", {kCode, SaleData().xml()}, ordered);
   EXPECT_EQ(code_of("ConsultarUltimaSessaoFiscal", {kCode}), "19003");
+}
+
+TEST_F(ReadyDevice, ADocumentThatTheDeviceDeniesIsIssuedAndFound) {
+  FiscalFaults denied;
+  denied.imposed = {6099, 0, "", true, false};
+  EXPECT_THAT(call("EnviarDadosVenda", {kCode, SaleData().xml()}, denied),
+              ElementsAre("000001", "06099", "0000", "Erro desconhecido", "", ""));
+  EXPECT_EQ(device.state().receipts.size(), 1U);
+  EXPECT_EQ(code_of("ConsultarNumeroSessao", {kCode, "000001"}), "06000");
+  EXPECT_EQ(code_of("ConsultarUltimaSessaoFiscal", {kCode}), "06000");
+
+  denied.imposed->stored = true;
+  const std::string denied_session = call("EnviarDadosVenda", {kCode, SaleData().xml()}, denied)[0];
+  EXPECT_EQ(code_of("ConsultarNumeroSessao", {kCode, denied_session}), "06099");
+  EXPECT_EQ(call("ConsultarUltimaSessaoFiscal", {kCode})[0], denied_session);
+  EXPECT_EQ(device.state().receipts.size(), 2U);
+}
+
+TEST_F(ReadyDevice, ARepeatedSessionIsRefusedAndTheFirstReplyStays) {
+  const std::string data = SaleData().xml();
+  EXPECT_EQ(call_in(9, "EnviarDadosVenda", {kCode, data})[1], "06000");
+  const std::string issued = last_reply;
+  EXPECT_EQ(call_in(9, "EnviarDadosVenda", {kCode, data})[1], "06097");
+  // A device at work does not look at the session number.
+  FiscalFaults busy;
+  busy.processing = true;
+  EXPECT_EQ(call_in(9, "EnviarDadosVenda", {kCode, data}, busy)[1], "06098");
+  EXPECT_EQ(device.state().receipts.size(), 1U);
+  call_in(10, "ConsultarNumeroSessao", {kCode, "000009"});
+  EXPECT_EQ(last_reply, issued);
 }
 
 TEST_F(ReadyDevice, BlockAndExpiryForOneCall) {

@@ -108,9 +108,16 @@ TEST(Rules, ArgumentsReachTheirPlaces) {
   EXPECT_EQ(plan.link.absence.duration.count(), 50);
   EXPECT_EQ(plan.link.absence.new_name, "ttySAT1");
   plan = rules_of("on any do return 06010 1999 Falha do leitor").plan(call("ConsultarSAT"));
-  EXPECT_EQ(plan.fiscal.code, 6010);
-  EXPECT_EQ(plan.fiscal.cccc, 1999);
-  EXPECT_EQ(plan.fiscal.message, "Falha do leitor");
+  ASSERT_TRUE(plan.fiscal.imposed);
+  EXPECT_EQ(plan.fiscal.imposed->code, 6010);
+  EXPECT_EQ(plan.fiscal.imposed->cccc, 1999);
+  EXPECT_EQ(plan.fiscal.imposed->message, "Falha do leitor");
+  EXPECT_FALSE(plan.fiscal.imposed->carried_out);
+  plan = rules_of("on any do carry-out-return 06098 stored=yes").plan(call("ConsultarSAT"));
+  ASSERT_TRUE(plan.fiscal.imposed);
+  EXPECT_EQ(plan.fiscal.imposed->code, 6098);
+  EXPECT_TRUE(plan.fiscal.imposed->carried_out);
+  EXPECT_TRUE(plan.fiscal.imposed->stored);
   plan = rules_of("on any do split 10 2").plan(call("ConsultarSAT"));
   EXPECT_EQ(plan.link.piece_size, 10U);
   EXPECT_EQ(plan.link.piece_pause.count(), 2);
@@ -133,6 +140,7 @@ TEST(Rules, WrongOnesAreRefusedWithTheirLine) {
       {"on any do hangup 1 with=2", "unknown argument with="},
       {"on any do blocked nobody", "\"nobody\" is none of"},
       {"on any do return 06000 0000 a|b", "a message holds no"},
+      {"on any do carry-out-return 06099 stored=maybe", "stored= is yes or no"},
       {"on any do silence\non any do x", "line 2: "},
   };
   for (const auto& [text, complaint] : rows) {

@@ -20,7 +20,7 @@ std::string right_reply(int session) {
 
 class LibraryOnFault : public TillWithEmulator {
  protected:
-  void start_with(const std::string& rule) { start({"--fault", rule}); }
+  void start_with(const std::string& rule) { start({"--record", "traffic.txt", "--fault", rule}); }
   std::string ask(int session) { return library.call("ConsultarSAT", session); }
   std::string sell(int session) {
     return library.call("EnviarDadosVenda", session, kCode, SaleData().xml().c_str());
@@ -40,6 +40,19 @@ class LibraryOnFault : public TillWithEmulator {
   // The device goes away in the middle of a call; until its link is there again, no call can reach it.
   void wait_for_link(const std::string& name = "sat0") const {
     while (!std::filesystem::exists(port_named(name))) usleep(1'000);
+  }
+  static void expect_sent_twice(const std::string& command) {
+    const std::string traffic = read_file("traffic.txt");
+    int times = 0;
+    for (auto at = traffic.find(command); at != std::string::npos; at = traffic.find(command, at + 1))
+      ++times;
+    EXPECT_EQ(times, 2) << traffic;
+  }
+  void expect_issued(int session, const std::string& code = "06000") {
+    const std::string found = look_up(800, session);
+    EXPECT_THAT(found, StartsWith(std::to_string(1'000'000 + session).substr(1) + "|" + code + "|"));
+    EXPECT_EQ(library.call("ConsultarUltimaSessaoFiscal", 801, kCode), found);
+    EXPECT_EQ(emulator::split_fields(found).size(), 12U);
   }
   void expect_next_call_is_right() { EXPECT_EQ(ask(900), right_reply(900)); }
 };
@@ -176,6 +189,57 @@ TEST_F(LibraryOnFault, AnyCodeIsHandedOn) {
   start_with("on fiscal nth=1 do return 06099 1999 Falha do leitor");
   EXPECT_EQ(sell(1), "000001|06099|1999|Falha do leitor||");
   EXPECT_THAT(sell(2), StartsWith("000002|06000|"));
+}
+
+// ---- the document is issued, and the till is told otherwise
+
+TEST_F(LibraryOnFault, ANakToACommandThatWasCarriedOutMakesTheDeviceRefuseTheRepetition) {
+  start_with("on EnviarDadosVenda nth=1 do carry-out-nak");
+  EXPECT_THAT(sell(1), StartsWith("000001|06097|0000|"));
+  expect_sent_twice("EnviarDadosVenda|000001|");
+  expect_issued(1);
+}
+
+TEST_F(LibraryOnFault, AnStxInFrontOfTheAckMakesTheDeviceRefuseTheRepetition) {
+  start_with("on EnviarDadosVenda nth=1 do stray-stx");
+  EXPECT_THAT(sell(1), StartsWith("000001|06097|0000|"));
+  expect_sent_twice("EnviarDadosVenda|000001|");
+  expect_issued(1);
+}
+
+TEST_F(LibraryOnFault, ADeviceStillAtWorkIsBusyForTheRepetition) {
+  start({"--record", "traffic.txt", "--fault", "on EnviarDadosVenda nth=1 do carry-out-nak", "--fault",
+         "on EnviarDadosVenda nth=2 do processing 1"});
+  EXPECT_THAT(sell(1), StartsWith("000001|06098|0000|"));
+  expect_sent_twice("EnviarDadosVenda|000001|");
+  expect_issued(1);
+}
+
+TEST_F(LibraryOnFault, ACancellationIsCaughtInTheSameTrap) {
+  start_with("on CancelarUltimaVenda nth=1 do stray-stx");
+  const std::string key = emulator::split_fields(sell(1))[8];
+  EXPECT_THAT(library.call("CancelarUltimaVenda", 2, kCode, key.c_str(), cancellation_xml(key).c_str()),
+              StartsWith("000002|07097|0000|"));
+  expect_sent_twice("CancelarUltimaVenda|000002|");
+  expect_issued(2, "07000");
+}
+
+TEST_F(LibraryOnFault, ADocumentThatTheDeviceDeniesIsFoundUnderItsSession) {
+  start({"--fault", "on fiscal nth=1 do carry-out-return 06097", "--fault",
+         "on fiscal nth=2 do carry-out-return 06098", "--fault",
+         "on fiscal nth=3 do carry-out-return 06099"});
+  for (const auto& [session, code] : {std::pair(1, "06097"), {2, "06098"}, {3, "06099"}}) {
+    EXPECT_THAT(sell(session), HasSubstr(std::string("|") + code + "|0000|"));
+    expect_issued(session);
+  }
+}
+
+TEST_F(LibraryOnFault, ADeviceThatAlsoStoredTheDenialKnowsTheTruthAsItsLastFiscalSession) {
+  start_with("on fiscal nth=1 do carry-out-return 06099 stored=yes");
+  const std::string denial = sell(1);
+  EXPECT_THAT(denial, StartsWith("000001|06099|0000|"));
+  EXPECT_EQ(look_up(2, 1), denial);
+  EXPECT_THAT(library.call("ConsultarUltimaSessaoFiscal", 3, kCode), StartsWith("000001|06000|"));
 }
 
 TEST_F(LibraryOnFault, ABusyDeviceAnswersSoAndTheSessionMayBeUsedAgain) {

@@ -59,7 +59,7 @@ void Conversation::serve_next_command() {
     }
   }
   if (faults.ignore_command) return;
-  if (!faults.drop_ack) answer(kAck);
+  line_.write(faults.acknowledgement);
 
   const std::string reply = service_.reply(command);
   if (faults.no_reply) return;

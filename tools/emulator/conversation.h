@@ -10,13 +10,13 @@ namespace emulator {
 
 // What the link does wrong in one transaction; the defaults do nothing wrong.
 struct LinkFaults {
-  int naks = 0;                 // transmissions of the command that are rejected
-  bool ignore_command = false;  // neither answered nor carried out
-  bool drop_ack = false;
-  bool no_reply = false;       // carried out and acknowledged, but never answered
-  Milliseconds delay{0};       // before the reply
-  int wrong_checksums = 0;     // transmissions of the reply that are spoilt
-  std::string stray_bytes;     // in front of the reply's STX
+  int naks = 0;                                          // transmissions of the command that are rejected
+  bool ignore_command = false;                           // neither answered nor carried out
+  std::string acknowledgement{static_cast<char>(kAck)};  // what the till gets of the ACK to the command
+  bool no_reply = false;                                 // carried out and acknowledged, but never answered
+  Milliseconds delay{0};                                 // before the reply
+  int wrong_checksums = 0;                               // transmissions of the reply that are spoilt
+  std::string stray_bytes;                               // in front of the reply's STX
   std::vector<Cut> cuts;       // within the reply's frame, in the order of their places
   std::size_t piece_size = 0;  // the frame goes out in pieces of this size
   Milliseconds piece_pause{0};

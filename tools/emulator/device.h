@@ -33,12 +33,19 @@ struct Surroundings {
   std::function<void(const Function&, Reply&)> shape;
 };
 
+// A reply of a fault rule's choice.
+struct ImposedReturn {
+  int code = 0;
+  int cccc = 0;
+  std::string message;       // empty: the code's own
+  bool carried_out = false;  // the call takes place all the same
+  bool stored = false;       // and yet this is what ConsultarNumeroSessao finds
+};
+
 // What a fault rule makes of one call.
 struct FiscalFaults {
   bool processing = false;
-  std::optional<int> code;  // EEEEE
-  int cccc = 0;
-  std::string message;  // empty: the code's own
+  std::optional<ImposedReturn> imposed;
   std::optional<Block> block;
   bool certificate_expired = false;
 };

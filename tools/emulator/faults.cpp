@@ -30,13 +30,31 @@ void hang_up(const ActionArguments& arguments, CallPlan& plan) {
   plan.link.absence.new_name = arguments.text("as");
 }
 
+// The line spoils the ACK of a device that has noticed nothing and is at work. A till that repeats the
+// command meanwhile does not get the reply to the first transmission.
+void garble_ack(std::string instead, CallPlan& plan) {
+  constexpr Milliseconds kWork{2'000};
+  plan.link.acknowledgement = std::move(instead);
+  plan.link.delay += kWork;
+}
+
 void return_code(const ActionArguments& arguments, CallPlan& plan) {
-  plan.fiscal.code = static_cast<int>(arguments.number(0, 0, 99'999));
-  plan.fiscal.cccc = static_cast<int>(arguments.number(1, 0, 9'999));
-  plan.fiscal.message = arguments.words_from(2);
-  if (plan.fiscal.message.find_first_of("|\x02\x03") != std::string::npos) {
+  ImposedReturn imposed;
+  imposed.code = static_cast<int>(arguments.number(0, 0, 99'999));
+  imposed.cccc = static_cast<int>(arguments.number(1, 0, 9'999));
+  imposed.message = arguments.words_from(2);
+  if (imposed.message.find_first_of("|\x02\x03") != std::string::npos) {
     throw FaultSyntaxError("a message holds no \"|\"");
   }
+  plan.fiscal.imposed = std::move(imposed);
+}
+
+void carry_out_and_return(const ActionArguments& arguments, CallPlan& plan) {
+  const std::string stored = arguments.text("stored");
+  if (!stored.empty() && stored != "yes" && stored != "no") throw FaultSyntaxError("stored= is yes or no");
+  return_code(arguments, plan);
+  plan.fiscal.imposed->carried_out = true;
+  plan.fiscal.imposed->stored = stored == "yes";
 }
 
 void block(const ActionArguments& arguments, CallPlan& plan) {
@@ -86,7 +104,23 @@ const std::vector<FaultAction>& fault_actions() {
        0,
        {},
        "carries the command out and replies, but its ACK is lost",
-       [](const ActionArguments&, CallPlan& p) { p.link.drop_ack = true; }},
+       [](const ActionArguments&, CallPlan& p) { p.link.acknowledgement.clear(); }},
+      {"carry-out-nak",
+       "",
+       0,
+       0,
+       {},
+       "carries the command out, but its ACK arrives as a NAK",
+       [](const ActionArguments&, CallPlan& p) { garble_ack({char{kNak}}, p); }},
+      {"stray-stx",
+       "",
+       0,
+       0,
+       {},
+       "carries the command out, but a stray STX arrives in front of its ACK",
+       [](const ActionArguments&, CallPlan& p) {
+         garble_ack({char{kStx}, char{kAck}}, p);
+       }},
       {"no-reply",
        "",
        0,
@@ -171,6 +205,13 @@ const std::vector<FaultAction>& fault_actions() {
        {},
        "replies with this code; the command is not carried out",
        return_code},
+      {"carry-out-return",
+       "EEEEE [CCCC [MESSAGE]] [stored=yes]",
+       1,
+       99,
+       {"stored"},
+       "carries the command out, but replies with this code; stored=yes: ConsultarNumeroSessao finds it too",
+       carry_out_and_return},
       {"processing",
        "N",
        1,

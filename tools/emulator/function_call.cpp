@@ -15,6 +15,10 @@ namespace {
 
 constexpr int kCodeLocked = 9;  // of sale and cancellation
 
+Refusal refusal_of(const ImposedReturn& imposed) {
+  return {imposed.code, imposed.cccc, imposed.message};
+}
+
 }  // namespace
 
 std::string padded(int number, int width) {
@@ -64,10 +68,10 @@ FunctionCall::Handler FunctionCall::handler(FunctionId id) {
 
 Reply FunctionCall::run() {
   // A session that is refused or told to come back is as if it had never been: the reply that its number
-  // may already have stays, and the number may be used again.
+  // may already have stays, and the number may be used again. A device at work looks at nothing.
   try {
-    check_session();
     if (faults_.processing) refuse(ending::kProcessing);
+    check_session();
   } catch (const Refusal& refusal) {
     Reply reply = compose(refusal.code, refusal.cccc, refusal.message);
     shape(reply);
@@ -77,7 +81,7 @@ Reply FunctionCall::run() {
   Reply reply;
   try {
     check_arguments();
-    if (faults_.code) throw Refusal{*faults_.code, faults_.cccc, faults_.message};
+    if (faults_.imposed && !faults_.imposed->carried_out) throw refusal_of(*faults_.imposed);
     check_activation_code();
     reply = compose((this->*handler(function_.id))(), 0, "");
   } catch (const Refusal& refusal) {
@@ -89,6 +93,16 @@ Reply FunctionCall::run() {
   else
     reply.fields = split_fields(verbatim_);
   remember(reply);
+  return faults_.imposed && faults_.imposed->carried_out ? denial(*faults_.imposed) : reply;
+}
+
+Reply FunctionCall::denial(const ImposedReturn& imposed) {
+  extra_.clear();
+  Reply reply = compose(imposed.code, imposed.cccc, imposed.message);
+  shape(reply);
+  if (imposed.stored && function_.recorded) {
+    keep(state_.sessions, SessionReply{state_.last_session, reply.text()}, kMostSessions);
+  }
   return reply;
 }
 

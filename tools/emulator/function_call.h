@@ -78,6 +78,8 @@ class FunctionCall {
   [[noreturn]] void refuse(int last_two_digits, const std::string& message = {}, int cccc = 0) const;
   [[noreturn]] static void refuse_with(int code);
   Reply compose(int code, int cccc, const std::string& message) const;
+  // What the till is told of a call that took place.
+  Reply denial(const ImposedReturn& imposed);
   void shape(Reply& reply) const;
   void remember(const Reply& reply);
   void log(const char* origin, const char* level, const std::string& text);
