@@ -349,7 +349,7 @@ constexpr Item kItems[] = {
 
 void read_item(const Item& item, int step) {
   char value[128] = {};
-  const int rc = OLK_GetIniFileValue(kIniFileName, item.section, item.name, value);
+  const int rc = read_ini_value(kIniFileName, item.section, item.name, value, sizeof value);
   const Outcome outcome = rc < 0 ? Outcome::kMissing : value[0] == '\0' ? Outcome::kEmpty : Outcome::kPresent;
   if (outcome == Outcome::kMissing) value[0] = '\0';
   Lookup lookup{outcome, rc, value};

@@ -7,6 +7,7 @@
 #include "api/configuration.h"
 #include "api/protocol_log.h"
 #include "api/version.h"
+#include "olk_utils/open_file.h"
 #include "olk_utils/trace_log.h"
 
 namespace {
@@ -92,6 +93,7 @@ bool context_is_set_up() {
 }
 
 int init_global_sat_struct() {
+  forget_lease_waits();
   if (!context_is_set_up()) {
     set_up();
     return 0;

@@ -51,7 +51,7 @@ int lSerialOpenW(const char* path) {
     return SAT_API_ERR_LNX_DEV_NOT_FOUND;
   }
   copy_text(gl_ComPortName, path);
-  hComm = open_file(path, O_RDWR);
+  hComm = open_at_once(path, O_RDWR);
   if (hComm == -1) {
     API_TRACE(
         kError,

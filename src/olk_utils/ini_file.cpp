@@ -471,11 +471,13 @@ int read_ini_value(const char* ini_file_name, const char* section, const char* i
 }
 
 int OLK_GetIniFileValue(const char* pIniFileName, const char* pSession, const char* pItem, char* pRetValue) {
+  forget_lease_waits();
   return read_ini_value(pIniFileName, pSession, pItem, pRetValue, kExportedValueSize);
 }
 
 int OLK_SetIniFileValue(const char* pIniFileName, const char* pSession, const char* pItem,
                         const char* pNewValue) {
+  forget_lease_waits();
   if (pIniFileName == nullptr || pSession == nullptr) {
     UTILS_TRACE(
         kError,
