@@ -165,6 +165,96 @@ class WrittenLogs(SatctlTest):
         self.run_satctl("log", "--calls", "--all")
 
 
+class JoinedLogs(SatctlTest):
+    """Which call a failure belongs to, where the times of the two logs do not tell."""
+
+    PRINTED, STAMP = "09:00:", "202603021200"
+
+    def setUp(self):
+        super().setUp()
+        self.write_ini()
+
+    def failure(self, second, function, code="-02003"):
+        return (trace(self.PRINTED + second, "ERR", API + "[Communicate]Lnx:ER:STEP-08b rc[%s]ER:\n\t   Dev[/dev/ttyACM0]" % code) +
+                trace(self.PRINTED + second, "ERR", API + "[%s] rc[%s]ER\n\t << SAT_Rsp[00040:SAT Erro[%s]Lnx SAT falhou]"
+                      % (function, code, code)))
+
+    def sent(self, second, text):
+        return "%s%s PC->SAT >> [<02>%s<41><03>]OK:a\n" % (self.STAMP, second, text)
+
+    def received(self, second, text):
+        return "%s%s SAT->PC << [<02>%s<--><03>]WR:d\n" % (self.STAMP, second, text)
+
+    def calls(self, messages, frames_, *arguments):
+        self.write("Log/20260302_SAT_api.log", messages)
+        self.write("Log/20260302_SAT_ProtocolLog.txt", frames_)
+        lines = self.run_satctl("log", "--calls", "--json", *arguments).out.splitlines()
+        return [(call["function"], call["session"], call["code"], call["milliseconds"],
+                 [step["what"] for step in call["steps"] if step["error"]]) for call in map(json.loads, lines)]
+
+    def test_a_lost_sale_keeps_its_failure_when_a_query_follows_at_once(self):
+        sale, query = "EnviarDadosVenda|000010|%s|<CFe/>" % CODE, "ConsultarNumeroSessao|000011|%s|000010" % CODE
+        self.assertEqual(self.calls(self.failure("30.400", "EnviarDadosVenda"),
+                                    self.sent("00", sale) + self.sent("30", query) +
+                                    self.received("30", "000010|06000|0000|Emitido com sucesso||")),
+                         [("EnviarDadosVenda", 10, "-2003", 30400, ["no reply received"]),
+                          ("ConsultarNumeroSessao", 11, "06000", 0, [])])
+
+    def test_a_lost_query_behind_a_lost_sale(self):
+        sale, query = "EnviarDadosVenda|000010|%s|<CFe/>" % CODE, "ConsultarNumeroSessao|000011|%s|000010" % CODE
+        self.assertEqual(self.calls(self.failure("30.400", "EnviarDadosVenda") +
+                                    self.failure("50.500", "ConsultarNumeroSessao"),
+                                    self.sent("00", sale) + self.sent("30", query)),
+                         [("EnviarDadosVenda", 10, "-2003", 30400, ["no reply received"]),
+                          ("ConsultarNumeroSessao", 11, "-2003", 20500, ["no reply received"])])
+
+    def test_a_lost_sale_that_is_repeated_with_its_session(self):
+        sale = "EnviarDadosVenda|000010|%s|<CFe/>" % CODE
+        self.assertEqual(self.calls(self.failure("30.400", "EnviarDadosVenda"),
+                                    self.sent("00", sale) * 2 + self.sent("31", sale) +
+                                    self.received("32", "000010|06000|0000|Emitido com sucesso||")),
+                         [("EnviarDadosVenda", 10, "-2003", 30400, ["no reply received"]),
+                          ("EnviarDadosVenda", 10, "06000", 1000, [])])
+
+    def test_an_error_of_a_call_that_went_well_is_not_the_next_ones(self):
+        checksum = trace(self.PRINTED + "01.200", "ERR", API + "[cSerialReadBufW] ERRO CHECKSUM Bytes[0x45]!=[0x44]")
+        self.assertEqual(self.calls(checksum + self.failure("12.000", "ExtrairLogs"),
+                                    self.sent("01", "ConsultarSAT|000020") +
+                                    self.received("01", "000020|08000|SAT em operacao||") +
+                                    self.sent("02", "ExtrairLogs|000021|%s" % CODE)),
+                         [("ConsultarSAT", 20, "08000", 200, ["reply with a wrong checksum"]),
+                          ("ExtrairLogs", 21, "-2003", 10000, ["no reply received"])])
+
+    def test_a_failure_without_a_frame_takes_nobodys(self):
+        not_found = (trace(self.PRINTED + "05.100", "ERR", API + "[Communicate]Lnx:ER:STEP-02e rc[-02000]SAT Not Found!") +
+                     trace(self.PRINTED + "05.100", "ERR", API + "[ConsultarSAT] rc[-02000]ER\n\t << SAT_Rsp[00083:SAT "
+                           "Erro[-02000]Lnx SAT Nao Encontrado L[2193] F[Communicate]]"))
+        self.assertEqual(self.calls(not_found, self.sent("05", "ConsultarSAT|000030") +
+                                    self.received("06", "000030|08000|SAT em operacao||")),
+                         [("ConsultarSAT", 30, "08000", 1000, []), ("ConsultarSAT", -1, "-2000", 0, ["no device found"])])
+
+    def test_replies_of_two_tills_in_one_log(self):
+        self.assertEqual(self.calls("", self.sent("05", "ConsultarSAT|000030") + self.sent("05", "ConsultarSAT|000031") +
+                                    self.received("06", "000030|08000|SAT em operacao||") +
+                                    self.received("06", "000031|08098|SAT em processamento||")),
+                         [("ConsultarSAT", 30, "08000", 1000, []), ("ConsultarSAT", 31, "08098", 1000, [])])
+
+    def test_the_last_so_many_calls(self):
+        log = "".join(self.sent("%02d" % n, "ConsultarSAT|%06d" % n) +
+                      self.received("%02d" % n, "%06d|08000|SAT em operacao||" % n) for n in range(1, 6))
+        self.assertEqual([call[1] for call in self.calls("", log, "-n", "2")], [4, 5])
+        self.assertEqual([call[1] for call in self.calls("", log, "-n", "0")], [])
+
+    def test_records_of_a_session_are_those_of_its_call(self):
+        self.calls(self.failure("30.400", "EnviarDadosVenda"),
+                   self.sent("00", "EnviarDadosVenda|000010|%s|<CFe/>" % CODE) +
+                   self.sent("30", "ConsultarSAT|000011") + self.received("30", "000011|08000|SAT em operacao||"))
+        shown = self.run_satctl("log", "--sessao", "10").out
+        self.assertIn("STEP-08b", shown)
+        self.assertNotIn("ConsultarSAT", shown)
+        self.assertNotIn("STEP-08b", self.run_satctl("log", "--sessao", "11").out)
+
+
 class LibrarysOwnLogs(SatctlTest):
     def test_masking_at_every_level(self):
         self.start_emulator(log_mode=5)

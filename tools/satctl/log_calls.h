@@ -17,36 +17,27 @@ struct Step {
 };
 
 struct LoggedCall {
-  const Function* function = nullptr;  // unknown until the command is seen
+  const Function* function = nullptr;  // unknown when neither a command nor a failure names it
   int session = -1;
   LocalTime start = 0, end = 0;
   bool milliseconds_known = true;
   std::string return_code;  // EEEEE, or the code of the library's failure
   std::vector<Step> steps;
-  bool opened = false, sent = false, answered = false, finished = false;
 };
 
 constexpr int kNoCall = -1;
 
-// Takes records in the order of time and says to which call each belongs.
-class CallGrouper {
- public:
-  int add(const Record& record);  // index into calls(), or kNoCall
-  const std::vector<LoggedCall>& calls() const { return calls_; }
-
- private:
-  int add_message(const Record& record);
-  int add_frame(const Record& record);
-  LoggedCall* current();
-  LoggedCall& begin(const Record& record);
-  int join(LoggedCall& call, const Record& record);
-
-  std::vector<LoggedCall> calls_;
+// Both logs as one.
+struct JoinedLogs {
+  std::vector<Record> records;  // in the order of time
+  std::vector<int> call_of;     // for each record the index of its call, or kNoCall
+  std::vector<LoggedCall> calls;
 };
 
-// Both in one, in the order of time. Frames know whole seconds only: where the trace log tells of the same
-// frame, its place and time are taken.
-std::vector<Record> merge(std::vector<Record> messages, std::vector<Record> frames);
+// Each given in its own order. Which message belongs to which frame is decided by function, session and
+// outcome; time only excludes: frames know whole seconds, and a call that follows a lost one begins in the
+// second in which the lost one fails. Where the trace log tells of a frame, the frame takes over its time.
+JoinedLogs join_logs(std::vector<Record> messages, std::vector<Record> frames);
 
 int session_of(const Record& frame);
 // The fields of a frame with their names; for a reply the call's function helps where the code is missing.

@@ -321,7 +321,7 @@ void append(std::vector<Record>& records, std::vector<Record> more) {
 // How far each file has been read.
 using Ends = std::map<fs::path, std::size_t>;
 
-std::vector<Record> load(const std::vector<LogFile>& files, Ends& ends) {
+JoinedLogs load(const std::vector<LogFile>& files, Ends& ends) {
   std::vector<Record> messages, frames;
   for (const LogFile& file : files) {
     const auto content = read_file(file.path);
@@ -338,7 +338,7 @@ std::vector<Record> load(const std::vector<LogFile>& files, Ends& ends) {
   const auto by_time = [](const Record& a, const Record& b) { return a.time < b.time; };
   std::stable_sort(messages.begin(), messages.end(), by_time);
   std::stable_sort(frames.begin(), frames.end(), by_time);
-  return merge(std::move(messages), std::move(frames));
+  return join_logs(std::move(messages), std::move(frames));
 }
 
 Ends sizes_of(const std::vector<LogFile>& files) {
@@ -349,34 +349,44 @@ Ends sizes_of(const std::vector<LogFile>& files) {
   return ends;
 }
 
-const LoggedCall* call_at(const CallGrouper& grouper, int index) {
-  return index == kNoCall ? nullptr : &grouper.calls()[static_cast<std::size_t>(index)];
+const LoggedCall* call_at(const JoinedLogs& logs, std::size_t record) {
+  const int call = logs.call_of[record];
+  return call == kNoCall ? nullptr : &logs.calls[static_cast<std::size_t>(call)];
 }
 
-void show_loaded(const std::vector<Record>& records, const GivenView& given, const Filter& filter, View& view,
-                 CallGrouper& grouper) {
-  std::vector<int> call_of;
-  for (const Record& record : records) {
-    view.learn(record);
-    call_of.push_back(grouper.add(record));
-  }
-  if (given.calls) {
-    for (const LoggedCall& call : grouper.calls()) {
-      if (filter.passes(call)) view.show(call);
-    }
-    return;
-  }
-  std::vector<std::size_t> chosen;
-  for (std::size_t i = 0; i < records.size(); ++i) {
-    const bool visible = !given.frames || records[i].direction != Direction::none;
-    if (visible && filter.passes(records[i], call_at(grouper, call_of[i]))) chosen.push_back(i);
-  }
+// Shows the last of the chosen ones, as many as the user wants.
+template <typename Show>
+void show_last(const GivenView& given, const std::vector<std::size_t>& chosen, Show show) {
   const std::size_t most = given.last >= 0 ? static_cast<std::size_t>(given.last)
                            : given.follow  ? kLinesBeforeFollowing
                                            : chosen.size();
-  for (std::size_t i = chosen.size() - std::min(most, chosen.size()); i < chosen.size(); ++i) {
-    view.show(records[chosen[i]], call_at(grouper, call_of[chosen[i]]));
+  for (std::size_t i = chosen.size() - std::min(most, chosen.size()); i < chosen.size(); ++i) show(chosen[i]);
+}
+
+void show_calls(const JoinedLogs& logs, const GivenView& given, const Filter& filter, const View& view) {
+  std::vector<std::size_t> chosen;
+  for (std::size_t i = 0; i < logs.calls.size(); ++i) {
+    if (filter.passes(logs.calls[i])) chosen.push_back(i);
   }
+  show_last(given, chosen, [&](std::size_t i) { view.show(logs.calls[i]); });
+}
+
+bool is_wanted(const JoinedLogs& logs, std::size_t i, const GivenView& given, const Filter& filter) {
+  const bool visible = !given.frames || logs.records[i].direction != Direction::none;
+  return visible && filter.passes(logs.records[i], call_at(logs, i));
+}
+
+void show_loaded(const JoinedLogs& logs, const GivenView& given, const Filter& filter, View& view) {
+  for (const Record& record : logs.records) view.learn(record);
+  if (given.calls) {
+    show_calls(logs, given, filter, view);
+    return;
+  }
+  std::vector<std::size_t> chosen;
+  for (std::size_t i = 0; i < logs.records.size(); ++i) {
+    if (is_wanted(logs, i, given, filter)) chosen.push_back(i);
+  }
+  show_last(given, chosen, [&](std::size_t i) { view.show(logs.records[i], call_at(logs, i)); });
 }
 
 // A log file that grows; a rotated one is read to its end before its successor is opened.
@@ -440,8 +450,53 @@ class GrowingFile {
   ino_t inode_ = 0;
 };
 
+// The newest records of a log that is followed: enough to know to which calls those that come next belong.
+class RecentRecords {
+ public:
+  void add(std::vector<Record> messages, std::vector<Record> frames) {
+    append(messages_, std::move(messages));
+    append(frames_, std::move(frames));
+  }
+
+  JoinedLogs join() {
+    for (auto* records : {&messages_, &frames_}) forget_old(*records);
+    JoinedLogs logs = join_logs(messages_, frames_);
+    for (auto* records : {&messages_, &frames_}) {
+      for (Record& record : *records) record.shown = true;
+    }
+    return logs;
+  }
+
+ private:
+  static void forget_old(std::vector<Record>& records) {
+    constexpr std::size_t kMostRecords = 2000, kMostBytes = 32'000'000;
+    std::size_t kept = 0, bytes = 0;
+    while (kept < records.size()) {
+      const Record& record = records[records.size() - 1 - kept];
+      bytes += record.body.size();
+      if (record.shown && (kept >= kMostRecords || bytes > kMostBytes)) break;
+      ++kept;
+    }
+    records.erase(records.begin(), records.end() - static_cast<std::ptrdiff_t>(kept));
+  }
+
+  std::vector<Record> messages_, frames_;
+};
+
+RecentRecords recent_of(const JoinedLogs& logs) {
+  std::vector<Record> messages, frames;
+  for (const Record& record : logs.records) {
+    auto& records = record.direction == Direction::none ? messages : frames;
+    records.push_back(record);
+    records.back().shown = true;
+  }
+  RecentRecords recent;
+  recent.add(std::move(messages), std::move(frames));
+  return recent;
+}
+
 [[noreturn]] void follow(const GivenView& given, const fs::path& folder, const Ends& ends,
-                         const Filter& filter, View& view, CallGrouper& grouper) {
+                         const Filter& filter, View& view, RecentRecords recent) {
   std::map<fs::path, GrowingFile> files;
   while (true) {
     std::vector<Record> messages, frames;
@@ -453,11 +508,14 @@ class GrowingFile {
       auto& records = file.kind == LogKind::trace ? messages : frames;
       append(records, growing.new_records());
     }
-    for (const Record& record : merge(std::move(messages), std::move(frames))) {
-      view.learn(record);
-      const LoggedCall* call = call_at(grouper, grouper.add(record));
-      const bool visible = !given.frames || record.direction != Direction::none;
-      if (visible && filter.passes(record, call)) view.show(record, call);
+    if (!messages.empty() || !frames.empty()) {
+      recent.add(std::move(messages), std::move(frames));
+      const JoinedLogs logs = recent.join();
+      for (const Record& record : logs.records) view.learn(record);
+      for (std::size_t i = 0; i < logs.records.size(); ++i) {
+        if (!logs.records[i].shown && is_wanted(logs, i, given, filter))
+          view.show(logs.records[i], call_at(logs, i));
+      }
     }
     std::this_thread::sleep_for(kPollInterval);
   }
@@ -470,10 +528,9 @@ ExitStatus show_log(const GivenView& given, const Settings& settings) {
                          "-f só vale para os registros ou quadros dos logs atuais"}));
   }
   View view(given, settings);
-  CallGrouper grouper;
+  Ends ends;
   if (!given.files.empty()) {
-    Ends ends;
-    show_loaded(load(named_files(given.files), ends), given, filter, view, grouper);
+    show_loaded(load(named_files(given.files), ends), given, filter, view);
     return ExitStatus::success;
   }
   enter(settings.folder);
@@ -485,9 +542,10 @@ ExitStatus show_log(const GivenView& given, const Settings& settings) {
                                   {fs::absolute(folder).lexically_normal().string()}));
     return ExitStatus::refused;
   }
-  Ends ends = sizes_of(find_log_files(folder));
-  show_loaded(load(files, ends), given, filter, view, grouper);
-  if (given.follow) follow(given, folder, ends, filter, view, grouper);
+  ends = sizes_of(find_log_files(folder));
+  const JoinedLogs logs = load(files, ends);
+  show_loaded(logs, given, filter, view);
+  if (given.follow) follow(given, folder, ends, filter, view, recent_of(logs));
   return ExitStatus::success;
 }
 
@@ -541,7 +599,9 @@ void add_log_command(CommandLine& line) {
                        "mensagens deste nível ou pior: ERR WRN INF TRC JNI DBG"}))
       ->type_name(tr({"LEVEL", "NÍVEL"}));
   command
-      ->add_option("-n,--last", given->last, tr({"only the last so many records", "só os últimos registros"}))
+      ->add_option("-n,--last", given->last,
+                   tr({"only the last so many records, frames or calls",
+                       "só os últimos registros, quadros ou chamadas"}))
       ->type_name(tr(kNumberType));
   command->add_flag("-f,--follow", given->follow,
                     tr({"go on with what is written from now on", "continuar com o que for gravado"}));

@@ -27,6 +27,7 @@ struct Record {
   std::string function;  // of the library, or of the SAT for a command frame
   std::string body;      // the message behind time and level, or the frame's text
   std::string mark;      // protocol log: OK:a, WR:d ...
+  bool shown = false;    // by a reader who follows the log
 };
 
 struct Date {
