@@ -312,6 +312,49 @@ class Bundle(World):
         for blob in re.findall(r"[A-Za-z0-9+/]{60,}", logs):
             self.fail(blob)
 
+    def bundled(self):
+        """The files of a bundle that is made now."""
+        self.run_satctl("doctor", "--root", self.root, "--bundle", self.path("b.tar.gz"), TZ="UTC3")
+        with tarfile.open(self.path("b.tar.gz")) as bundle:
+            return {os.path.basename(member.name): bundle.extractfile(member).read().decode("utf-8", "replace")
+                    for member in bundle.getmembers() if member.isfile()}
+
+    @staticmethod
+    def log_name(suffix):
+        return time.strftime("%Y%m%d", time.gmtime(time.time() - 3 * 3600)) + suffix
+
+    def test_documents_and_network_settings_stay_out(self):
+        network = ("<config><lanIP>10.1.2.3</lanIP><usuario>ana</usuario><senha>abre-te</senha><codigo>4321</codigo>"
+                   "<proxy_senha>sesamo</proxy_senha></config>")
+        sale = "<CFe><dest><xNome>Maria Aparecida</xNome></dest><entrega><xLgr>Rua das Flores</xLgr></entrega></CFe>"
+        self.write("Log/" + self.log_name("_SAT_ProtocolLog.txt"),
+                   "20260302120000 PC->SAT >> [<02>ConfigurarInterfaceDeRede|000001|%s|%s<41><03>]OK:a\n" % (CODE, network) +
+                   "20260302120000 PC->SAT >> [<02>EnviarDadosVenda|000002|%s|%s<41><03>]OK:a\n" % (CODE, sale) +
+                   "20260302120001 SAT->PC << [<02>000003|10000|Resposta com Sucesso|||900000001|DHCP|10.1.2.3|"
+                   "02:53:41:54:00:01|255.255.255.0<--><03>]WR:d\n")
+        logs = "".join(self.bundled().values())
+        self.assertIn("EnviarDadosVenda|000002|", logs)
+        for secret in ("10.1.2.3", "02:53:41", "255.255", "abre-te", "4321", "sesamo", "Maria", "Flores"):
+            self.assertNotIn(secret, logs)
+
+    def test_a_code_that_the_device_sends_back_byte_by_byte_stays_out(self):
+        stamp = "[09:00:00.000]WRN [0140] [../src/api/TALVEX] "
+        self.write("Log/" + self.log_name("_SAT_api.log"),
+                   "".join(stamp + "[cSerialReadAck] SAT->PC Rcvd[%02Xh]---\n" % byte for byte in CODE.encode()) +
+                   "".join(stamp + "[cSerialReadBufW]Lnx << SAT->PC Rcvd[%02Xh]Expected STX  iCurPos[0] liDiffTime[0\n" % byte
+                           for byte in CODE.encode()))
+        log = self.bundled()[self.log_name("_SAT_api.log")]
+        shown = bytes(int(byte, 16) for byte in re.findall(r"Rcvd\[([0-9A-F]{2})h\]", log))
+        self.assertEqual(shown, b"")
+
+    def test_links_are_not_followed(self):
+        outside = self.write("elsewhere.txt", "[09:00:00.000]ERR [0001] [../src/api/TALVEX] [findSat]outside\n")
+        os.symlink(outside, self.path("Log/" + self.log_name("_SAT_api.log")))
+        os.symlink(outside, self.path("SAT.conf"))
+        files = self.bundled()
+        self.assertIn("SAT.ini", files)
+        self.assertNotIn("outside", "".join(files.values()))
+
     def logs(self):
         return "".join(self.read("Log/" + name) for name in os.listdir(self.path("Log")))
 

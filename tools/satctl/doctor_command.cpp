@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -83,6 +84,58 @@ std::string last_part(std::string content) {
   return "[...]\n" + content.substr(line == std::string::npos ? content.size() - kMostOfOneLog : line + 1);
 }
 
+bool starts_record(std::string_view line) {
+  constexpr std::size_t kStampDigits = 14;
+  return starts_with_digits(line, kStampDigits) ||
+         (line.size() > 3 && line[0] == '[' && starts_with_digits(line.substr(1), 2) && line[3] == ':');
+}
+
+// Where a document or the device's network settings begin in a line.
+std::size_t left_out_from(std::string_view line) {
+  constexpr std::string_view kStatusReply = "|10000|", kStartMark = "<STX>", kReplyField = "<< R";
+  std::size_t from = line.find(kStatusReply);
+  if (from != std::string_view::npos) from += kStatusReply.size();
+  for (std::size_t at = line.find('<'); at < std::min(from, line.size()); at = line.find('<', at + 1)) {
+    const char next = at + 1 < line.size() ? line[at + 1] : ' ';
+    const bool tag = std::isalpha(static_cast<unsigned char>(next)) != 0 || next == '?' || next == '!' ||
+                     next == '/' || next == '&';
+    if (tag && line.substr(at, kStartMark.size()) != kStartMark) return at;
+  }
+  const std::size_t field = line.find(kReplyField);
+  const std::size_t number = field + kReplyField.size();
+  const bool later_field = field != std::string_view::npos && starts_with_digits(line.substr(number), 2) &&
+                           line.substr(number, 2) > "05";
+  return later_field ? number + 2 : from;
+}
+
+// Documents, network settings and bytes that stand one to a line: nothing of them goes into a bundle.
+std::string without_documents(const std::string& content) {
+  constexpr std::string_view kByte = "Rcvd[";
+  std::string kept;
+  bool left_out = false;
+  for (std::size_t at = 0; at < content.size();) {
+    const std::size_t end = std::min(content.find('\n', at), content.size());
+    std::string line = content.substr(at, end - at);
+    at = end + 1;
+    if (left_out && !starts_record(line)) continue;
+    for (std::size_t byte = line.find(kByte); byte != std::string::npos; byte = line.find(kByte, byte + 1)) {
+      const std::size_t value = byte + kByte.size();
+      if (line.find(']', value) == value + 3) line.replace(value, 2, "--");
+    }
+    const std::size_t from = left_out_from(line);
+    left_out = from < line.size();
+    if (left_out) line = line.substr(0, from) + "[" + std::to_string(line.size() - from) + " left out]";
+    kept += line + "\n";
+  }
+  return kept;
+}
+
+// Only what lies there itself: a link may lead to a file of somebody else.
+std::optional<std::string> read_without_links(const fs::path& path) {
+  std::error_code error;
+  return fs::is_regular_file(fs::symlink_status(path, error)) ? read_file(path) : std::nullopt;
+}
+
 std::vector<BundleFile> gather(const Patient& patient, const std::vector<Finding>& findings) {
   constexpr int kIndent = 2;
   std::vector<BundleFile> files{
@@ -91,16 +144,19 @@ std::vector<BundleFile> gather(const Patient& patient, const std::vector<Finding
        as_json(findings).dump(kIndent, ' ', false, nlohmann::ordered_json::error_handler_t::replace)},
       {"system.txt", system_description(patient.world)}};
   for (const char* name : {kIniFile, kPortFile}) {
-    if (const auto content = read_file(patient.folder / name)) files.push_back({name, *content});
+    if (const auto content = read_without_links(patient.folder / name)) files.push_back({name, *content});
   }
   const LocalTime first = start_of(today()) - (kDaysOfLogs - 1) * kMillisecondsOfDay;
   for (const LogFile& log : find_log_files(patient.log_folder)) {
     if (start_of(log.date) < first) continue;
-    if (auto content = read_file(log.path))
+    if (auto content = read_without_links(log.path))
       files.push_back({log.path.filename().string(), std::move(*content)});
   }
   Masker masker;
   for (const BundleFile& file : files) masker.learn(file.content);
+  for (BundleFile& file : files) {
+    if (log_file(file.name)) file.content = without_documents(file.content);
+  }
   for (BundleFile& file : files) file.content = masker.mask(last_part(std::move(file.content)));
   return files;
 }
@@ -155,9 +211,11 @@ ExitStatus doctor(const GivenDiagnosis& given, const Settings& settings) {
     print(as_text(findings, true));
   if (!target.empty()) {
     write_bundle(gather(patient, findings), target);
-    print_error("satctl: " + fill({"bundle for the support, without activation codes, CPF and CNPJ: {}",
-                                   "pacote para o suporte, sem códigos de ativação, CPF e CNPJ: {}"},
-                                  {target.string()}));
+    print_error("satctl: " +
+                fill({"bundle for the support, without activation codes, documents, network settings: {}",
+                      "pacote para o suporte, sem códigos de ativação, documentos, "
+                      "configuração de rede: {}"},
+                     {target.string()}));
   }
   return worst(findings) == Grade::fail ? ExitStatus::refused : ExitStatus::success;
 }
