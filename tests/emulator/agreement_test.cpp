@@ -6,10 +6,10 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
-#include "decimal.h"
+#include "device/functions.h"
+#include "documents/decimal.h"
 #include "emulator/library_host.h"
 #include "emulator/sale_data.h"
-#include "functions.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "crypto.h"
+#include "device/crypto.h"
 
 #include <gtest/gtest.h>
 #include <openssl/evp.h>

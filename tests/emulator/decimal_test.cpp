@@ -1,4 +1,4 @@
-#include "decimal.h"
+#include "documents/decimal.h"
 
 #include <gtest/gtest.h>
 

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "device.h"
+#include "device/device.h"
+#include "device/function_call.h"
 #include "emulator/sale_data.h"
-#include "function_call.h"
 
 namespace emulator {
 

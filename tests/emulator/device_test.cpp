@@ -1,11 +1,11 @@
-#include "device.h"
+#include "device/device.h"
 
 #include <gmock/gmock.h>
 
-#include "crypto.h"
+#include "device/crypto.h"
+#include "device/messages.h"
 #include "device_bench.h"
-#include "identifiers.h"
-#include "messages.h"
+#include "documents/identifiers.h"
 
 namespace emulator {
 namespace {

@@ -1,10 +1,10 @@
-#include "faults.h"
+#include "desk/faults.h"
 
 #include <gmock/gmock.h>
 
-#include "device_clock.h"
-#include "profiles.h"
-#include "settings.h"
+#include "desk/profiles.h"
+#include "desk/settings.h"
+#include "device/device_clock.h"
 #include "support/text_files.h"
 
 namespace emulator {

@@ -1,4 +1,4 @@
-#include "frame.h"
+#include "line/frame.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "identifiers.h"
+#include "documents/identifiers.h"
 
 #include <gtest/gtest.h>
 

@@ -5,9 +5,9 @@
 #include <chrono>
 #include <filesystem>
 
+#include "device/functions.h"
 #include "emulator/library_host.h"
 #include "emulator/sale_data.h"
-#include "functions.h"
 
 namespace {
 

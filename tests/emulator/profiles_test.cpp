@@ -1,8 +1,8 @@
-#include "profiles.h"
+#include "desk/profiles.h"
 
 #include <gmock/gmock.h>
 
-#include "crypto.h"
+#include "device/crypto.h"
 #include "device_bench.h"
 
 namespace emulator {

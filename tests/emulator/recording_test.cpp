@@ -1,11 +1,11 @@
-#include "recording.h"
+#include "records/recording.h"
 
 #include <gmock/gmock.h>
 
-#include "crypto.h"
-#include "frame.h"
-#include "functions.h"
-#include "masking.h"
+#include "device/crypto.h"
+#include "device/functions.h"
+#include "line/frame.h"
+#include "records/masking.h"
 #include "support/scratch_directory.h"
 #include "support/text_files.h"
 

@@ -1,13 +1,13 @@
-#include "sale.h"
+#include "documents/sale.h"
 
 #include <gtest/gtest.h>
 
 #include <fstream>
 #include <iterator>
 
+#include "documents/receipt.h"
+#include "documents/rejection.h"
 #include "emulator/sale_data.h"
-#include "receipt.h"
-#include "rejection.h"
 
 namespace emulator {
 namespace {

@@ -3,8 +3,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "device/state_file.h"
 #include "device_bench.h"
-#include "state_file.h"
 #include "support/scratch_directory.h"
 #include "support/text_files.h"
 

@@ -5,9 +5,9 @@
 #include <cstdlib>
 #include <string>
 
-#include "device.h"
-#include "frame.h"
-#include "masking.h"
+#include "device/device.h"
+#include "line/frame.h"
+#include "records/masking.h"
 
 namespace {
 

@@ -5,10 +5,10 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "network_settings.h"
-#include "receipt.h"
-#include "rejection.h"
-#include "sale.h"
+#include "device/network_settings.h"
+#include "documents/receipt.h"
+#include "documents/rejection.h"
+#include "documents/sale.h"
 
 namespace {
 

@@ -7,15 +7,15 @@
 #include <optional>
 #include <random>
 
-#include "control.h"
-#include "control_socket.h"
-#include "conversation.h"
-#include "emulated_device.h"
-#include "masking.h"
-#include "options.h"
-#include "replay.h"
-#include "settings.h"
-#include "state_file.h"
+#include "desk/control.h"
+#include "desk/control_socket.h"
+#include "desk/emulated_device.h"
+#include "desk/options.h"
+#include "desk/settings.h"
+#include "device/state_file.h"
+#include "line/conversation.h"
+#include "records/masking.h"
+#include "records/replay.h"
 
 namespace {
 

@@ -1,0 +1,74 @@
+#include "desk/emulated_device.h"
+
+#include <algorithm>
+#include <cctype>
+
+#include "device/function_call.h"
+
+namespace emulator {
+
+namespace {
+
+// What a till sent may hold anything; a log line holds letters and digits.
+std::string printable(const std::string& text) {
+  constexpr std::size_t kMost = 40;
+  std::string clean = text.substr(0, kMost);
+  std::replace_if(
+      clean.begin(), clean.end(), [](unsigned char c) { return std::isprint(c) == 0 || c > 0x7E; }, '?');
+  return clean;
+}
+
+}  // namespace
+
+EmulatedDevice::EmulatedDevice(Device& device, FaultRules& rules, const EventLog& log)
+    : device_(device), rules_(rules), log_(log) {}
+
+void EmulatedDevice::set_profiles(std::vector<const Profile*> profiles) {
+  profiles_ = std::move(profiles);
+  device_.surroundings().shape = [this](const Function& function, Reply& reply) {
+    for (const Profile* profile : profiles_) {
+      if (profile->shape != nullptr) profile->shape(function, reply);
+    }
+  };
+}
+
+bool EmulatedDevice::is_static() const {
+  return std::any_of(profiles_.begin(), profiles_.end(), [](const Profile* profile) {
+    return profile->name == std::string_view(kStaticProfile);
+  });
+}
+
+LinkFaults EmulatedDevice::link_faults(const std::string& text) {
+  const Command command = parse_command(text);
+  plan_ = rules_.plan(command);
+  plan_.link.delay += latency_;
+  if (plan_.link.ignore_command) {
+    log_.call({printable(command.name), printable(command.session), "", plan_.names, Milliseconds(0)});
+  }
+  return plan_.link;
+}
+
+std::string EmulatedDevice::reply(const std::string& text) {
+  const auto start = Clock::now();
+  const Command command = parse_command(text);
+  const Reply reply = is_static() ? canned_reply(command) : device_.execute(command, plan_.fiscal);
+  std::string answer = reply.text();
+  if (plan_.previous_reply && !former_reply_.empty())
+    std::swap(answer, former_reply_);
+  else
+    former_reply_ = answer;
+  if (answer.size() < plan_.reply_size) {
+    answer += '|';
+    answer.resize(std::max(answer.size(), plan_.reply_size), 'X');
+  }
+  const auto duration = std::chrono::duration_cast<Milliseconds>(Clock::now() - start);
+  log_.call(
+      {printable(command.name), printable(command.session), padded(reply.code, 5), plan_.names, duration});
+  return answer;
+}
+
+void EmulatedDevice::delivered(bool acknowledged) {
+  if (!acknowledged) log_.note("the till did not acknowledge the reply");
+}
+
+}  // namespace emulator

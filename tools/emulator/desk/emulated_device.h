@@ -1,0 +1,40 @@
+// The device together with what is wrong with it: fault rules, quirks and delays.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "desk/faults.h"
+#include "desk/profiles.h"
+#include "device/device.h"
+#include "line/conversation.h"
+#include "records/event_log.h"
+
+namespace emulator {
+
+class EmulatedDevice : public Service {
+ public:
+  EmulatedDevice(Device& device, FaultRules& rules, const EventLog& log);
+
+  void set_latency(Milliseconds latency) { latency_ = latency; }
+  Milliseconds latency() const { return latency_; }
+  void set_profiles(std::vector<const Profile*> profiles);
+  const std::vector<const Profile*>& active_profiles() const { return profiles_; }
+
+  LinkFaults link_faults(const std::string& command) override;
+  std::string reply(const std::string& command) override;
+  void delivered(bool acknowledged) override;
+
+ private:
+  bool is_static() const;
+
+  Device& device_;
+  FaultRules& rules_;
+  const EventLog& log_;
+  Milliseconds latency_{0};
+  std::vector<const Profile*> profiles_;
+  CallPlan plan_;
+  std::string former_reply_;
+};
+
+}  // namespace emulator
