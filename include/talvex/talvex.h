@@ -389,6 +389,7 @@ TALVEX_API int SAT_Free_AllocedMsg(void* pMsg);
  *   pSession      Section, without brackets.
  *   pItem         Item.
  * Names and values stay the caller's. Every call reads the file, and writers rewrite it, without a lock.
+ * Files of more than 64 MiB are refused as if there were no memory for them.
  */
 
 /* Size in bytes of the value buffer that a reader must give. */

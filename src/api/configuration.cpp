@@ -1,14 +1,17 @@
 #include "api/configuration.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "api/context.h"
 #include "api/version.h"
 #include "olk_sat_utils/return_codes.h"
 #include "olk_utils/bounded_text.h"
+#include "olk_utils/file_helpers.h"
 #include "olk_utils/ini_file.h"
 #include "olk_utils/open_file.h"
 #include "olk_utils/trace_log.h"
@@ -83,6 +86,18 @@ constexpr const char* kDefaultFile[] = {
     "LogMode=1",
     "",
 };
+
+// Whatever has content is left alone, also when it has only just been made; the file that a link names is
+// made if it is missing.
+int open_for_default_file() {
+  const int made = open_file(kIniFileName, O_WRONLY | O_CREAT | O_EXCL, 0666);
+  if (made != -1 || errno != EEXIST) return made;
+  const int found = open_file(kIniFileName, O_WRONLY | O_CREAT, 0666);
+  struct stat status {};
+  if (found == -1 || (fstat(found, &status) == 0 && status.st_size == 0)) return found;
+  close(found);
+  return -1;
+}
 
 void write_default_file(int file, char* block) {
   size_t length = 0;
@@ -360,12 +375,12 @@ void read_item(const Item& item, int step) {
 }  // namespace
 
 int CreateFile_TalvexIni() {
-  const int existing = OLK_FileExist(kIniFileName);
+  const int existing = existing_file_size(kIniFileName);
   if (existing > 0) {
     API_TRACE(kInfo, " rc[%06d]OK file[%s]Already Exist!\n", existing, kIniFileName);
     return existing;
   }
-  const int file = open_file(kIniFileName, O_WRONLY | O_CREAT | O_TRUNC, 0666);
+  const int file = open_for_default_file();
   if (file == -1) {
     API_TRACE(kError, " rc[%06d]ER file[%s]Could not be Created!!!\n", existing, kIniFileName);
     return existing;
@@ -380,7 +395,7 @@ int CreateFile_TalvexIni() {
   close(file);
   free(block);
 
-  const int created = OLK_FileExist(kIniFileName);
+  const int created = existing_file_size(kIniFileName);
   if (created < 0) {
     API_TRACE(kError, " rc[%06d]ER file[%s]Could not be Created!!!\n", created, kIniFileName);
   } else {
@@ -391,7 +406,7 @@ int CreateFile_TalvexIni() {
 
 int UpdateTalvexConfiguration() {
   int step = 0;
-  int rc = OLK_FileExist(kIniFileName);
+  int rc = existing_file_size(kIniFileName);
   if (rc < 0) rc = CreateFile_TalvexIni();
   if (rc < 0) {
     CONFIG_TRACE(kError, "rc[%04d]ER:FAIL  STEP%02db  TalvexIniFileName[%s]Could  Not  Be  Created!!\n", rc,

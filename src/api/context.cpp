@@ -7,6 +7,7 @@
 #include "api/configuration.h"
 #include "api/protocol_log.h"
 #include "api/version.h"
+#include "olk_utils/file_helpers.h"
 #include "olk_utils/open_file.h"
 #include "olk_utils/trace_log.h"
 
@@ -49,7 +50,7 @@ void read_again_if_changed() {
 }
 
 void create_missing_configuration() {
-  if (OLK_FileExist(kIniFileName) >= 0) return;
+  if (existing_file_size(kIniFileName) >= 0) return;
   const int created = CreateFile_TalvexIni();
   if (created < 0) {
     API_TRACE_IN(kFunction, kError, "--- rc[%06d]ER ConfigFile[%s]NotCreated!!!\n", created, kIniFileName);

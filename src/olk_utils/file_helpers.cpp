@@ -1,4 +1,6 @@
 // What a path names, how large it is, and making and removing it. Every answer is a snapshot.
+#include "olk_utils/file_helpers.h"
+
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -221,6 +223,12 @@ int OLK_FileExist(const char* pFileName) {
     UTILS_TRACE(kWarning, " rc[%06d]WR pFileName[%s] NOT FOUND!!\n", size, pFileName);
   }
   return size;
+}
+
+int existing_file_size(const char* path) {
+  struct stat status {};
+  if (stat(path, &status) != 0) return OLK_FileExist(path);
+  return length_field(static_cast<uint64_t>(status.st_size));
 }
 
 int OLK_Exist(const char* pDirFileName) {

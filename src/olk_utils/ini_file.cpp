@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "olk_utils/bounded_text.h"
+#include "olk_utils/file_helpers.h"
 #include "olk_utils/open_file.h"
 #include "olk_utils/trace_log.h"
 #include "olk_utils/whole_write.h"
@@ -23,6 +24,9 @@ constexpr char kWriter[] = "OLK_SetIniFileValue";
 constexpr size_t kExportedValueSize = 128;
 constexpr size_t kLargestValueSize = 512;
 constexpr size_t kReadSlack = 1024;
+
+// Larger files are none of settings: they count as what there is no memory for.
+constexpr off_t kLargestFile = off_t{64} * 1024 * 1024;
 
 // The writer takes in what a growing file has gained since it was measured, up to this many bytes.
 constexpr size_t kReadAhead = 64;
@@ -145,8 +149,14 @@ int value_in_text(const Lookup& lookup, const char* text, size_t file_length) {
   return 0;
 }
 
+// A buffer of zeros that holds the whole file and so much more; null when there is no memory for it.
+char* allocate_for(off_t file_size, size_t slack) {
+  if (file_size > kLargestFile) return nullptr;
+  return static_cast<char*>(calloc(1, static_cast<size_t>(file_size) + slack));
+}
+
 int value_in_file(const Lookup& lookup, size_t file_size) {
-  char* text = static_cast<char*>(calloc(1, file_size + kReadSlack));
+  char* text = allocate_for(static_cast<off_t>(file_size), kReadSlack);
   if (text == nullptr) {
     UTILS_TRACE_IN(
         kReader, kError,
@@ -403,20 +413,14 @@ int change_text(const Edit& edit, Text& text) {
   return insert_item(edit, text, static_cast<size_t>(next_section - 1 - text.bytes));
 }
 
-// What cannot be measured, a FIFO for one, has no size; what is too large for memory fails as such.
-char* allocate_copy(off_t file_size) {
-  if (file_size > INT32_MAX) return nullptr;
-  return static_cast<char*>(calloc(1, static_cast<size_t>(file_size) + kWriteSlack));
-}
-
 int change_file(const Edit& edit) {
   const int file = open_file(edit.file_name, O_RDONLY);
   if (file == -1) return report_unopened(edit);
   const off_t end = lseek(file, 0, SEEK_END);
-  const off_t file_size = end > 0 ? end : 0;
+  const off_t file_size = end > 0 ? end : 0;  // what cannot be measured, a FIFO for one, has no size
   lseek(file, 0, SEEK_SET);
 
-  Text text{allocate_copy(file_size), 0};
+  Text text{allocate_for(file_size, kWriteSlack), 0};
   if (text.bytes == nullptr) {
     close(file);
     UTILS_TRACE_IN(
@@ -447,7 +451,7 @@ int read_ini_value(const char* ini_file_name, const char* section, const char* i
         INI_FILE_ERR_INVALID_PARAM, hex32(ini_file_name), hex32(section), hex32(item), hex32(value), 0, 0, 0);
     return INI_FILE_ERR_INVALID_PARAM;
   }
-  const int file_size = OLK_FileExist(ini_file_name);
+  const int file_size = existing_file_size(ini_file_name);
   if (file_size < 0) {
     // The buffer still holds what the caller left in it, perhaps without an end.
     char former_value[kLargestValueSize];
@@ -487,7 +491,7 @@ int OLK_SetIniFileValue(const char* pIniFileName, const char* pSession, const ch
   }
   const Edit edit = {pIniFileName, pSession, pItem, pNewValue};
   if (!section_fits(pSession)) return refuse(edit, "line too long");
-  return OLK_FileExist(pIniFileName) < 0 ? create_file(edit) : change_file(edit);
+  return existing_file_size(pIniFileName) < 0 ? create_file(edit) : change_file(edit);
 }
 
 int OLK_SetIniFileItemValue(const char* pIniFileName, const char* pSession, const char* pItem,

@@ -326,6 +326,27 @@ TEST_F(DefaultFile, IsNotWrittenOverContent) {
   EXPECT_THAT(take_lines(), ElementsAre(created_line("INF", " rc[000002]OK file[SAT.ini]Already Exist!\n")));
 }
 
+TEST_F(DefaultFile, IsNotWrittenOverContentThatHasNo32BitSize) {
+  for (const uintmax_t gibibytes : {2, 4}) {
+    for (const char* name : {"SAT.ini", "large.ini"}) {
+      write_file(name, "#\n");
+      std::filesystem::resize_file(name, gibibytes << 30);
+      if (!std::filesystem::exists("SAT.ini")) std::filesystem::create_symlink(name, "SAT.ini");
+      EXPECT_EQ(CreateFile_TalvexIni(), INT32_MAX);
+      EXPECT_EQ(std::filesystem::file_size(name), gibibytes << 30);
+      EXPECT_THAT(take_lines(),
+                  ElementsAre(created_line("INF", " rc[2147483647]OK file[SAT.ini]Already Exist!\n")));
+      std::filesystem::remove("SAT.ini");
+    }
+  }
+}
+
+TEST_F(DefaultFile, IsMadeWhereALinkNamesIt) {
+  std::filesystem::create_symlink("elsewhere.ini", "SAT.ini");
+  EXPECT_GT(CreateFile_TalvexIni(), 0);
+  EXPECT_EQ(read_file("elsewhere.ini"), kDefaultFile);
+}
+
 TEST_F(DefaultFile, ReplacesAnEmptyFile) {
   write_file("SAT.ini", "");
   EXPECT_GT(CreateFile_TalvexIni(), 0);

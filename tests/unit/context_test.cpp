@@ -163,6 +163,32 @@ TEST_F(FirstCall, WithAFileThatCannotBeCreatedGoesOn) {
   EXPECT_EQ(init_global_sat_struct(), 1);
 }
 
+TEST_F(FirstCall, LeavesAFileAloneThatSomebodyElseMakesMeanwhile) {
+  meanwhile = [] { write_file("SAT.ini", "[LOG]\nLogMode=2\n"); };
+  EXPECT_EQ(init_global_sat_struct(), 0);
+  EXPECT_EQ(read_file("SAT.ini"), "[LOG]\nLogMode=2\n");
+  EXPECT_EQ(tLog.ucModeMask, 3);
+}
+
+// 2 GiB and 4 GiB: negative and 0 in 32 bits.
+TEST_F(FirstCall, LeavesAFileOfAnySizeAlone) {
+  for (const uintmax_t gibibytes : {2, 4}) {
+    for (const char* name : {"SAT.ini", "large.ini"}) {
+      std::memset(&gl_tSat, 0, sizeof gl_tSat);
+      write_file(name, "[LOG]\nLogMode=3\n");
+      std::filesystem::resize_file(name, gibibytes << 30);
+      if (!std::filesystem::exists("SAT.ini")) std::filesystem::create_symlink(name, "SAT.ini");
+      EXPECT_EQ(init_global_sat_struct(), 0);
+      EXPECT_EQ(std::filesystem::file_size(name), gibibytes << 30);
+      EXPECT_EQ(tLog.ucModeMask, 1) << "as without memory to read it";
+      EXPECT_THAT(with_text(take_all_lines(), "rc[-00302]ER ConfigFile[SAT.ini]"), SizeIs(1));
+      EXPECT_STREQ(gl_tSat.strSerialPortConfig, "115200,8,n,1");
+      EXPECT_EQ(init_global_sat_struct(), 1);
+      std::filesystem::remove("SAT.ini");
+    }
+  }
+}
+
 TEST_F(FirstCall, LogsTheBannersInThisOrderAndLaterCallsNever) {
   write_configuration(kFixedPort + log_section("2"));
   init_global_sat_struct();

@@ -685,11 +685,62 @@ TEST_F(IniFile, MissingMemoryFailsTheWriter) {
                       "pIniFileName[x.ini] pSession[S] pItem[K]\n"}));
 }
 
-TEST_F(IniFile, FileTooLargeForMemoryFailsTheWriter) {
-  write_file(kIni, "[S]\nK=1\n");
-  ASSERT_EQ(truncate(kIni, 5LL << 30), 0);  // its 32-bit size is positive
+// ---- large files ----
+
+constexpr uintmax_t kMebibyte = 1024 * 1024;
+constexpr uintmax_t kGibibyte = 1024 * kMebibyte;
+
+// Only the first bytes of these files take room on the disk.
+class LargeIniFile : public IniFile, public testing::WithParamInterface<uintmax_t> {
+ protected:
+  void SetUp() override {
+    IniFile::SetUp();
+    write_file("large.ini", "[S]\nK=1\n");
+    std::filesystem::resize_file("large.ini", GetParam());
+    std::filesystem::create_symlink("large.ini", kIni);
+  }
+
+  static void expect_untouched() {
+    EXPECT_EQ(std::filesystem::file_size("large.ini"), GetParam());
+    std::ifstream file("large.ini");
+    string start(8, ' ');
+    file.read(start.data(), 8);
+    EXPECT_EQ(start, "[S]\nK=1\n");
+  }
+};
+
+// In 32 bits the sizes are positive, negative, 0 and positive again.
+INSTANTIATE_TEST_SUITE_P(, LargeIniFile,
+                         testing::Values(64 * kMebibyte + 1, 2 * kGibibyte - 1, 2 * kGibibyte, 3 * kGibibyte,
+                                         4 * kGibibyte, 5 * kGibibyte));
+
+TEST_P(LargeIniFile, CountsForTheReaderAsOneWithoutMemory) {
+  EXPECT_EQ(get("S", "K"), (Reading{-302, ""}));
+  char shown[32];
+  std::snprintf(shown, sizeof shown, "%05d",
+                GetParam() < 2 * kGibibyte ? static_cast<int>(GetParam()) : INT32_MAX);
+  EXPECT_EQ(messages(),
+            (Messages{"ERR [] OLK_GetIniFileValue rc[-00302]ER:INI_FILE_ERR_OPEN calloc() Fail\n\t "
+                      "pIniFileName[x.ini] \n\t     pSession[S] \n\t        pItem[K] \n\t    pRetValue[] "
+                      "sztFileSize[" +
+                      string(shown) + "]\n"}));
+}
+
+TEST_P(LargeIniFile, CountsForTheWriterAsOneWithoutMemory) {
   EXPECT_EQ(OLK_SetIniFileValue(kIni, "S", "K", "2"), -401);
-  EXPECT_EQ(std::filesystem::file_size(kIni), 5ULL << 30);
+  EXPECT_EQ(OLK_SetIniFileValue(kIni, "T", nullptr, nullptr), -401);
+  expect_untouched();
+  const string line =
+      "ERR [] OLK_SetIniFileValue rc[-00401]ER:INI_FILE_ERR_CREATE    calloc() Fail pIniFileName[x.ini] ";
+  EXPECT_EQ(messages(), (Messages{line + "pSession[S] pItem[K]\n", line + "pSession[T] pItem[]\n"}));
+}
+
+TEST_F(IniFile, FileOf64MebibytesIsReadAndWritten) {
+  write_file(kIni, "[S]\nK=1\n");
+  std::filesystem::resize_file(kIni, 64 * kMebibyte);
+  EXPECT_EQ(get("S", "K"), (Reading{0, "1"}));
+  EXPECT_EQ(OLK_SetIniFileValue(kIni, "S", "K", "2"), 5);
+  EXPECT_EQ(read_file(kIni), "[S]\nK=2\n");
 }
 
 TEST_F(IniFile, FileThatCannotBeReadToItsEndIsNotWritten) {
