@@ -4,10 +4,12 @@ Needs nothing but the standard library. The program's path comes from the enviro
 """
 
 import base64
+import fcntl
 import json
 import os
 import random
 import re
+import select
 import shutil
 import signal
 import socket
@@ -91,6 +93,64 @@ class ReadyTest(DeskTest):
         os.close(port)
         self.assertEqual(flags[3] & (termios.ECHO | termios.ICANON | termios.ISIG), 0)
         self.assertEqual(flags[1] & termios.OPOST, 0)
+
+
+class StopTest(DeskTest):
+    """Signals end the emulator whatever it is doing, and before it does anything."""
+
+    def test_while_its_log_is_not_read(self):
+        emulator = Emulator(PROGRAM, "--activated", stderr=subprocess.PIPE)
+        self.addCleanup(emulator.process.stderr.close)
+        self.addCleanup(emulator.process.kill)
+        pipe = fcntl.fcntl(emulator.process.stderr, fcntl.F_GETPIPE_SZ)
+        with Till(emulator.path) as till:
+            for session in range(pipe // 40):
+                self.assertIn("|08000|", till.call("ConsultarSAT|%06d" % session))
+        emulator.process.terminate()
+        self.assertEqual(emulator.process.wait(10), 0)
+
+    def test_dropped_lines_of_the_log_are_counted(self):
+        emulator = Emulator(PROGRAM, "--activated", stderr=subprocess.PIPE)
+        self.addCleanup(emulator.process.stderr.close)
+        self.addCleanup(emulator.stop)
+        log_end = emulator.process.stderr.fileno()
+        pipe = fcntl.fcntl(log_end, fcntl.F_GETPIPE_SZ)
+        calls = pipe // 40
+        log = b""
+        with Till(emulator.path) as till:
+            for session in range(calls):
+                till.call("ConsultarSAT|%06d" % session)
+            while select.select([log_end], [], [], 0)[0]:
+                log += os.read(log_end, pipe)
+            till.call("ConsultarSAT|999999")
+        emulator.stop()
+        lines = (log + os.read(log_end, pipe)).decode().splitlines()
+        dropped = [int(line.split()[1]) for line in lines if "dropped" in line]
+        self.assertEqual(len(dropped), 1)
+        self.assertEqual(len(lines) - 1 + dropped[0], calls + 1)
+
+    def test_while_it_waits_for_an_input_file(self):
+        os.mkfifo(self.file("fifo"))
+        for options in (("--faults",), ("--replay",), ("--state",)):
+            with self.subTest(option=options[0]):
+                process = subprocess.Popen([PROGRAM, *options, self.file("fifo")], stdout=subprocess.PIPE)
+                self.addCleanup(process.stdout.close)
+                self.addCleanup(process.kill)
+                self.wait_until_blocked(process)
+                process.terminate()
+                process.wait(10)
+
+    def wait_until_blocked(self, process):
+        """In the opening of the FIFO, and nothing else."""
+        while True:
+            with open("/proc/%d/wchan" % process.pid, encoding="ascii") as file:
+                where = file.read()
+            with open("/proc/%d/stat" % process.pid, encoding="ascii") as file:
+                state = file.read().rpartition(")")[2].split()[0]
+            if "fifo" in where or "wait_for_partner" in where or (where in ("", "0") and state == "S"):
+                return
+            self.assertIsNone(process.poll())
+            time.sleep(0.01)
 
 
 class LinkNameTest(DeskTest):
@@ -421,6 +481,27 @@ class RecordingTest(DeskTest):
         self.assertNotIn("12345678909", text)
         self.assertIn("|xxxxxxxx|", text)
 
+    def test_goes_into_a_file_of_its_own_for_nobody_else(self):
+        os.chmod(self.file("open.txt", "what was there before"), 0o644)
+        emulator = self.ready("--record", self.file("open.txt"))
+        self.assertEqual(os.stat(self.file("open.txt")).st_mode & 0o777, 0o600)
+        emulator.stop()
+        self.assertNotIn("before", self.read("open.txt"))
+
+    def test_follows_no_link_and_takes_no_place_that_somebody_else_chose(self):
+        self.file("precious", "my text")
+        os.symlink(self.file("precious"), self.file("symbolic"))
+        os.symlink(self.file("not there"), self.file("dangling"))
+        os.link(self.file("precious"), self.file("hard"))
+        os.mkfifo(self.file("fifo"))
+        os.mkdir(self.file("folder"))
+        for name in ("symbolic", "dangling", "hard", "fifo", "folder"):
+            result = run("--record", self.file(name))
+            self.assertEqual(result.returncode, 3, name)
+            self.assertIn("cannot write " + self.file(name), result.stderr)
+        self.assertEqual(self.read("precious"), "my text")
+        self.assertFalse(os.path.exists(self.file("not there")))
+
     def test_that_is_none_is_refused(self):
         self.file("bad.txt", "# x\nwhat is this\n")
         result = run("--replay", self.file("bad.txt"))
@@ -534,6 +615,49 @@ class ControlTest(DeskTest):
         with Till(self.file("sat1")) as till:
             self.assertIn("|08000|", till.call("ConsultarSAT|000500"))
         self.assertEqual(self.order("state")["state"]["link"], self.file("sat1"))
+
+    def test_a_device_comes_back_nowhere_but_beside_its_link(self):
+        for name in ("../../sat1", "/tmp/sat1", "a/b", "..", "."):
+            self.assertIn("not a path", self.order("hangup as=" + name)["error"])
+            self.assertIn("not a path", self.order("fault on any do hangup 1 as=" + name)["error"])
+        self.assertEqual(os.readlink(self.file("sat0")), self.emulator.path)
+        self.assertEqual(self.call("ConsultarSAT")[1], "08000")
+
+    def test_a_device_whose_new_name_is_taken_keeps_the_old_one(self):
+        self.file("sat1", "mine")
+        with Till(self.emulator.path) as till:
+            self.order("hangup back=0 as=sat1")
+            self.assertEqual(till.read(1, 10), b"")
+        while not os.path.exists(self.file("sat0")):
+            self.assertIsNone(self.emulator.process.poll())
+            time.sleep(0.001)
+        self.assertEqual(self.read("sat1"), "mine")
+        with Till(self.file("sat0")) as till:
+            self.assertIn("|08000|", till.call("ConsultarSAT|000500"))
+
+    def test_refuses_orders_that_are_nested_deeply(self):
+        for depth in (10, 1_000, 30_000):
+            answer = self.order('{"latency": ' + "[" * depth + "]" * depth + "}")
+            self.assertIn("nested", answer["error"])
+        self.assertEqual(self.call("ConsultarSAT")[1], "08000")
+
+    def test_a_listener_whose_queue_is_full_does_not_hold_up_the_start(self):
+        with socket.socket(socket.AF_UNIX) as listener:
+            listener.bind(self.file("full"))
+            listener.listen(0)
+            waiting = []
+            try:
+                while True:
+                    waiting.append(socket.socket(socket.AF_UNIX))
+                    waiting[-1].setblocking(False)
+                    waiting[-1].connect(self.file("full"))
+            except BlockingIOError:
+                pass
+            result = run("--control", self.file("full"))
+            for client in waiting:
+                client.close()
+        self.assertEqual(result.returncode, 4)
+        self.assertIn("Address already in use", result.stderr)
 
     def test_acts_in_the_middle_of_a_call(self):
         self.order("latency 60000")

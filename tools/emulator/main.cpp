@@ -4,6 +4,7 @@
 #include <exception>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <optional>
 #include <random>
 
@@ -106,11 +107,15 @@ std::uint64_t random_seed() {
   return (static_cast<std::uint64_t>(source()) << 32) | source();
 }
 
-// The port with everything that hangs on it.
+// The port with everything that hangs on it. From here on signals end the program in an orderly way, where it
+// waits for the till; whatever may wait for something else comes before.
 struct Port {
-  explicit Port(const Options& options) : line(terminal, link, waiter) {
+  Port(const Options& options, Recorder* recorder) : line(terminal, link, waiter) {
     if (!options.link.empty()) link.create(options.link, terminal.path());
     line.set_byte_delay(std::chrono::microseconds(options.byte_delay_us));
+    if (recorder == nullptr) return;
+    line.observe(
+        [recorder](Direction direction, std::string_view bytes) { recorder->record(direction, bytes); });
   }
 
   Waiter waiter;
@@ -124,7 +129,18 @@ void announce(const PseudoTerminal& terminal) {
   std::fflush(stdout);
 }
 
-void serve_tills(const Options& options, Port& port, const EventLog& log) {
+std::unique_ptr<Port> open_port(const Options& options, Recorder* recorder) {
+  return failing_with(kExitPort, [&] { return std::make_unique<Port>(options, recorder); });
+}
+
+void play(const Options& options, Recorder* recorder, const EventLog& log) {
+  const auto recording = read_recording(options.replay);
+  const auto port = open_port(options, recorder);
+  announce(port->terminal);
+  Replay(recording, port->line, log).run(options.as_recorded);
+}
+
+void serve_tills(const Options& options, Recorder* recorder, const EventLog& log) {
   const std::uint64_t seed = options.seed ? *options.seed : random_seed();
   FaultRules rules = read_rules(options, seed);
   const auto file = failing_with(kExitState, [&] { return std::make_unique<StateFile>(options.state); });
@@ -141,33 +157,28 @@ void serve_tills(const Options& options, Port& port, const EventLog& log) {
   for (const std::string& name : options.profiles) profiles.push_back(&profile_called(name));
   emulated.set_profiles(std::move(profiles));
 
-  Control control(device, emulated, rules, port.line);
+  const auto port = open_port(options, recorder);
+  Control control(device, emulated, rules, port->line);
   std::optional<ControlSocket> socket;
   if (!options.control.empty()) {
     failing_with(kExitPort, [&] {
       socket.emplace(options.control, [&](const std::string& line) { return control.execute(line); });
     });
-    port.waiter.attach(&*socket);
+    port->waiter.attach(&*socket);
   }
-  announce(port.terminal);
-  Conversation(port.line, emulated).run();
+  announce(port->terminal);
+  Conversation(port->line, emulated).run();
 }
 
 void run(const Options& options) {
   if (!options.mask_files.empty()) return mask_file(options.mask_files[0], options.mask_files[1]);
   const EventLog log(log_form(options));
-  const auto recording =
-      options.replay.empty() ? std::vector<RecordedBytes>() : read_recording(options.replay);
-  const auto port = failing_with(kExitPort, [&] { return std::make_unique<Port>(options); });
   std::optional<Recorder> recorder;
   if (!options.record.empty()) {
     failing_with(kExitInputFile, [&] { recorder.emplace(options.record, options.mask); });
-    port->line.observe(
-        [&](Direction direction, std::string_view bytes) { recorder->record(direction, bytes); });
   }
-  if (options.replay.empty()) return serve_tills(options, *port, log);
-  announce(port->terminal);
-  Replay(recording, port->line, log).run(options.as_recorded);
+  Recorder* used = recorder ? &*recorder : nullptr;
+  return options.replay.empty() ? serve_tills(options, used, log) : play(options, used, log);
 }
 
 int fail(int exit_code, const char* text) {

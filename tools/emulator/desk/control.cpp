@@ -16,6 +16,7 @@ using nlohmann::json;
 namespace {
 
 constexpr const char* kBlanks = " \t\r";
+constexpr int kDeepest = 4;  // of a JSON object with orders
 
 }  // namespace
 
@@ -69,7 +70,10 @@ std::string Control::execute(const std::string& line) {
 }
 
 void Control::execute_json(const std::string& line, json& answer) {
-  const json orders = json::parse(line);
+  const json orders = json::parse(line, [](int depth, json::parse_event_t, json&) {
+    if (depth > kDeepest) throw std::invalid_argument("orders are not nested that deep");
+    return true;
+  });
   for (const auto& [name, value] : orders.items()) {
     apply(name, value.is_string() ? value.get<std::string>() : value.dump(), answer);
   }
@@ -199,7 +203,7 @@ void Control::hang_up(const std::string& argument, json&) {
   for (std::string word; stream >> word;) words.push_back(word);
   const ActionArguments arguments(words);
   arguments.check_names({"back", "as"});
-  line_.request_absence({Milliseconds(arguments.number("back", 300, kLongestDelay)), arguments.text("as")});
+  line_.request_absence(absence_of(arguments));
 }
 
 void Control::quit(const std::string&, json&) {

@@ -5,6 +5,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -24,11 +25,13 @@ constexpr std::size_t kMostClients = 32;
                            std::generic_category().message(error));
 }
 
+// A listener whose queue is full lets nobody in, but it listens.
 bool somebody_listens(const sockaddr_un& address) {
-  const int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  const bool connected = connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  const int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  const bool answered =
+      connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 || errno == EAGAIN;
   close(probe);
-  return connected;
+  return answered;
 }
 
 }  // namespace
@@ -77,6 +80,20 @@ void ControlSocket::serve(const pollfd& ready) {
   clients_.erase(client);
 }
 
+Clock::time_point ControlSocket::due() const {
+  auto first = Clock::time_point::max();
+  for (const auto& [fd, client] : clients_) first = std::min(first, client.last_seen + kIdleLimit);
+  return first;
+}
+
+void ControlSocket::tick(Clock::time_point now) {
+  std::erase_if(clients_, [now](const auto& entry) {
+    const bool idle = now - entry.second.last_seen >= kIdleLimit;
+    if (idle) close(entry.first);
+    return idle;
+  });
+}
+
 void ControlSocket::accept_client() {
   const int fd = accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
   if (fd < 0) return;
@@ -91,6 +108,7 @@ bool ControlSocket::read_from(int fd, Client& client) {
   std::array<char, 4'096> buffer;
   const ssize_t count = recv(fd, buffer.data(), buffer.size(), 0);
   if (count < 0) return errno == EAGAIN || errno == EINTR;
+  client.last_seen = Clock::now();
   client.input.append(buffer.data(), static_cast<std::size_t>(count));
   for (std::size_t end = 0; (end = client.input.find('\n')) != std::string::npos;) {
     const std::string line = client.input.substr(0, end);
@@ -105,6 +123,7 @@ bool ControlSocket::write_to(int fd, Client& client) {
   while (!client.output.empty()) {
     const ssize_t count = send(fd, client.output.data(), client.output.size(), MSG_NOSIGNAL);
     if (count < 0) return errno == EAGAIN || errno == EINTR;
+    client.last_seen = Clock::now();
     client.output.erase(0, static_cast<std::size_t>(count));
   }
   return true;

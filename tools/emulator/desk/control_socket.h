@@ -1,4 +1,5 @@
-// The local socket on which orders arrive: any number of clients, a line each time.
+// The local socket on which orders arrive: several clients, a line each time. A client from which nothing
+// comes for a while is closed, so that none keeps others out.
 #pragma once
 
 #include <functional>
@@ -22,11 +23,16 @@ class ControlSocket : public SideChannel {
 
   void collect(std::vector<pollfd>& fds) const override;
   void serve(const pollfd& ready) override;
+  Clock::time_point due() const override;
+  void tick(Clock::time_point now) override;
+
+  static constexpr std::chrono::seconds kIdleLimit{60};
 
  private:
   struct Client {
     std::string input;
     std::string output;
+    Clock::time_point last_seen = Clock::now();
   };
 
   void accept_client();

@@ -71,4 +71,8 @@ void EmulatedDevice::delivered(bool acknowledged) {
   if (!acknowledged) log_.note("the till did not acknowledge the reply");
 }
 
+void EmulatedDevice::hung_up(const std::string& complaint) {
+  if (!complaint.empty()) log_.note(complaint);
+}
+
 }  // namespace emulator

@@ -24,6 +24,7 @@ class EmulatedDevice : public Service {
   LinkFaults link_faults(const std::string& command) override;
   std::string reply(const std::string& command) override;
   void delivered(bool acknowledged) override;
+  void hung_up(const std::string& complaint) override;
 
  private:
   bool is_static() const;

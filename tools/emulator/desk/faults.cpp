@@ -26,8 +26,7 @@ Milliseconds time_of(const ActionArguments& arguments, std::size_t index, std::i
 
 void hang_up(const ActionArguments& arguments, CallPlan& plan) {
   plan.link.cuts.push_back({size_of(arguments, 0, 0), Milliseconds(0), true});
-  plan.link.absence.duration = Milliseconds(arguments.number("back", 300, kLongestDelay));
-  plan.link.absence.new_name = arguments.text("as");
+  plan.link.absence = absence_of(arguments);
 }
 
 // The line spoils the ACK of a device that has noticed nothing and is at work. A till that repeats the
@@ -277,6 +276,14 @@ void ActionArguments::check_names(const std::vector<std::string>& known) const {
       throw FaultSyntaxError("unknown argument " + name + "=");
     }
   }
+}
+
+Absence absence_of(const ActionArguments& arguments) {
+  const std::string name = arguments.text("as");
+  if (name.find('/') != std::string::npos || name == "." || name == "..") {
+    throw FaultSyntaxError("as= is a name beside the link, not a path");
+  }
+  return {Milliseconds(arguments.number("back", 300, kLongestDelay)), name};
 }
 
 void FaultRules::add(const std::string& text) {

@@ -53,6 +53,9 @@ class ActionArguments {
   std::map<std::string, std::string> named_;
 };
 
+// back=MS and as=NAME. A name is a name: it cannot lead out of the link's folder.
+Absence absence_of(const ActionArguments& arguments);
+
 struct FaultAction {
   const char* name;
   const char* usage;

@@ -39,7 +39,8 @@ void Conversation::run() {
   for (;;) {
     try {
       serve_next_command();
-    } catch (const HungUp&) {
+    } catch (const HungUp& hung_up) {
+      service_.hung_up(hung_up.complaint);
       reader_.drop_partial_frame();
       pending_command_.clear();
     }

@@ -35,6 +35,8 @@ class Service {
   virtual std::string reply(const std::string& command) = 0;
   // The till acknowledged the reply (true), or it was given up.
   virtual void delivered(bool acknowledged) = 0;
+  // The port was unplugged and is back; the complaint is empty if all is well.
+  virtual void hung_up(const std::string& complaint) = 0;
 };
 
 class Conversation {

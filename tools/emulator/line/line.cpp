@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -94,6 +95,7 @@ bool Line::pause(Clock::duration duration) {
 
 void Line::unplug(const Absence& absence) {
   requested_absence_.reset();
+  const std::string former = link_.name();
   const std::string name = name_after(absence);
   terminal_.hang_up();
   link_.remove();
@@ -101,17 +103,28 @@ void Line::unplug(const Absence& absence) {
   const auto deadline = Clock::now() + absence.duration;
   while (Clock::now() < deadline) waiter_.wait(-1, 0, deadline);
   terminal_.come_back();
-  if (!name.empty()) link_.create(name, terminal_.path());
-  throw HungUp{};
+  throw HungUp{link_again(name, former)};
 }
 
-// A bare name lies beside the link that there was.
+// A device whose new name is taken by now keeps its former one; the emulator lives on in any case.
+std::string Line::link_again(const std::string& name, const std::string& former) {
+  std::string complaint;
+  for (const std::string& wanted : {name, former}) {
+    if (wanted.empty()) break;
+    try {
+      link_.create(wanted, terminal_.path());
+      break;
+    } catch (const std::runtime_error& error) {
+      complaint = error.what();
+    }
+  }
+  return complaint;
+}
+
 std::string Line::name_after(const Absence& absence) const {
   if (absence.new_name.empty()) return link_.name();
   const auto slash = link_.name().rfind('/');
-  const bool bare = absence.new_name.find('/') == std::string::npos;
-  return bare && slash != std::string::npos ? link_.name().substr(0, slash + 1) + absence.new_name
-                                            : absence.new_name;
+  return slash == std::string::npos ? absence.new_name : link_.name().substr(0, slash + 1) + absence.new_name;
 }
 
 void Line::wait_until_read() {

@@ -15,7 +15,9 @@
 namespace emulator {
 
 // The port was unplugged and, if so ordered, is back: whatever was going on with the till is over.
-struct HungUp {};
+struct HungUp {
+  std::string complaint;  // if the link could not be made again
+};
 
 // A place in a transmission where the line does something else than send the next byte.
 struct Cut {
@@ -27,7 +29,7 @@ struct Cut {
 // How the device leaves and returns.
 struct Absence {
   Milliseconds duration{300};
-  std::string new_name;  // empty: under the same name
+  std::string new_name;  // of the link, in the same folder; empty: the same name
 };
 
 enum class Direction { from_till, to_till };
@@ -68,6 +70,7 @@ class Line {
   Sent write_piece(std::string_view bytes);
   bool till_speaks() const;
   std::string name_after(const Absence& absence) const;
+  std::string link_again(const std::string& name, const std::string& former);
   short wait(short events, Clock::time_point deadline);
   void read_available();
 

@@ -30,7 +30,10 @@ void Waiter::detach(const SideChannel* channel) {
 
 short Waiter::wait(int fd, short events, Clock::time_point deadline) {
   std::vector<pollfd> fds{{fd, events, 0}, {signals_, POLLIN, 0}};
-  for (const SideChannel* channel : channels_) channel->collect(fds);
+  for (const SideChannel* channel : channels_) {
+    channel->collect(fds);
+    deadline = std::min(deadline, channel->due());
+  }
 
   timespec limit{};
   const timespec* limit_or_none = nullptr;
@@ -42,14 +45,13 @@ short Waiter::wait(int fd, short events, Clock::time_point deadline) {
   }
   const int ready = ppoll(fds.data(), fds.size(), limit_or_none, nullptr);
   if (ready < 0 && errno != EINTR) throw std::system_error(errno, std::generic_category(), "ppoll");
-  if (ready <= 0) return 0;
-
-  if (fds[1].revents != 0) take_signals();
-  for (std::size_t i = 2; i < fds.size(); ++i) {
+  if (ready > 0 && fds[1].revents != 0) take_signals();
+  for (std::size_t i = 2; ready > 0 && i < fds.size(); ++i) {
     if (fds[i].revents == 0) continue;
     for (SideChannel* channel : channels_) channel->serve(fds[i]);
   }
-  return fds[0].revents;
+  for (SideChannel* channel : channels_) channel->tick(Clock::now());
+  return ready > 0 ? fds[0].revents : short{0};
 }
 
 void Waiter::take_signals() const {

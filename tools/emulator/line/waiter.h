@@ -22,6 +22,9 @@ class SideChannel {
   virtual ~SideChannel() = default;
   virtual void collect(std::vector<pollfd>& fds) const = 0;
   virtual void serve(const pollfd& ready) = 0;
+  // When the channel wants to be called although nothing happens, and that call.
+  virtual Clock::time_point due() const { return Clock::time_point::max(); }
+  virtual void tick(Clock::time_point) {}
 };
 
 class Waiter {

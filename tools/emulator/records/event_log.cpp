@@ -1,9 +1,13 @@
 #include "records/event_log.h"
 
+#include <poll.h>
+#include <unistd.h>
+
 #include <array>
 #include <cstdio>
 #include <ctime>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 namespace emulator {
 
@@ -18,6 +22,12 @@ std::string timestamp() {
   const auto size = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &local);
   std::snprintf(text.data() + size, text.size() - size, ".%03ld", now.tv_nsec / 1'000'000);
   return text.data();
+}
+
+// A pipe is ready while it has room for a page; a file always.
+bool takes_a_line(int fd) {
+  pollfd ready{fd, POLLOUT, 0};
+  return poll(&ready, 1, 0) == 1;
 }
 
 }  // namespace
@@ -41,14 +51,23 @@ void EventLog::call(const Call& call) const {
 
 void EventLog::write(const std::string& text, nlohmann::json event) const {
   if (form_ == Form::silent) return;
-  std::string line;
-  if (form_ == Form::json_lines) {
-    event["time"] = timestamp();
-    line = event.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-  } else {
-    line = timestamp().substr(11) + " " + text;
+  if (!takes_a_line(STDERR_FILENO)) {
+    ++dropped_;
+    return;
   }
-  std::fprintf(stderr, "%s\n", line.c_str());
+  std::string lines;
+  if (dropped_ > 0) {
+    const std::string lost = std::to_string(std::exchange(dropped_, 0)) + " lines of this log were dropped";
+    lines = formatted(lost, {{"event", "note"}, {"text", lost}});
+  }
+  lines += formatted(text, std::move(event));
+  std::fputs(lines.c_str(), stderr);
+}
+
+std::string EventLog::formatted(const std::string& text, nlohmann::json event) const {
+  if (form_ == Form::text) return timestamp().substr(11) + " " + text + "\n";
+  event["time"] = timestamp();
+  return event.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }
 
 }  // namespace emulator

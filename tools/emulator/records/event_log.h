@@ -1,8 +1,10 @@
 // What happened, one line per event, on the standard error stream: for people, or as JSON for programs.
-// Nothing that a till sent appears in it but the function's name and the session number.
+// Nothing that a till sent appears in it but the function's name and the session number. A device does not
+// stand still because nobody reads its log: what does not fit is dropped, and counted.
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
@@ -27,8 +29,10 @@ class EventLog {
 
  private:
   void write(const std::string& text, nlohmann::json event) const;
+  std::string formatted(const std::string& text, nlohmann::json event) const;
 
   Form form_;
+  mutable std::size_t dropped_ = 0;  // lines, since the last that fitted
 };
 
 }  // namespace emulator

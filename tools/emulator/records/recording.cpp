@@ -1,6 +1,8 @@
 #include "records/recording.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <charconv>
@@ -75,10 +77,21 @@ RecordedBytes parse_line(const std::string& line) {
   return record;
 }
 
-// Traffic that is not masked holds activation codes: a file for its owner only.
+// Traffic that is not masked holds activation codes: a regular file of the user's own, for nobody else,
+// whatever was there before. Who may write into the folder must not choose where it goes.
 std::FILE* open_private(const std::string& path) {
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  return fd < 0 ? nullptr : fdopen(fd, "w");
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
+  if (fd < 0) return nullptr;
+  struct stat file {};
+  if (fstat(fd, &file) == 0) {
+    const bool own = S_ISREG(file.st_mode) && file.st_nlink == 1 && file.st_uid == geteuid();
+    if (own && fchmod(fd, 0600) == 0 && ftruncate(fd, 0) == 0) return fdopen(fd, "w");
+    if (!own) errno = EPERM;
+  }
+  const int error = errno;
+  close(fd);
+  errno = error;
+  return nullptr;
 }
 
 }  // namespace
