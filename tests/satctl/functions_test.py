@@ -3,11 +3,12 @@
 import base64
 import json
 import os
+import shutil
 import stat
 
-
 import support
-from support import CODE, REFUSED, SALE, SUCCESS, USAGE, SatctlTest
+from scripted_device import ScriptedDevice
+from support import CODE, NOT_WRITTEN, REFUSED, SALE, SUCCESS, USAGE, SatctlTest
 
 CNPJ = "11222333000181"
 SOFTWARE_HOUSE = "12345678000195"
@@ -153,7 +154,7 @@ class Arguments(SatctlTest):
             (("consultar-sat", "--frobnicate"), "unexpected argument: --frobnicate"),
             (("enviar-dados-venda",), "--dados is required"),
             (("enviar-dados-venda", "--dados", "@/nonexistent"), "@/nonexistent: cannot be read: No such file"),
-            (("enviar-dados-venda", "--dados", "a\x03b"), "the bytes 00 and 03 cannot be sent"),
+            (("enviar-dados-venda", "--dados", "<a\x03b"), "the bytes 00 and 03 cannot be sent"),
             (("enviar-dados-venda", "--dados", "-", "--codigo", "-"), "only one argument can come from standard input"),
             (("enviar-dados-venda", "--dados", sale, "--save-xml", "/nonexistent/x"), "cannot be written"),
             (("enviar-dados-venda", "--dados", sale, "--save-xml", "/tmp"), "/tmp cannot be written: Is a directory"),
@@ -165,6 +166,8 @@ class Arguments(SatctlTest):
             (("ativar-sat", "--subcomando", "um", "--cnpj", "1", "--uf", "SP"), "a number is needed"),
             (("ativar-sat", "--subcomando", "1", "--cnpj", "1", "--uf", "XX"), "no such state"),
             (("recuperar",), "--sessao is required"),
+            (("recuperar", "--sessao", "1", "--antes", "35" * 22), "--antes: an access key is needed"),
+            (("recuperar", "--sessao", "1", "--save-xml", "/tmp"), "/tmp cannot be written: Is a directory"),
             (("--dir", "/nonexistent", "consultar-sat"), "cannot be entered"),
             (("--library", "/nonexistent.so", "consultar-sat"), "The library cannot be loaded"),
         ]
@@ -187,7 +190,51 @@ class Arguments(SatctlTest):
         self.start_emulator()
         drawn = {self.json("consultar-sat")["session"] for _ in range(4)}
         self.assertGreater(len(drawn), 1)
-        self.assertTrue(all(0 < session <= 999999 for session in drawn))
+        self.assertTrue(all(0 < session < 100000 for session in drawn))
+
+    DOCUMENTS = [
+        (("enviar-dados-venda",), "--dados", "venda.xml", "<CFe/>"),
+        (("teste-fim-a-fim",), "--dados", "venda.xml", "<CFe/>"),
+        (("cancelar-ultima-venda", "--chave", "CFe35"), "--dados", "canc.xml", "<CFeCanc/>"),
+        (("configurar-interface-de-rede",), "--configuracao", "rede.xml", "<config/>"),
+        (("comunicar-certificado-icp-brasil",), "--certificado", "cert.pem", CERTIFICATE),
+        (("associar-assinatura", "--cnpj", "1"), "--assinatura", "ac.txt", SIGNATURE),
+    ]
+
+    def sent_by(self, *arguments):
+        """What reaches the device in the last field, and the exit status behind it."""
+        self.write_ini()
+        with ScriptedDevice(self.path("sat0"), lambda command: command.split(b"|")[1] + b"|99099|nada||") as device:
+            support.subprocess.run(self.command(*arguments), capture_output=True, timeout=support.ONE_RUN, check=False,
+                                   env=support.environment(SAT_CODIGO=CODE))
+        os.unlink(self.path("sat0"))
+        return [command.split(b"|")[-1].decode() for command in device.commands]
+
+    def test_a_file_without_its_sign_is_not_sent(self):
+        self.write_ini()
+        for command, option, name, document in self.DOCUMENTS:
+            with self.subTest(command):
+                self.write(name, document)
+                done = self.run_satctl(*command, option, name, expected=USAGE)
+                self.assertIn("%s: this is no " % option, done.err)
+                self.assertIn("%s @FILE, and %s-literal sends" % (option, option), done.err)
+                self.assertEqual(self.sent_by(*command, option, name), [])
+                self.assertEqual(self.sent_by(*command, option, "@" + self.path(name)), [document])
+                self.assertEqual(self.sent_by(*command, option, document), [document])
+
+    def test_a_literal_is_sent_as_it_is(self):
+        for command, option, *_ in self.DOCUMENTS:
+            for text in ("venda.xml", "@venda.xml", "-"):
+                with self.subTest((command, text)):
+                    self.assertEqual(self.sent_by(*command, option, text, option + "-literal"), [text])
+
+    def test_what_may_stand_in_front_of_the_document(self):
+        for text in ("<CFe/>", " \t\r\n<CFe/>", "\ufeff<CFe/>", "\ufeff\n<CFe/>"):
+            with self.subTest(text):
+                self.assertEqual(self.sent_by("enviar-dados-venda", "--dados", text), [text])
+        for content in (b"", b" \n", b"venda", b"\xff\xfe<\x00", b"\xef\xbb\xbf"):
+            with self.subTest(content):
+                self.assertEqual(self.sent_by("enviar-dados-venda", "--dados", "@" + self.write("x", content)), [])
 
 
 class Output(SatctlTest):
@@ -222,6 +269,67 @@ class Output(SatctlTest):
                                expected=REFUSED)
         self.assertIn("holds no document", done.err)
         self.assertFalse(os.path.exists(self.path("x.xml")))
+
+    RECEIPT = b"%s|06000|0000|Emitido|||PENGZT4=|20260301100000|CFe35|1.00||QQ=="
+
+    def save_into_a_folder_that_goes(self, *command, reply=RECEIPT, options=(), expected=NOT_WRITTEN):
+        """The folder was there before the call, and is not when the reply comes."""
+        self.write_ini()
+        target = os.path.join(self.path("cupons"), "cfe.xml")
+        os.mkdir(self.path("cupons"))
+
+        def answer(sent):
+            shutil.rmtree(self.path("cupons"), ignore_errors=True)
+            return reply % sent.split(b"|")[1] if b"%s" in reply else reply
+
+        with ScriptedDevice(self.path("sat0"), answer):
+            done = self.run_satctl(*options, *command, "--save-xml", target, expected=expected)
+        os.unlink(self.path("sat0"))
+        return done
+
+    SALE_COMMAND = ("enviar-dados-venda", "--dados", "@%s" % SALE, "--sessao", "9")
+
+    def test_a_document_that_cannot_be_saved_is_no_success(self):
+        done = self.save_into_a_folder_that_goes(*self.SALE_COMMAND)
+        self.assertIn("the document could not be saved to %s/cupons/cfe.xml: No such file" % self.folder, done.err)
+        self.assertIn("The receipt stands, do not send it again; its XML once more: "
+                      "satctl recuperar --sessao 9 --save-xml FILE", done.err)
+        self.assertIn("  chaveConsulta    CFe35\n", done.out)
+        self.assertIn("=> success", done.out)
+
+    def test_nor_is_it_in_json_and_raw(self):
+        reply = json.loads(self.save_into_a_folder_that_goes(*self.SALE_COMMAND, options=["--json"]).out)
+        self.assertEqual((reply["exitStatus"], reply["status"], reply["class"]), (NOT_WRITTEN, "not-written", "success"))
+        self.assertEqual(reply["fields"]["chaveConsulta"], "CFe35")
+        self.assertNotIn("savedTo", reply["document"])
+        raw = self.save_into_a_folder_that_goes(*self.SALE_COMMAND, options=["--raw"])
+        self.assertEqual(raw.stdout, self.RECEIPT % b"000009" + b"\n")
+
+    def test_nor_is_one_that_is_no_base64(self):
+        done = self.save_into_a_folder_that_goes(*self.SALE_COMMAND, reply=self.RECEIPT.replace(b"PENGZT4=", b"P!"))
+        self.assertIn("the field is no base64", done.err)
+
+    def test_nor_is_one_that_is_not_there(self):
+        done = self.save_into_a_folder_that_goes("consultar-sat", reply=b"%s|08000|SAT em operacao||")
+        self.assertIn("the reply holds no document of this call", done.err)
+
+    def test_the_advice_fits_the_function(self):
+        cases = [(("extrair-logs",), b"%s|15000|ok|||QQ==", "ExtrairLogs can be called again"),
+                 (("ativar-sat", "--subcomando", "2", "--cnpj", "1", "--uf", "SP", "--sessao", "8"),
+                  b"%s|04006|ok|||QQ==", "satctl consultar-numero-sessao --numero 8 --save-xml FILE"),
+                 (("consultar-numero-sessao", "--numero", "9"), self.RECEIPT % b"000009",
+                  "satctl recuperar --sessao 9 --save-xml FILE"),
+                 (("recuperar", "--sessao", "9"), self.RECEIPT % b"000009",
+                  "satctl recuperar --sessao 9 --save-xml FILE")]
+        for command, reply, advice in cases:
+            with self.subTest(command):
+                self.assertIn(advice, self.save_into_a_folder_that_goes(*command, reply=reply).err)
+
+    def test_the_document_of_another_call_is_not_saved(self):
+        self.write_ini()
+        with ScriptedDevice(self.path("sat0"), lambda _: self.RECEIPT % b"000008"):
+            self.sell("--save-xml", self.path("cfe.xml"), expected=support.OTHER_SESSION)
+        self.assertFalse(os.path.exists(self.path("cfe.xml")))
 
     def test_a_saved_file_keeps_the_mode_of_the_one_it_replaces(self):
         self.start_emulator()
@@ -259,7 +367,7 @@ class Output(SatctlTest):
         with open("/dev/full", "wb") as full:
             done = support.subprocess.run(self.command("consultar-sat"), stdout=full, stderr=support.subprocess.PIPE,
                                           timeout=support.ONE_RUN, env=support.environment())
-        self.assertEqual(done.returncode, USAGE)
+        self.assertEqual(done.returncode, NOT_WRITTEN)
         self.assertIn(b"the output could not be written", done.stderr)
 
 

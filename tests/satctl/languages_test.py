@@ -39,7 +39,7 @@ class Help(SatctlTest):
             shown = self.help_of(**variables)
             for command in COMMANDS:
                 self.assertRegex(shown, r"(?m)^  %s " % command)
-            self.assertEqual(re.findall(r"(?m)^  (\d)  \S", shown), list("0123456"))
+            self.assertEqual(re.findall(r"(?m)^  (\d)  \S", shown), list("01234567"))
 
     def test_no_line_is_wider_than_a_manual(self):
         for variables in ({}, PORTUGUESE):
@@ -64,12 +64,12 @@ class Messages(SatctlTest):
     def test_outcomes(self):
         self.start_emulator("--fault", "on ConsultarSAT nth=1 do nak 4", "--fault", "on BloquearSAT do processing 1",
                             "--fault", "on any session=33 do previous")
-        cases = [(("consultar-sat",), LINK_FAILURE, "a comunicação falhou; o resultado é desconhecido"),
+        cases = [(("consultar-sat",), LINK_FAILURE, "o resultado é desconhecido: a comunicação falhou"),
                  (("consultar-sat",), SUCCESS, "sessão "),
                  (("bloquear-sat",), BUSY, "o equipamento está ocupado com outra chamada"),
                  (("enviar-dados-venda", "--dados", "<CFe/>"), REFUSED, "conteúdo inválido; veja CCCC"),
                  (("consultar-sat", "--sessao", "33"), 6, "a resposta traz outro número de sessão"),
-                 (("recuperar", "--sessao", "1"), REFUSED, "O equipamento não conhece a sessão 1.")]
+                 (("recuperar", "--sessao", "1"), REFUSED, "A sessão 1 não emitiu nada")]
         for arguments, status, text in cases:
             with self.subTest(arguments):
                 self.assertIn(text, self.run_satctl(*arguments, expected=status, **PORTUGUESE).out)

@@ -78,9 +78,18 @@ class ExitStatuses(SatctlTest):
         reply = self.outcome(BUSY, "consultar-sat", "--sessao", "7")
         self.assertEqual(reply["EEEEE"], "08098")
         self.assertEqual(reply["fields"]["mensagem"], "SAT em processamento, tente novamente.")
-        sale = self.sell(expected=BUSY)
-        self.assertEqual((sale["EEEEE"], sale["CCCC"]), ("06098", "0000"))
-        self.assertEqual(sale["fields"]["mensagem"], "SAT em processamento, tente novamente.")
+        for session in (0, 4711, 99999):
+            sale = self.sell(session=session, expected=BUSY)
+            self.assertEqual((sale["EEEEE"], sale["CCCC"]), ("06098", "0000"))
+            self.assertEqual(sale["fields"]["mensagem"], "SAT em processamento, tente novamente.")
+        for command in (("enviar-dados-venda", "--dados", "@%s" % SALE),
+                        ("cancelar-ultima-venda", "--chave", "CFe35", "--dados", "<CFeCanc/>")):
+            self.assertIn("nothing was sent; try again in a moment", self.run_satctl(*command, expected=BUSY).err)
+
+    def test_5_locked_port_and_a_session_of_six_digits(self):
+        self.start_emulator()
+        self.hold_port()
+        self.assertEqual(self.sell(session=100000, expected=LINK_FAILURE)["class"], "unsettled")
 
     def test_4_locked_port_and_the_function_without_a_busy_reply(self):
         self.start_emulator()
@@ -117,6 +126,29 @@ class ExitStatuses(SatctlTest):
                 self.outcome(LINK_FAILURE, "consultar-sat", "--sessao", "1")
             os.unlink(self.path("sat0"))
 
+    def test_5_a_reply_that_does_not_decide(self):
+        self.write_ini()
+        sale = ("enviar-dados-venda", "--dados", "@%s" % SALE)
+        cancellation = ("cancelar-ultima-venda", "--chave", "CFe35", "--dados", "<CFeCanc/>")
+        cases = [(sale, code) for code in (b"06097", b"06098", b"06099", b"07000", b"07010", b"08000", b"99099")]
+        cases += [(cancellation, code) for code in (b"07097", b"07098", b"07099", b"06000", b"06010")]
+        for command, code in cases:
+            with self.subTest(command[0] + code.decode()), \
+                    ScriptedDevice(self.path("sat0"), lambda _, code=code: b"000321|%s|0000|mensagem||" % code):
+                reply = self.outcome(LINK_FAILURE, *command, "--sessao", "321")
+                self.assertEqual((reply["EEEEE"], reply["class"]), (code.decode(), "unsettled"))
+                done = self.run_satctl(*command, "--sessao", "321", expected=LINK_FAILURE)
+                self.assertIn("=> unsettled: the device does not say what became of the call\n", done.out)
+                self.assertIn("do not send it again before you know. To find out: satctl recuperar --sessao 321",
+                              done.err)
+            os.unlink(self.path("sat0"))
+
+    def test_1_the_codes_of_other_functions_are_what_they_were(self):
+        self.start_emulator("--fault", "on BloquearSAT session=1 do return 16097 0 m",
+                            "--fault", "on BloquearSAT session=2 do return 16099 0 m")
+        for session in ("1", "2"):
+            self.outcome(REFUSED, "bloquear-sat", "--sessao", session)
+
     def test_5_says_that_a_query_may_be_repeated(self):
         self.start_emulator("--fault", "on any do nak 4")
         self.assertIn("changes nothing in the device", self.run_satctl("consultar-sat", expected=LINK_FAILURE).err)
@@ -149,9 +181,9 @@ class ExitStatuses(SatctlTest):
 
     def test_refusal_without_an_alert_code(self):
         self.write_ini()
-        with ScriptedDevice(self.path("sat0"), lambda _: b"004711|06099|Erro desconhecido||"):
+        with ScriptedDevice(self.path("sat0"), lambda _: b"004711|06010|Conteudo||"):
             reply = self.sell(expected=REFUSED)
-        self.assertEqual(reply["fields"]["mensagem"], "Erro desconhecido")
+        self.assertEqual(reply["fields"]["mensagem"], "Conteudo")
         self.assertNotIn("CCCC", reply)
 
     def test_fields_behind_the_layout_are_shown(self):
@@ -190,7 +222,7 @@ class Recovery(SatctlTest):
             return replies[name] % session
 
         with ScriptedDevice(self.path("sat0"), reply) as device:
-            self.assertEqual(self.recover(502, REFUSED)["verdict"], "not-found")
+            self.assertEqual(self.recover(502, REFUSED)["verdict"], "not-issued")
         self.assertEqual([command.split(b"|")[0] for command in device.commands],
                          [b"ConsultarNumeroSessao", b"ConsultarUltimaSessaoFiscal"])
         self.assertEqual(device.commands[0].split(b"|")[2:], [CODE.encode(), b"000502"])
@@ -205,11 +237,12 @@ class Recovery(SatctlTest):
     def test_an_unknown_session_after_another_sale(self):
         self.start_emulator()
         key = self.sell(session=504)["fields"]["chaveConsulta"]
-        verdict = self.recover(777, REFUSED)
-        self.assertEqual(verdict["verdict"], "not-found")
+        verdict = self.recover(777, LINK_FAILURE)
+        self.assertEqual(verdict["verdict"], "unknown")
         self.assertEqual([reply["function"] for reply in verdict["replies"]],
                          ["ConsultarNumeroSessao", "ConsultarUltimaSessaoFiscal"])
-        text = self.run_satctl("recuperar", "--sessao", "777", expected=REFUSED).out
+        text = self.run_satctl("recuperar", "--sessao", "777", expected=LINK_FAILURE).out
+        self.assertIn("satctl recuperar --sessao 777 --antes KEY. Do not send the sale again before.", text)
         self.assertRegex(text, r"The last sale or cancellation that it knows is session 000504 \(\d{14}, %s\)" % key)
 
     def test_found_as_the_last_fiscal_session(self):
@@ -227,7 +260,10 @@ class Recovery(SatctlTest):
     def test_the_session_of_another_function(self):
         self.start_emulator()
         self.run_satctl("bloquear-sat", "--sessao", "506")
-        self.assertEqual(self.recover(506, SUCCESS)["verdict"], "other-function")
+        self.run_satctl("desbloquear-sat")
+        self.assertEqual(self.recover(506, REFUSED)["verdict"], "not-issued")
+        self.sell(session=507)
+        self.assertEqual(self.recover(506, LINK_FAILURE)["verdict"], "unknown")
 
     def test_failures_of_the_query_leave_the_outcome_unknown(self):
         self.write_ini()
@@ -239,7 +275,68 @@ class Recovery(SatctlTest):
 
     def test_wrong_code(self):
         self.start_emulator()
-        self.assertEqual(self.recover(508, REFUSED, code="nao-e-este")["verdict"], "unknown")
+        self.assertEqual(self.recover(508, LINK_FAILURE, code="nao-e-este")["verdict"], "unknown")
+
+    BEFORE, NEXT, OLDER = ("CFe352603112223330001815990000000100%s1234567" % number for number in ("0100", "0101", "0099"))
+
+    @staticmethod
+    def receipt(session, key, code="06000"):
+        return "%06d|%s|0000|mensagem|||PENGZT4=|20260301100000|%s|1.00||QQ==" % (session, code, key)
+
+    def test_what_the_two_answers_say(self):
+        """Stored reply, last fiscal reply, --antes; exit status, verdict, how many questions."""
+        nothing, busy, unknown = "%s|11003|Sessao nao existe||", "%s|11098|Em processamento||", "%s|11099|Erro||"
+        none_yet = "%s|19003|Nao existe||"
+        stored = ["000600|%s|0000|mensagem||" % code for code in ("06097", "06098", "06099", "07097", "07098", "07099")]
+        sold, before, newer, older = (self.receipt(*which) for which in (
+            (600, self.NEXT), (599, self.BEFORE), (601, self.NEXT), (598, self.OLDER)))
+        cases = [(reply, *rest) for reply in (*stored, nothing, unknown) for rest in (
+            (sold, self.BEFORE, SUCCESS, "issued", 2), (sold, None, SUCCESS, "issued", 2),
+            (before, self.BEFORE, REFUSED, "not-issued", 2), (newer, self.BEFORE, LINK_FAILURE, "unknown", 2),
+            (older, self.BEFORE, LINK_FAILURE, "unknown", 2), (before, None, LINK_FAILURE, "unknown", 2),
+            (none_yet, None, REFUSED, "not-issued", 2), (none_yet, self.BEFORE, LINK_FAILURE, "unknown", 2),
+            ("%s|19098|Em processamento||", self.BEFORE, BUSY, "unknown", 2),
+            ("%s|19001|Codigo||", self.BEFORE, LINK_FAILURE, "unknown", 2))]
+        cases += [(sold, before, self.BEFORE, SUCCESS, "issued", 1),
+                  (sold, before, None, SUCCESS, "issued", 1),
+                  (self.receipt(600, self.NEXT, "07000"), before, self.BEFORE, SUCCESS, "cancelled", 1),
+                  (self.receipt(600, self.BEFORE), before, self.BEFORE, REFUSED, "not-issued", 2),
+                  ("000600|06010|1234|mensagem||", newer, None, REFUSED, "refused", 1),
+                  (busy, before, self.BEFORE, BUSY, "unknown", 1),
+                  ("%s|11097|Sessao||", before, self.BEFORE, LINK_FAILURE, "unknown", 1),
+                  ("000601|06000|0000|m||", before, self.BEFORE, LINK_FAILURE, "unknown", 1)]
+        self.write_ini()
+        answers = {}
+
+        def reply(command):
+            name, session = command.split(b"|")[:2]
+            answer = answers[name].encode()
+            return answer % session if b"%s" in answer else answer
+
+        with ScriptedDevice(self.path("sat0"), reply) as device:
+            for by_session, last, key, status, verdict, questions in cases:
+                with self.subTest((by_session, last, key)):
+                    answers.update({b"ConsultarNumeroSessao": by_session, b"ConsultarUltimaSessaoFiscal": last})
+                    del device.commands[:]
+                    found = self.json("recuperar", "--sessao", "600", *(["--antes", key] if key else []), expected=status)
+                    self.assertEqual((found["verdict"], found["exitStatus"]), (verdict, status))
+                    self.assertEqual(len(device.commands), questions)
+
+    def test_the_document_is_saved(self):
+        self.start_emulator()
+        self.sell(session=510)
+        found = self.json("recuperar", "--sessao", "510", "--save-xml", self.path("cfe.xml"))
+        self.assertEqual(found["document"], {"savedTo": self.path("cfe.xml")})
+        self.assertTrue(self.read("cfe.xml").rstrip().endswith("</CFe>"))
+        os.unlink(self.path("cfe.xml"))
+        shown = self.run_satctl("recuperar", "--sessao", "510", "--save-xml", self.path("cfe.xml")).out
+        self.assertIn("XML    (document saved to %s)" % self.path("cfe.xml"), shown)
+        self.assertIn("<CFe", self.read("cfe.xml"))
+
+    def test_no_document_is_saved_where_nothing_was_issued(self):
+        self.start_emulator()
+        self.run_satctl("recuperar", "--sessao", "511", "--save-xml", self.path("cfe.xml"), expected=REFUSED)
+        self.assertFalse(os.path.exists(self.path("cfe.xml")))
 
 
 if __name__ == "__main__":

@@ -21,7 +21,7 @@ CODE = "codigo-8642"
 ALARM = 100  # seconds for one test
 ONE_RUN = 60
 
-SUCCESS, REFUSED, USAGE, NO_DEVICE, BUSY, LINK_FAILURE, OTHER_SESSION = range(7)
+SUCCESS, REFUSED, USAGE, NO_DEVICE, BUSY, LINK_FAILURE, OTHER_SESSION, NOT_WRITTEN = range(8)
 
 # A sanitizer's report must never look like an answer of satctl.
 SANITIZER_EXIT = 99

@@ -170,7 +170,9 @@ class Codes(SatctlTest):
                          "06010  Erro de validacao do conteudo\n  EnviarDadosVenda, content\n")
         self.assertEqual(self.json("codigo", "4000"), {"code": "04000", "known": True, "message": "SAT Ativado Corretamente",
                                                        "function": "AtivarSAT", "class": "success"})
-        self.assertEqual(self.json("codigo", "6098")["class"], "busy")
+        self.assertEqual(self.json("codigo", "8098")["class"], "busy")
+        for code in ("6097", "6098", "6099", "7097", "7098", "7099"):
+            self.assertEqual(self.json("codigo", code)["class"], "unsettled")
         self.assertEqual(self.json("codigo", "4219")["class"], "sefaz")
         self.assertEqual(self.json("codigo", "4004")["class"], "state")
 

@@ -33,7 +33,58 @@ std::string secret_value(const std::string& given) {
   return std::string(trimmed(read_argument(given)));
 }
 
-std::string value_of(const Library& library, const Parameter& parameter, const std::string& given) {
+// What a document looks like. A file's name that was given without its "@" does not.
+struct Form {
+  ParameterKind kind;
+  bool (*fits)(std::string_view text);
+  Text what;
+};
+
+bool is_xml(std::string_view text) {
+  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+  if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());
+  return trimmed(text).starts_with('<');
+}
+
+bool is_pem(std::string_view text) {
+  return text.find("-----BEGIN ") != std::string_view::npos;
+}
+
+bool is_all_base64(std::string_view text) {
+  constexpr std::string_view kCharacters =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/=\r\n";
+  return !text.empty() && text.find_first_not_of(kCharacters) == std::string_view::npos;
+}
+
+constexpr std::array kForms{
+    Form{ParameterKind::xml,
+         is_xml,
+         {"this is no XML (\"<\" comes first)", "isto não é XML (começa por \"<\")"}},
+    Form{ParameterKind::certificate,
+         is_pem,
+         {"this is no certificate (\"-----BEGIN \" stands in it)",
+          "isto não é um certificado (contém \"-----BEGIN \")"}},
+    Form{ParameterKind::signature, is_all_base64, {"this is no base64", "isto não é base64"}},
+};
+
+const Form* form_of(ParameterKind kind) {
+  const auto found =
+      std::find_if(kForms.begin(), kForms.end(), [kind](const Form& form) { return form.kind == kind; });
+  return found == kForms.end() ? nullptr : &*found;
+}
+
+void check_form(const Parameter& parameter, const std::string& value) {
+  const Form* form = form_of(parameter.kind);
+  if (form == nullptr || form->fits(value)) return;
+  const std::string option = option_name(parameter);
+  throw UsageError(
+      fill({"{}: {}; a file is given as {} @FILE, and {}-literal sends the text as it is",
+            "{}: {}; um arquivo é informado como {} @ARQUIVO, e {}-literal envia o texto como está"},
+           {option, tr(form->what), option, option}));
+}
+
+std::string value_of(const Library& library, const Parameter& parameter, const GivenArgument& argument) {
+  const std::string& given = argument.text;
   switch (parameter.kind) {
     case ParameterKind::activation_code:
       return activation_code_value(given);
@@ -54,6 +105,14 @@ std::string value_of(const Library& library, const Parameter& parameter, const s
     case ParameterKind::text:
     case ParameterKind::taxpayer:
       return read_argument(given);
+    case ParameterKind::xml:
+    case ParameterKind::certificate:
+    case ParameterKind::signature: {
+      if (argument.literal) return given;
+      std::string value = read_argument(given);
+      check_form(parameter, value);
+      return value;
+    }
   }
   return given;
 }
@@ -71,6 +130,10 @@ void check_transmissible(const Parameter& parameter, const std::string& value, b
 }
 
 }  // namespace
+
+bool has_form(ParameterKind kind) {
+  return form_of(kind) != nullptr;
+}
 
 std::optional<int> find_state(const Library& library, const std::string& text) {
   const auto letters = library.function<decltype(SAT_Get_IBGE_UF_Name)>("SAT_Get_IBGE_UF_Name");
@@ -90,8 +153,11 @@ std::string activation_code_value(const std::string& given) {
 }
 
 std::vector<std::string> argument_values(const Library& library, const Function& function,
-                                         const std::vector<std::string>& given) {
-  if (std::count(given.begin(), given.end(), "-") > 1) {
+                                         const std::vector<GivenArgument>& given) {
+  const auto is_standard_input = [](const GivenArgument& argument) {
+    return argument.text == "-" && !argument.literal;
+  };
+  if (std::count_if(given.begin(), given.end(), is_standard_input) > 1) {
     throw UsageError(
         tr({"only one argument can come from standard input", "só um argumento pode vir da entrada padrão"}));
   }

@@ -11,10 +11,18 @@
 
 namespace satctl {
 
+struct GivenArgument {
+  std::string text;
+  bool literal = false;  // to be sent as it is: neither @FILE nor -, and not checked for its form
+};
+
+// Whether the form of the value is checked, so that a literal one has an option of its own.
+bool has_form(ParameterKind kind);
+
 // The values to hand to the library: files read, states translated, everything checked that would break
 // the command before it reaches the device. Throws UsageError.
 std::vector<std::string> argument_values(const Library& library, const Function& function,
-                                         const std::vector<std::string>& given);
+                                         const std::vector<GivenArgument>& given);
 
 // The activation code: as given, or from SAT_CODIGO. Throws UsageError.
 std::string activation_code_value(const std::string& given);

@@ -6,6 +6,7 @@
 
 #include "printable.h"
 #include "progress.h"
+#include "settlement.h"
 #include "terminal.h"
 
 namespace satctl {
@@ -51,11 +52,20 @@ Colour colour_of(ExitStatus status) {
   }
 }
 
+constexpr Text kTryAgain{"try again in a moment; satctl doctor says who holds the port.",
+                         "tente de novo em instantes; satctl doctor diz quem ocupa a porta."};
+constexpr Text kNothingSent{
+    "nothing was sent; try again in a moment; satctl doctor says who holds the port.",
+    "nada foi enviado; tente de novo em instantes; satctl doctor diz quem ocupa a porta."};
+
 }  // namespace
 
-int draw_session() {
+int draw_session(int other_than) {
   std::random_device source;
-  return std::uniform_int_distribution<int>(1, kLargestSession)(source);
+  std::uniform_int_distribution<int> draw(1, kSessionsToDraw - 1);
+  int session = draw(source);
+  while (session == other_than) session = draw(source);
+  return session;
 }
 
 Reply make_call(const Library& library, const Request& request, const std::vector<std::string>& values) {
@@ -96,9 +106,8 @@ void explain_failure(const Reply& reply) {
                 tr({"satctl doctor says what is missing.", "satctl doctor diz o que falta."}));
   }
   if (reply.status() == ExitStatus::busy) {
-    print_error(std::string("satctl: ") +
-                tr({"try again in a moment; satctl doctor says who holds the port.",
-                    "tente de novo em instantes; satctl doctor diz quem ocupa a porta."}));
+    const bool fiscal = request.function->effect == Effect::fiscal;
+    print_error(std::string("satctl: ") + tr(fiscal ? kNothingSent : kTryAgain));
   }
 }
 

@@ -14,8 +14,8 @@ namespace satctl {
 
 constexpr int kLargestSession = 999'999;
 
-// A random one, 1 to 999999: the device refuses the number of the call before.
-int draw_session();
+// A random one, 1 to 99999, other than the given one: the device refuses the number of the call before.
+int draw_session(int other_than = 0);
 
 Reply make_call(const Library& library, const Request& request, const std::vector<std::string>& values);
 

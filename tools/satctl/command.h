@@ -21,6 +21,7 @@ inline constexpr Text kNumberType{"NUMBER", "NÚMERO"};
 inline constexpr Text kTextType{"TEXT", "TEXTO"};
 inline constexpr Text kFileType{"FILE", "ARQUIVO"};
 inline constexpr Text kFolderType{"FOLDER", "PASTA"};
+inline constexpr Text kKeyType{"KEY", "CHAVE"};
 
 namespace groups {
 inline constexpr Text kFunctions{"SAT functions", "Funções do SAT"};

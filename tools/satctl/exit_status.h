@@ -17,6 +17,7 @@ enum class ExitStatus : int {
   busy = 4,
   link_failure = 5,
   other_session = 6,
+  not_written = 7,
 };
 
 struct ExitStatusRow {
@@ -39,13 +40,18 @@ inline constexpr std::array kExitStatuses{
     ExitStatusRow{ExitStatus::busy,
                   "busy",
                   {"the device is busy with another call", "o equipamento está ocupado com outra chamada"}},
-    ExitStatusRow{
-        ExitStatus::link_failure,
-        "link-failure",
-        {"the link failed; the outcome is unknown", "a comunicação falhou; o resultado é desconhecido"}},
+    ExitStatusRow{ExitStatus::link_failure,
+                  "link-failure",
+                  {"the outcome is unknown: the link failed, or the reply does not decide",
+                   "o resultado é desconhecido: a comunicação falhou, ou a resposta não decide"}},
     ExitStatusRow{ExitStatus::other_session,
                   "other-session",
-                  {"the reply carries another session number", "a resposta traz outro número de sessão"}},
+                  {"the reply carries another session number; the outcome is unknown",
+                   "a resposta traz outro número de sessão; o resultado é desconhecido"}},
+    ExitStatusRow{ExitStatus::not_written,
+                  "not-written",
+                  {"done, but the output or the document of --save-xml could not be written",
+                   "feito, mas não foi possível gravar a saída ou o documento de --save-xml"}},
 };
 
 constexpr const ExitStatusRow& row_of(ExitStatus status) {

@@ -1,16 +1,11 @@
 // satctl <function>: the sixteen functions of the standard, and the version.
 
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <memory>
 
 #include "arguments.h"
 #include "call.h"
 #include "command.h"
+#include "document.h"
 #include "printable.h"
 #include "terminal.h"
 
@@ -18,84 +13,45 @@ namespace satctl {
 
 namespace {
 
-namespace fs = std::filesystem;
-
-constexpr Text kSessionHelp{"session number, 0 to 999999 (default: drawn at random)",
-                            "número de sessão, de 0 a 999999 (padrão: sorteado)"};
-constexpr Text kSaveHelp{"save the document in the reply (XML, certificate request, log), decoded",
-                         "salvar o documento da resposta (XML, pedido de certificado, log), decodificado"};
-constexpr Text kNotShown{"(document, {} characters of base64; --save-xml FILE saves it)",
-                         "(documento, {} caracteres de base64; --save-xml ARQUIVO o salva)"};
-constexpr Text kSaved{"(document saved to {})", "(documento salvo em {})"};
-constexpr Text kNotSaved{
-    "the document could not be saved to {}: {}; "
-    "satctl consultar-numero-sessao --numero {} --save-xml gets it again",
-    "não foi possível salvar o documento em {}: {}; "
-    "satctl consultar-numero-sessao --numero {} --save-xml o obtém de novo"};
-constexpr Text kNoBase64{"the field is no base64", "o campo não é base64"};
-constexpr Text kNoDocument{"the reply holds no document; {} was not written",
-                           "a resposta não traz documento; {} não foi gravado"};
+constexpr Text kSessionHelp{"session number, 0 to 999999 (default: drawn at random, below 100000)",
+                            "número de sessão, de 0 a 999999 (padrão: sorteado, abaixo de 100000)"};
+constexpr Text kLiteralHelp{"send the value of {} as it is: no file's name, and not checked",
+                            "enviar o valor de {} como está: não é nome de arquivo nem é conferido"};
 
 // What the user gave for one call.
 struct GivenCall {
   const Function* function;
-  std::vector<std::string> arguments;
+  std::vector<GivenArgument> arguments;
   int session = -1;
   std::string save;
 };
 
-void check_target(const fs::path& target) {
-  std::error_code error;
-  const fs::path parent = target.parent_path();
-  const int reason = fs::is_directory(target, error) ? EISDIR : access(parent.c_str(), W_OK) == 0 ? 0 : errno;
-  if (reason == 0) return;
-  throw UsageError(fill({"{} cannot be written: {}", "{} não pode ser gravado: {}"},
-                        {target.string(), std::strerror(reason)}));
-}
-
-// Where the document went, in words; empty if it is nowhere.
-std::string save_document(const Library& library, const Reply& reply, const fs::path& target) {
-  const NamedField* document = reply.document();
-  if (target.empty()) return {};
-  if (document == nullptr) {
-    print_error("satctl: " + fill(kNoDocument, {target.string()}));
-    return {};
-  }
-  const auto content = library.decode_base64(document->value);
-  if (content && replace_file(target, *content)) return target.string();
-  const std::string reason = content ? std::strerror(errno) : tr(kNoBase64);
-  print_error("satctl: " +
-              fill(kNotSaved, {target.string(), reason, std::to_string(reply.request().session)}));
-  return {};
-}
-
-void report(const Library& library, const Reply& reply, const Settings& settings, const std::string& saved) {
+void report(const Library& library, const Reply& reply, const Settings& settings, const Saving& saving) {
   if (settings.raw) {
     print_line(reply.raw());
   } else if (settings.json) {
     auto object = json_of(library, reply);
-    if (!saved.empty()) object["document"]["savedTo"] = valid_utf8(saved);
+    add_saving(object, saving, status_after(saving, reply.status()));
     print_json(object);
   } else {
-    const NamedField* document = reply.document();
-    const std::string size = document == nullptr ? "0" : std::to_string(document->value.size());
-    show_reply(library, reply, saved.empty() ? fill(kNotShown, {size}) : fill(kSaved, {saved}));
+    show_reply(library, reply, document_note(reply, saving));
   }
   explain_failure(reply);
 }
 
 ExitStatus call_function(const GivenCall& given, const Settings& settings) {
-  const fs::path target = given.save.empty() ? fs::path() : fs::absolute(given.save);
-  if (!target.empty()) check_target(target);
+  const std::filesystem::path target = save_target(given.save);
   const Library library(settings.library);
   const auto values = argument_values(library, *given.function, given.arguments);
   enter(settings.folder);
 
-  Request request{given.function, given.session < 0 ? draw_session() : given.session};
-  if (given.function->reply_session == ReplySession::asked) request.asked_session = std::stoi(values.back());
+  const bool asks = given.function->reply_session == ReplySession::asked;
+  const int asked = asks ? std::stoi(values.back()) : -1;
+  const Request request{given.function, given.session < 0 ? draw_session(asked) : given.session, asked};
   const Reply reply = make_call(library, request, values);
-  report(library, reply, settings, save_document(library, reply, target));
-  return reply.status();
+  const Saving saving = save_document(library, reply, target);
+  report(library, reply, settings, saving);
+  return status_after(saving, reply.status());
 }
 
 void add_function_command(CommandLine& line, const Function& function) {
@@ -108,8 +64,13 @@ void add_function_command(CommandLine& line, const Function& function) {
   for (std::size_t i = 0; i < function.parameters.size(); ++i) {
     const Parameter& parameter = function.parameters[i];
     const std::string help = std::string(tr(parameter.help)) + " [" + parameter.name + "]";
-    auto* option = command->add_option(std::string("--") + parameter.option, given->arguments[i], help);
-    option->required(parameter.kind != ParameterKind::activation_code);
+    const std::string name = std::string("--") + parameter.option;
+    GivenArgument& argument = given->arguments[i];
+    command->add_option(name, argument.text, help)
+        ->required(parameter.kind != ParameterKind::activation_code);
+    if (has_form(parameter.kind)) {
+      command->add_flag(name + "-literal", argument.literal, fill(kLiteralHelp, {name}));
+    }
   }
   command->add_option("--sessao", given->session, tr(kSessionHelp))
       ->check(number_between(0, kLargestSession))

@@ -47,7 +47,7 @@ constexpr Parameter kCode{"codigo",
                            "código de ativação: valor, @ARQUIVO, - (entrada padrão), ou em SAT_CODIGO"}};
 constexpr Parameter kSale{"dados",
                           "dadosVenda",
-                          text,
+                          xml,
                           {"XML of the sale: @FILE, - (standard input) or the text itself",
                            "XML da venda: @ARQUIVO, - (entrada padrão) ou o próprio texto"}};
 
@@ -67,7 +67,7 @@ constexpr std::array kActivation{
 constexpr std::array kCertificate{kCode,
                                   Parameter{"certificado",
                                             "certificado",
-                                            text,
+                                            certificate,
                                             {"ICP-Brasil certificate: @FILE, - or the text itself",
                                              "certificado ICP-Brasil: @ARQUIVO, - ou o próprio texto"}}};
 constexpr std::array kSaleOnly{kCode, kSale};
@@ -79,7 +79,7 @@ constexpr std::array kCancellation{
               {"access key of the receipt: CFe and 44 digits", "chave de acesso do cupom: CFe e 44 dígitos"}},
     Parameter{"dados",
               "dadosCancelamento",
-              text,
+              xml,
               {"XML of the cancellation: @FILE, - or the text itself",
                "XML do cancelamento: @ARQUIVO, - ou o próprio texto"}}};
 constexpr std::array kSessionQuery{kCode,
@@ -90,7 +90,7 @@ constexpr std::array kSessionQuery{kCode,
 constexpr std::array kNetwork{kCode,
                               Parameter{"configuracao",
                                         "dadosConfiguracao",
-                                        text,
+                                        xml,
                                         {"XML of the network settings: @FILE, - or the text itself",
                                          "XML da configuração de rede: @ARQUIVO, - ou o próprio texto"}}};
 constexpr std::array kAssociation{
@@ -102,7 +102,7 @@ constexpr std::array kAssociation{
                "CNPJ da software house e CNPJ do contribuinte, 28 dígitos seguidos"}},
     Parameter{"assinatura",
               "assinaturaCNPJs",
-              text,
+              signature,
               {"signature in base64: @FILE, - or the text itself",
                "assinatura em base64: @ARQUIVO, - ou o próprio texto"}}};
 constexpr std::array kCodeChange{

@@ -12,6 +12,9 @@ namespace satctl {
 
 enum class ParameterKind {
   text,             // a value, @FILE or -
+  xml,              // the same, and nothing but XML, so that no file's name goes to the device in its place
+  certificate,      // the same with PEM
+  signature,        // the same with base64
   activation_code,  // also from SAT_CODIGO; a secret
   secret,           // a secret, without a default
   taxpayer,         // CNPJ: masked in logs

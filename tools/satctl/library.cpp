@@ -36,7 +36,7 @@ std::filesystem::path path_of(void* handle) {
   return error ? std::filesystem::path(map->l_name) : path;
 }
 
-bool is_base64(char c) {
+bool is_base64_character(char c) {
   return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '+' || c == '/';
 }
 
@@ -46,7 +46,7 @@ std::optional<std::string> clean_base64(std::string text) {
   const auto end = text.find_last_not_of('=');
   const std::size_t letters = end == std::string::npos ? 0 : end + 1;
   if (text.size() % 4 != 0 || text.size() - letters > 2 || letters == 0) return std::nullopt;
-  if (!std::all_of(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(letters), is_base64)) {
+  if (!std::all_of(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(letters), is_base64_character)) {
     return std::nullopt;
   }
   return text;

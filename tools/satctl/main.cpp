@@ -22,7 +22,7 @@ constexpr Text kExamples{
     "  export SAT_CODIGO=...                            the activation code, out of the process list\n"
     "  satctl consultar-status-operacional              state, clock, certificate\n"
     "  satctl enviar-dados-venda --dados @venda.xml --save-xml cfe.xml\n"
-    "  satctl recuperar --sessao 123456                 what became of a sale whose reply was lost\n"
+    "  satctl recuperar --sessao 12345                  what became of a sale whose reply was lost\n"
     "  satctl log --calls                               today's calls, step by step\n"
     "\nsatctl COMMAND --help shows the options of a command; the manual is satctl(1).\n",
     "\nPrimeiros passos:\n"
@@ -31,7 +31,7 @@ constexpr Text kExamples{
     "  export SAT_CODIGO=...                            o código de ativação, fora da lista de processos\n"
     "  satctl consultar-status-operacional              estado, relógio, certificado\n"
     "  satctl enviar-dados-venda --dados @venda.xml --save-xml cfe.xml\n"
-    "  satctl recuperar --sessao 123456                 o que houve com a venda cuja resposta se perdeu\n"
+    "  satctl recuperar --sessao 12345                  o que houve com a venda cuja resposta se perdeu\n"
     "  satctl log --calls                               as chamadas de hoje, passo a passo\n"
     "\nsatctl COMANDO --help mostra as opções de um comando; o manual é satctl(1).\n"};
 
@@ -131,7 +131,8 @@ int main(int argc, char** argv) {
     status = fail(error.what());
   }
   if (!output_arrived() && status == ExitStatus::success) {
-    return static_cast<int>(fail(tr({"the output could not be written", "não foi possível gravar a saída"})));
+    fail(tr({"the output could not be written", "não foi possível gravar a saída"}));
+    status = ExitStatus::not_written;
   }
   return static_cast<int>(status);
 }

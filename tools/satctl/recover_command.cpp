@@ -6,169 +6,203 @@
 #include "arguments.h"
 #include "call.h"
 #include "command.h"
+#include "document.h"
 #include "printable.h"
+#include "settlement.h"
 #include "terminal.h"
 
 namespace satctl {
 
 namespace {
 
-enum class Verdict { issued, cancelled, other_reply, refused, not_found, query_failed };
+constexpr ExitStatus kUnknown = ExitStatus::link_failure;
 
-struct VerdictRow {
-  Verdict verdict;
+struct Verdict {
+  Fate fate;
   const char* name;
+  ExitStatus status;
   Text text;
 };
 
-constexpr VerdictRow kVerdicts[] = {
-    {Verdict::issued,
+constexpr Verdict kVerdicts[] = {
+    {Fate::issued,
      "issued",
+     ExitStatus::success,
      {"Session {} made a sale; do not send it again.", "A sessão {} emitiu a venda; não a reenvie."}},
-    {Verdict::cancelled,
+    {Fate::cancelled,
      "cancelled",
+     ExitStatus::success,
      {"Session {} cancelled a sale; do not send it again.", "A sessão {} cancelou uma venda; não reenvie."}},
-    {Verdict::other_reply,
-     "other-function",
-     {"Session {} was no sale or cancellation; this is its reply.",
-      "A sessão {} não foi venda nem cancelamento; esta é a resposta dela."}},
-    {Verdict::refused,
+    {Fate::refused,
      "refused",
+     ExitStatus::refused,
      {"The device refused session {}: nothing was issued. Put the cause right and send with a new session number.",
       "O equipamento recusou a sessão {}: nada foi emitido. Corrija a causa e envie com novo número de sessão."}},
-    {Verdict::not_found,
-     "not-found",
-     {"The device does not know session {}. If nothing else was sold since, it was never carried out and can be sent "
-      "with a new session number; otherwise look for the receipt in the device's list first.",
-      "O equipamento não conhece a sessão {}. Se nada mais foi vendido depois dela, ela não foi executada e pode ser "
-      "enviada com novo número de sessão; senão, procure antes o cupom na lista do equipamento."}},
-    {Verdict::query_failed,
+    {Fate::not_issued,
+     "not-issued",
+     ExitStatus::refused,
+     {"Session {} issued nothing: the device has no newer receipt than the one from before. Send with a new session "
+      "number.",
+      "A sessão {} não emitiu nada: o equipamento não tem cupom mais novo que o de antes. Envie com novo número de "
+      "sessão."}},
+    {Fate::no_comparison,
      "unknown",
-     {"Nothing is known of session {} yet: the device could not be asked. Ask again; do not send the sale again.",
-      "Ainda não se sabe da sessão {}: não foi possível consultar o equipamento. Consulte de novo; não reenvie."}},
+     kUnknown,
+     {"The device does not say what became of session {}. Compare its last receipt, below, with the last one that the "
+      "till knew before: satctl recuperar --sessao {} --antes KEY. Do not send the sale again before.",
+      "O equipamento não diz o que houve com a sessão {}. Compare o último cupom dele, abaixo, com o último que o PDV "
+      "conhecia antes: satctl recuperar --sessao {} --antes CHAVE. Não reenvie a venda antes disso."}},
+    {Fate::newer_receipts,
+     "unknown",
+     kUnknown,
+     {"The device does not say what became of session {}, and has issued for another session since. Look for the sale "
+      "among its receipts; do not send it again before.",
+      "O equipamento não diz o que houve com a sessão {} e já emitiu para outra sessão depois. Procure a venda entre "
+      "os cupons dele; não reenvie antes disso."}},
+    {Fate::misfit,
+     "unknown",
+     kUnknown,
+     {"The device does not say what became of session {}, and the receipt given with --antes is none that came before "
+      "its last one: another device, or a wrong key. Do not send the sale again before you know.",
+      "O equipamento não diz o que houve com a sessão {}, e o cupom informado em --antes não veio antes do último "
+      "dele: outro equipamento ou chave errada. Não reenvie a venda antes de saber."}},
 };
 
-const VerdictRow& row_of(Verdict verdict) {
-  return kVerdicts[static_cast<std::size_t>(verdict)];
-}
+constexpr const char* kAskAgainName = "unknown";
+constexpr Text kAskAgain{
+    "Nothing is known of session {} yet: the device could not be asked. Ask again; do not send the sale again.",
+    "Ainda não se sabe da sessão {}: não foi possível consultar o equipamento. Consulte de novo; não reenvie."};
 
 constexpr Text kReceipt{"  key    {}\n  date   {}\n  total  {}", "  chave  {}\n  data   {}\n  total  {}"};
+constexpr Text kDocument{"  XML    {}", "  XML    {}"};
 constexpr Text kLastSession{"  The last sale or cancellation that it knows is session {} ({}, {}).",
                             "  A última venda ou cancelamento que ele conhece é a sessão {} ({}, {})."};
+
+struct GivenRecovery {
+  int session = 0;
+  std::string code;
+  std::string before;
+  std::string save;
+};
 
 // The two queries, and what they say.
 struct Inquiry {
   int session;
   std::vector<Reply> replies;
-  Verdict verdict = Verdict::query_failed;
-  std::size_t decisive = 0;  // the reply that decided
+  const Verdict* verdict = nullptr;  // null: the device could not be asked
 
-  const Reply& deciding_reply() const { return replies[decisive]; }
+  const Reply& deciding_reply() const { return replies.back(); }
+  bool has_receipt() const { return verdict != nullptr && verdict->status == ExitStatus::success; }
+  const char* name() const { return verdict == nullptr ? kAskAgainName : verdict->name; }
+  std::string text() const {
+    const std::string number = std::to_string(session);
+    return fill(verdict == nullptr ? kAskAgain : verdict->text, {number, number});
+  }
 };
 
-bool is_reply_of(const Reply& reply, int session) {
-  const std::string_view text = reply.field("numeroSessao");
-  return all_digits(text) && std::stol(std::string(text)) == session;
+const Verdict* verdict_of(Fate fate) {
+  return &kVerdicts[static_cast<std::size_t>(fate)];
 }
 
-Verdict verdict_of_stored(const Reply& stored) {
-  constexpr int kIssued = 6000, kCancelled = 7000;
-  if (stored.number() == kIssued) return Verdict::issued;
-  if (stored.number() == kCancelled) return Verdict::cancelled;
-  const Function* function = find_function_by_code(stored.return_code());
-  const bool fiscal = function != nullptr && function->effect == Effect::fiscal;
-  return fiscal ? Verdict::refused : Verdict::other_reply;
-}
-
-Reply ask(const Library& library, const char* name, int about, const std::vector<std::string>& values) {
-  const Request request{find_function(name), draw_session(), about};
+Reply ask(const Library& library, const char* name, int about, int session_before,
+          const std::vector<std::string>& values) {
+  const Request request{find_function(name), draw_session(session_before), about};
   return make_call(library, request, values);
 }
 
-bool unknown_to_device(const Reply& reply) {
-  constexpr int kNoSuchSession = 11003;
-  return reply.number() == kNoSuchSession;
+// Whether the device was asked, and has nothing to say about the session.
+bool knows_nothing(const Reply& reply) {
+  constexpr int kNoSuchSession = 11003, kUnknownError = 11099;
+  return reply.number() == kNoSuchSession || reply.number() == kUnknownError;
 }
 
-Inquiry inquire(const Library& library, int session, const std::string& code) {
+// Whether the device has never issued anything.
+bool has_no_receipt(const Reply& reply) {
+  constexpr int kNoFiscalSession = 19003;
+  return reply.number() == kNoFiscalSession;
+}
+
+Inquiry inquire(const Library& library, int session, const std::string& code,
+                std::optional<std::string_view> before) {
   Inquiry inquiry{session, {}};
-  inquiry.replies.push_back(ask(library, "ConsultarNumeroSessao", session, {code, std::to_string(session)}));
-  const Reply& by_number = inquiry.replies.front();
-  if (by_number.status() == ExitStatus::success && is_reply_of(by_number, session)) {
-    inquiry.verdict = verdict_of_stored(by_number);
+  inquiry.replies.push_back(
+      ask(library, "ConsultarNumeroSessao", session, session, {code, std::to_string(session)}));
+  const Reply& stored = inquiry.replies.back();
+  const int query_session = stored.request().session;
+  if (stored.status() == ExitStatus::success) {
+    if (const auto fate = fate_by_session(session, stored.evidence(), before)) {
+      inquiry.verdict = verdict_of(*fate);
+      return inquiry;
+    }
+  } else if (!knows_nothing(stored)) {
     return inquiry;
   }
-  if (!unknown_to_device(by_number)) return inquiry;
 
-  inquiry.replies.push_back(ask(library, "ConsultarUltimaSessaoFiscal", session, {code}));
+  inquiry.replies.push_back(ask(library, "ConsultarUltimaSessaoFiscal", session, query_session, {code}));
   const Reply& last = inquiry.replies.back();
-  inquiry.decisive = 1;
-  if (last.status() == ExitStatus::success) {
-    inquiry.verdict = is_reply_of(last, session) ? verdict_of_stored(last) : Verdict::not_found;
-  } else if (last.outcome() == "not-found") {
-    inquiry.verdict = Verdict::not_found;
+  if (last.status() == ExitStatus::success || has_no_receipt(last)) {
+    inquiry.verdict = verdict_of(fate_by_last_receipt(session, last.evidence(), before));
   }
   return inquiry;
 }
 
+// A query that was refused says nothing about the sale: 1 would read as "nothing was issued".
 ExitStatus status_of(const Inquiry& inquiry) {
-  switch (inquiry.verdict) {
-    case Verdict::issued:
-    case Verdict::cancelled:
-    case Verdict::other_reply:
-      return ExitStatus::success;
-    case Verdict::refused:
-    case Verdict::not_found:
-      return ExitStatus::refused;
-    case Verdict::query_failed:
-      return inquiry.replies.back().status();
-  }
-  return ExitStatus::link_failure;
+  if (inquiry.verdict != nullptr) return inquiry.verdict->status;
+  const ExitStatus status = inquiry.deciding_reply().status();
+  const bool says_why = status == ExitStatus::no_device || status == ExitStatus::busy;
+  return says_why ? status : kUnknown;
 }
 
-void show(const Library& library, const Inquiry& inquiry) {
+void show(const Library& library, const Inquiry& inquiry, const Saving& saving) {
   const Reply& reply = inquiry.deciding_reply();
-  print_line(fill(row_of(inquiry.verdict).text, {std::to_string(inquiry.session)}));
-  switch (inquiry.verdict) {
-    case Verdict::issued:
-    case Verdict::cancelled:
-      print_line(fill(kReceipt, {printable(reply.field("chaveConsulta")), printable(reply.field("timeStamp")),
-                                 printable(reply.field("valorTotalCFe"))}));
-      break;
-    case Verdict::not_found:
-      if (reply.status() == ExitStatus::success) {
-        print_line(
-            fill(kLastSession, {printable(reply.field("numeroSessao")), printable(reply.field("timeStamp")),
-                                printable(reply.field("chaveConsulta"))}));
-      }
-      break;
-    default:
-      show_fields(library, reply, {});
+  print_line(inquiry.text());
+  if (inquiry.has_receipt()) {
+    print_line(fill(kReceipt, {printable(reply.field("chaveConsulta")), printable(reply.field("timeStamp")),
+                               printable(reply.field("valorTotalCFe"))}));
+    print_line(fill(kDocument, {document_note(reply, saving)}));
+  } else if (inquiry.replies.size() > 1 && !reply.field("chaveConsulta").empty()) {
+    print_line(
+        fill(kLastSession, {printable(reply.field("numeroSessao")), printable(reply.field("timeStamp")),
+                            printable(reply.field("chaveConsulta"))}));
+  } else {
+    show_fields(library, reply, {});
   }
 }
 
-void show_as_json(const Library& library, const Inquiry& inquiry) {
+void show_as_json(const Library& library, const Inquiry& inquiry, const Saving& saving) {
   nlohmann::ordered_json object;
   object["session"] = inquiry.session;
-  object["verdict"] = row_of(inquiry.verdict).name;
-  object["exitStatus"] = static_cast<int>(status_of(inquiry));
-  object["meaning"] = fill(row_of(inquiry.verdict).text, {std::to_string(inquiry.session)});
+  object["verdict"] = inquiry.name();
+  add_saving(object, saving, status_after(saving, status_of(inquiry)));
+  object["meaning"] = inquiry.text();
   for (const Reply& reply : inquiry.replies) object["replies"].push_back(json_of(library, reply));
   print_json(object);
 }
 
-ExitStatus recover(int session, const std::string& code, const Settings& settings) {
+std::optional<std::string_view> receipt_before(const std::string& given) {
+  if (given.empty()) return std::nullopt;
+  if (is_access_key(given)) return given;
+  throw UsageError(tr({"--antes: an access key is needed: CFe and 44 digits",
+                       "--antes: precisa ser uma chave de acesso: CFe e 44 dígitos"}));
+}
+
+ExitStatus recover(const GivenRecovery& given, const Settings& settings) {
+  const auto before = receipt_before(given.before);
+  const std::filesystem::path target = save_target(given.save);
   const Library library(settings.library);
-  const std::string activation_code = activation_code_value(code);
+  const std::string activation_code = activation_code_value(given.code);
   enter(settings.folder);
-  const Inquiry inquiry = inquire(library, session, activation_code);
+  const Inquiry inquiry = inquire(library, given.session, activation_code, before);
+  const Saving saving =
+      inquiry.has_receipt() ? save_document(library, inquiry.deciding_reply(), target) : Saving{};
   if (settings.raw)
     print_line(inquiry.deciding_reply().raw());
   else if (settings.json)
-    show_as_json(library, inquiry);
+    show_as_json(library, inquiry, saving);
   else
-    show(library, inquiry);
-  return status_of(inquiry);
+    show(library, inquiry, saving);
+  return status_after(saving, status_of(inquiry));
 }
 
 }  // namespace
@@ -177,11 +211,7 @@ void add_recover_command(CommandLine& line) {
   CLI::App* command = add_command(line.app, "recuperar", groups::kFunctions,
                                   {"find out what became of a sale whose reply was lost",
                                    "descobrir o que houve com uma venda cuja resposta se perdeu"});
-  struct Given {
-    int session = 0;
-    std::string code;
-  };
-  const auto given = std::make_shared<Given>();
+  const auto given = std::make_shared<GivenRecovery>();
   command
       ->add_option(
           "--sessao", given->session,
@@ -189,10 +219,16 @@ void add_recover_command(CommandLine& line) {
       ->required()
       ->check(number_between(0, kLargestSession))
       ->type_name(tr(kNumberType));
+  command
+      ->add_option("--antes", given->before,
+                   tr({"access key of the last receipt that the till knew before",
+                       "chave de acesso do último cupom que o PDV conhecia antes"}))
+      ->type_name(tr(kKeyType));
   command->add_option("--codigo", given->code,
                       tr({"activation code: a value, @FILE, -, or in SAT_CODIGO",
                           "código de ativação: valor, @ARQUIVO, -, ou em SAT_CODIGO"}));
-  when_chosen(line, command, [given, &line] { return recover(given->session, given->code, line.settings); });
+  command->add_option("--save-xml", given->save, tr(kSaveHelp))->type_name(tr(kFileType));
+  when_chosen(line, command, [given, &line] { return recover(*given, line.settings); });
 }
 
 }  // namespace satctl

@@ -10,6 +10,9 @@ namespace {
 constexpr std::string_view kFailureStart = "SAT Erro[";
 constexpr std::size_t kCodeDigits = 5;
 
+constexpr Text kUnsettled{"the device does not say what became of the call",
+                          "o equipamento não diz o que houve com a chamada"};
+
 // What the library's own failures mean; any other code is a failure of the link.
 struct FailureRow {
   int code;
@@ -95,10 +98,18 @@ std::string_view Reply::field(std::string_view name) const {
   return found == fields_.end() ? std::string_view() : std::string_view(found->value);
 }
 
-bool Reply::session_fits() const {
+int Reply::session() const {
   const std::string_view text = field("numeroSessao");
-  if (!all_digits(text) || text.size() > 9) return false;
-  const int session = std::stoi(std::string(text));
+  return all_digits(text) && text.size() <= 9 ? std::stoi(std::string(text)) : -1;
+}
+
+Evidence Reply::evidence() const {
+  return {field("numeroSessao"), return_code_, field("chaveConsulta")};
+}
+
+bool Reply::session_fits() const {
+  const int session = this->session();
+  if (session < 0) return false;
   if (session == request_.session) return true;
   switch (request_.function->reply_session) {
     case ReplySession::own:
@@ -123,15 +134,37 @@ ExitStatus Reply::judge() const {
   if (return_code_.empty()) return ExitStatus::link_failure;
   if (!session_fits()) return ExitStatus::other_session;
   if (!answers_itself()) return ExitStatus::success;
+  if (request_.function->effect == Effect::fiscal) return judge_fiscal();
   if (number_ % 1000 == kBusy) return ExitStatus::busy;
   return is_success_code(number_) ? ExitStatus::success : ExitStatus::refused;
 }
 
+ExitStatus Reply::judge_fiscal() const {
+  switch (settlement_of(request_.function->code_prefix, request_.session, evidence())) {
+    case Settlement::issued:
+    case Settlement::cancelled:
+      return ExitStatus::success;
+    case Settlement::refused:
+      return ExitStatus::refused;
+    case Settlement::not_sent:
+      return ExitStatus::busy;
+    case Settlement::unknown:
+      return ExitStatus::link_failure;
+  }
+  return ExitStatus::link_failure;
+}
+
+bool Reply::unsettled() const {
+  return status_ == ExitStatus::link_failure && !return_code_.empty();
+}
+
 std::string_view Reply::outcome() const {
+  if (unsettled()) return kUnsettledName;
   return status_ == ExitStatus::refused ? refusal_class(return_code_).name : row_of(status_).name;
 }
 
 std::string Reply::meaning() const {
+  if (unsettled()) return tr(kUnsettled);
   return tr(status_ == ExitStatus::refused ? refusal_class(return_code_).meaning : row_of(status_).meaning);
 }
 

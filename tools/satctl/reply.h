@@ -7,8 +7,12 @@
 
 #include "exit_status.h"
 #include "functions.h"
+#include "settlement.h"
 
 namespace satctl {
+
+// The class of a reply that does not decide about a sale or cancellation.
+inline constexpr const char* kUnsettledName = "unsettled";
 
 struct NamedField {
   std::string name;
@@ -34,7 +38,9 @@ class Reply {
   ExitStatus status() const { return status_; }
   const std::string& return_code() const { return return_code_; }  // EEEEE or empty
   int number() const { return number_; }  // EEEEE, or the code of a failure of the library
-  // Class of a refusal, or the name of the exit status.
+  int session() const;                    // of the first field, -1 if it is no number
+  Evidence evidence() const;
+  // Class of a refusal, "unsettled", or the name of the exit status.
   std::string_view outcome() const;
   std::string meaning() const;
   const NamedField* document() const;  // the field with a document in base64, if it holds one
@@ -43,7 +49,9 @@ class Reply {
   void read_fields();
   bool session_fits() const;
   bool answers_itself() const;
+  bool unsettled() const;
   ExitStatus judge() const;
+  ExitStatus judge_fiscal() const;
 
   Request request_;
   std::string raw_;

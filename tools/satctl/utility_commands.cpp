@@ -9,6 +9,7 @@
 #include "call.h"
 #include "command.h"
 #include "printable.h"
+#include "reply.h"
 #include "talvex/talvex.h"
 #include "terminal.h"
 
@@ -109,7 +110,10 @@ ExitStatus explain_code(const std::string& text, const Settings& settings) {
   const bool known = !message.empty() && !message.starts_with("SAT Codigo Retorno[");
   const bool good = is_success_code(std::stoi(code));
   const RefusalClass& refusal = refusal_class(code);
-  const std::string name = good ? "success" : code.ends_with("098") ? "busy" : refusal.name;
+  const std::string name = good                    ? "success"
+                           : settles_nothing(code) ? kUnsettledName
+                           : code.ends_with("098") ? "busy"
+                                                   : refusal.name;
   if (settings.json) {
     print_json({{"code", code},
                 {"known", known},
