@@ -89,6 +89,9 @@
  *      7|08098|SAT em processamento, tente novamente.||
  *      42|06098|0000|SAT em processamento, tente novamente.||
  *
+ *    Nothing was sent: call again. Devices pad the session number to six digits, which tells their own code
+ *    ending in 98 from this one, as long as session numbers stay below 100000.
+ *
  *    ConsultarUltimaSessaoFiscal has no busy reply; it gets the failure text with -3000.
  *
  * 3. A failure text, when the device could not be reached or did not answer as it should. It begins with
@@ -100,8 +103,13 @@
  *      if (strncmp(reply, TALVEX_FAILURE_PREFIX, strlen(TALVEX_FAILURE_PREFIX)) == 0)
  *        code = atoi(reply + strlen(TALVEX_FAILURE_PREFIX));
  *
- *    After a failed sale the device may have done its work all the same: ask with ConsultarNumeroSessao, or
- *    ConsultarUltimaSessaoFiscal, before the sale is sent once more.
+ * What settles a sale or cancellation: a reply with its own session number and 06000 or 07000 (done), or any
+ * other code of its own function (refused, nothing was issued) but those that end in 097, 098 and 099. After
+ * anything else the device may have issued the receipt all the same. Those three are no refusals: where the
+ * line spoils an acknowledgement, the command is sent again, and they are a device's answers to a repetition
+ * of what it has carried out. The busy reply above is the only exception. Find out before anything is sent
+ * once more: with ConsultarNumeroSessao; where it gives one of the three again or knows nothing, compare the
+ * access key of ConsultarUltimaSessaoFiscal with that of the last receipt known before the call.
  *
  *
  * FILES, IN THE WORKING DIRECTORY OF THE PROCESS
@@ -160,8 +168,8 @@ extern "C" {
  *
  * The function set of the CF-e-SAT standard, with its names and arguments. All of them:
  *   numeroSessao      Session number, 0 to 999999. A larger one is sent modulo 1,000,000; a negative one is
- *                     sent with its sign. Draw a new one for every call, for example with
- *                     SAT_APP_GenRndNum(1000000).
+ *                     sent with its sign. Draw a new one for every call, below 100000 (see the busy reply),
+ *                     for example with SAT_APP_GenRndNum(100000).
  *   codigoDeAtivacao  Activation code, 8 to 32 characters in the standard.
  * No argument is checked: the device does that. A null text is sent as an empty field. A text must not
  * contain the byte 0x03, which would end the frame, and a "|" in it begins another field. The library reads
@@ -215,6 +223,7 @@ TALVEX_API char* ComunicarCertificadoICPBRASIL(int numeroSessao, const char* cod
 /* Sends a sale; the device signs it and issues the receipt.
  *   dadosVenda  The sale's XML.
  * Data in the reply: receipt in Base64, time stamp, access key, total, buyer's number, QR code signature.
+ * Which replies settle the sale: see "What settles a sale or cancellation".
  * The returned text also goes to the result file "venda-cprx-...", after a failure too. */
 TALVEX_API char* EnviarDadosVenda(int numeroSessao, const char* codigoDeAtivacao, const char* dadosVenda);
 
@@ -372,7 +381,7 @@ TALVEX_API unsigned int SAT_APP_CmdParcer(const void* pUnused, const char* SatAr
 TALVEX_API int SAT_APP_RspParcer(const char* pSatCmdName, uint32_t uiCmdSession, uint32_t* puiLastSaleSession,
                                  uint32_t* puiRspSession, uint32_t* puiEEEEE, const char* pSatResult);
 
-/* Draws a number from 0 to n - 1, for session numbers: SAT_APP_GenRndNum(1000000). Not for secrets.
+/* Draws a number from 0 to n - 1, for session numbers: SAT_APP_GenRndNum(100000). Not for secrets.
  *   n  Not 0: SAT_APP_GenRndNum(0) divides by zero, which ends the process (SIGFPE).
  * Seeds rand(3) of the process with the time of day in milliseconds: two calls in the same millisecond return
  * the same number. */
