@@ -63,7 +63,8 @@
  * One thread at a time per process: the library has one packet buffer, one port and one configuration, and
  * takes no lock of its own. A host with several threads puts one mutex around all calls of this header. The
  * library starts no thread and installs no signal handler; when it is unloaded, or the process ends, it
- * closes its protocol log.
+ * closes its protocol log. While it writes to a file or prints, it blocks SIGXFSZ and SIGPIPE on the calling
+ * thread, so that a full log never ends the host.
  *
  * Processes may share a device. Only one of them talks to it at a time; another one gets the busy reply at
  * once, without waiting and without touching the device, and calls again later.

@@ -14,8 +14,8 @@
 #include "olk_utils/file_helpers.h"
 #include "olk_utils/ini_file.h"
 #include "olk_utils/open_file.h"
+#include "olk_utils/output.h"
 #include "olk_utils/trace_log.h"
-#include "olk_utils/whole_write.h"
 
 namespace {
 

@@ -11,8 +11,8 @@
 #include "olk_utils/bounded_text.h"
 #include "olk_utils/ini_file.h"
 #include "olk_utils/open_file.h"
+#include "olk_utils/output.h"
 #include "olk_utils/trace_log.h"
-#include "olk_utils/whole_write.h"
 
 namespace {
 

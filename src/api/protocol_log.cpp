@@ -11,9 +11,9 @@
 #include "olk_sat_utils/frames.h"
 #include "olk_utils/bounded_text.h"
 #include "olk_utils/open_file.h"
+#include "olk_utils/output.h"
 #include "olk_utils/system_clock.h"
 #include "olk_utils/trace_log.h"
-#include "olk_utils/whole_write.h"
 
 int gl_iFd;
 int gl_hComm = -1;
@@ -243,14 +243,14 @@ void CreateSAT_ProtLogFile() {
 
   const char* directory = gl_tSat.strSatProtLogFilePath;
   if (!directory_exists_or_is_made(directory)) {
-    printf("[%04d] [%s] [%s]--- rc[%05d]ER gl_tSat.strSatProtLogFilePath[%s]\n", __LINE__, kApiSourcePath,
-           kCreate, rc, directory);
+    print("[%04d] [%s] [%s]--- rc[%05d]ER gl_tSat.strSatProtLogFilePath[%s]\n", __LINE__, kApiSourcePath,
+          kCreate, rc, directory);
     API_TRACE(kError, "---   rc[%06d]ER: dir[%s]Not Created!!!!!!!!!\n", rc, directory);
     return;
   }
   if (gl_iFd != 0) {
-    printf("[%04d] [%s] [%s]--- rc[%05d] gl_tSat.strSatProtLogFilePath[%s] gl_iFd[%08Xh]\n", __LINE__,
-           kApiSourcePath, kCreate, rc, directory, hex32(gl_iFd));
+    print("[%04d] [%s] [%s]--- rc[%05d] gl_tSat.strSatProtLogFilePath[%s] gl_iFd[%08Xh]\n", __LINE__,
+          kApiSourcePath, kCreate, rc, directory, hex32(gl_iFd));
     return;
   }
   char name[sizeof gl_tSat.strSatProtLogFilePath + 64];

@@ -7,9 +7,9 @@
 
 #include "api/context.h"
 #include "olk_utils/open_file.h"
+#include "olk_utils/output.h"
 #include "olk_utils/system_clock.h"
 #include "olk_utils/trace_log.h"
-#include "olk_utils/whole_write.h"
 
 namespace {
 

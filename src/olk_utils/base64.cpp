@@ -1,9 +1,9 @@
 // Base64 with the standard alphabet of RFC 4648, "=" padding and no line breaks.
 #include <stdint.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
+#include "olk_utils/output.h"
 #include "olk_utils/system_clock.h"
 #include "olk_utils/trace_log.h"
 #include "talvex/talvex.h"
@@ -175,7 +175,7 @@ int OLK_Base64DecTblFree(void) {
 
 // The self-test's lines also go to standard output, each in a wording of its own.
 #define PRINT_LINE(text, ...) \
-  printf("[%04d] [%s] [%s]" text, __LINE__, kUtilsSourcePath, __func__, __VA_ARGS__)
+  print("[%04d] [%s] [%s]" text, __LINE__, kUtilsSourcePath, __func__, __VA_ARGS__)
 
 int OLK_Base64_Test01(void) {
   constexpr char kClearText[] = "Testando Base64 Encoding";

@@ -9,8 +9,8 @@
 #include <unistd.h>
 
 #include "olk_utils/open_file.h"
+#include "olk_utils/output.h"
 #include "olk_utils/system_clock.h"
-#include "olk_utils/whole_write.h"
 
 int64_t bErrorLogsEnabled;
 int64_t bWarningLogsEnabled;
@@ -156,7 +156,7 @@ int64_t TraceFileLog(const char* log_file_name, uint32_t level, const char* form
   va_list arguments_of_echo;
   va_copy(arguments_of_echo, arguments);
   append_message(log_file_name, level, format, arguments);
-  if (echoes_to_console(level)) vprintf(format, arguments_of_echo);
+  if (echoes_to_console(level)) print_list(format, arguments_of_echo);
   va_end(arguments_of_echo);
   va_end(arguments);
 

@@ -172,6 +172,51 @@ TEST_F(Hosts, WithoutADescriptorLeftGetAFailureTextAndRecover) {
   expect_undisturbed_device(2);
 }
 
+// ---- Writes that raise a signal ---------------------------------------------------------------------
+
+// A limit that a service manager sets, and a signal that nobody has made arrangements for.
+TEST_F(Hosts, AtTheirFileSizeLimitSellAndLoseLogLinesOnly) {
+  constexpr rlim_t kLimit = 4000;
+  write_file("SAT.ini", "[SERIAL_PORT_CONFIG]\nFixarPorta=" + port() +
+                            "\n[SAT_TIMEOUT]\n[SAT_EMULATOR]\n[ARVOLEN]\nPathLinux=results\nEnable=1\n"
+                            "[LOG]\nLogFilePath=Log\nLogMode=4\n");
+  std::filesystem::create_directory("results");
+  const int end = run_host(".", [] {
+    signal(SIGXFSZ, SIG_DFL);
+    const rlimit limit{kLimit, kLimit};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    for (int session = 1; session <= 5; ++session) {
+      if (!is_right_reply(EnviarDadosVenda(session, "A5000", "<CFe/>"), session, 5000)) return kWrong;
+    }
+    return kRight;
+  });
+  EXPECT_EQ(end, kRight);
+  for (const char* folder : {"Log", "results"}) {
+    EXPECT_FALSE(std::filesystem::is_empty(folder));
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+      EXPECT_EQ(entry.file_size(), kLimit);
+  }
+  expect_undisturbed_device(5);
+}
+
+// The library prints on standard output when it cannot make its log folder, and what a host wants echoed.
+TEST_F(Hosts, WhoseStandardOutputNobodyReadsSell) {
+  configure_port(port());
+  write_file("Log", "");
+  const int end = run_host(".", [this] {
+    signal(SIGPIPE, SIG_DFL);
+    int ends[2];
+    if (pipe(ends) != 0 || dup2(ends[1], STDOUT_FILENO) == -1) return kWrong;
+    close(ends[0]);
+    setvbuf(stdout, nullptr, _IOLBF, 0);
+    VersaoDllTalvex();
+    bConsoleLogsEnabled = bErrorLogsEnabled = bTraceLogsEnabled = 1;
+    return call_often(0, 5);
+  });
+  EXPECT_EQ(end, kRight);
+  expect_undisturbed_device(5);
+}
+
 // ---- Without standard streams -----------------------------------------------------------------------
 
 class StandardStreams : public Hosts, public testing::WithParamInterface<int> {

@@ -1,25 +1,21 @@
-// A disk without room: while one of these lives, no file of this process grows beyond so many bytes.
+// A disk without room: while one of these lives, no file of this process grows beyond so many bytes. The
+// signal of a write that tries to is left as it is: it ends a host whose library does not hold it back.
 #pragma once
 
-#include <signal.h>
 #include <sys/resource.h>
 
 class FullDisk {
  public:
-  explicit FullDisk(rlim_t room = 0) : on_excess_(signal(SIGXFSZ, SIG_IGN)) {
+  explicit FullDisk(rlim_t room = 0) {
     getrlimit(RLIMIT_FSIZE, &allowed_);
     rlimit full = allowed_;
     full.rlim_cur = room;
     setrlimit(RLIMIT_FSIZE, &full);
   }
-  ~FullDisk() {
-    setrlimit(RLIMIT_FSIZE, &allowed_);
-    signal(SIGXFSZ, on_excess_);
-  }
+  ~FullDisk() { setrlimit(RLIMIT_FSIZE, &allowed_); }
   FullDisk(const FullDisk&) = delete;
   FullDisk& operator=(const FullDisk&) = delete;
 
  private:
-  sighandler_t on_excess_;
   rlimit allowed_{};
 };

@@ -59,10 +59,11 @@ CannedSearch::CannedSearch(const std::vector<UsbNode>& nodes) {
   }
   write_file(directory_ + "/listing", listing);
   write_file(directory_ + "/calls", "");
-  write_program(directory_ + "/find",
-                "echo \"find $*\" >> " + directory_ + "/calls\ncat " + directory_ + "/listing\n");
+  // They go on where their record of calls meets a full disk.
+  write_program(directory_ + "/find", "trap '' XFSZ\necho \"find $*\" >> " + directory_ + "/calls\ncat " +
+                                          directory_ + "/listing\n");
   write_program(directory_ + "/udevadm",
-                "echo \"udevadm $*\" >> " + directory_ +
+                "trap '' XFSZ\necho \"udevadm $*\" >> " + directory_ +
                     "/calls\nfor path; do :; done\n"
                     "case \"$3\" in name) cat $path/name;; *) cat $path/properties;; esac\n");
   setenv("PATH", (directory_ + ":" + former_path_).c_str(), 1);
