@@ -67,7 +67,7 @@ class ReadyTest(DeskTest):
     def test_one_line_says_where_the_port_is(self):
         emulator = self.ready()
         self.assertRegex(emulator.path, r"^/dev/pts/\d+$")
-        self.assertEqual(emulator.call("ConsultarSAT", "000042"), "000042|08000|SAT em operacao||")
+        self.assertEqual(emulator.call("ConsultarSAT", "000042"), "000042|08000|SAT em operação||")
         emulator.process.terminate()
         self.assertEqual(emulator.process.stdout.read(), "")
 
@@ -207,7 +207,7 @@ class ProtocolTest(DeskTest):
         with Till(emulator.path) as till:
             for _ in range(3):
                 self.assertEqual(till.send_frame(bytes(broken)), NAK)
-            self.assertEqual(till.call("ConsultarSAT|000001"), "000001|08000|SAT em operacao||")
+            self.assertEqual(till.call("ConsultarSAT|000001"), "000001|08000|SAT em operação||")
 
     def test_a_refused_reply_is_sent_again_twice(self):
         emulator = self.ready()
@@ -219,7 +219,7 @@ class ProtocolTest(DeskTest):
                 self.assertEqual(till.read_frame(), reply)
             till.write(NAK)
             self.assertEqual(till.read_until_quiet(), b"")
-            self.assertEqual(till.call("ConsultarSAT|000002"), "000002|08000|SAT em operacao||")
+            self.assertEqual(till.call("ConsultarSAT|000002"), "000002|08000|SAT em operação||")
 
     def test_long_commands_are_acknowledged_block_by_block(self):
         emulator = self.ready()
@@ -263,14 +263,14 @@ class ProtocolTest(DeskTest):
         emulator = self.ready()
         with Till(emulator.path) as till:
             till.write(frame("ConsultarSAT|000001"))
-            self.assertEqual(till.read_until_quiet(), ACK + frame("000001|08000|SAT em operacao||"))
+            self.assertEqual(till.read_until_quiet(), ACK + frame("000001|08000|SAT em operação||"))
 
     def test_a_till_that_gives_up_can_start_anew(self):
         emulator = self.ready("--fault", "on any nth=1 do late 60000")
         with Till(emulator.path) as till:
             self.assertEqual(till.send_frame(frame("ConsultarSAT|000001")), ACK)
         with Till(emulator.path) as till:
-            self.assertEqual(till.call("ConsultarSAT|000002"), "000002|08000|SAT em operacao||")
+            self.assertEqual(till.call("ConsultarSAT|000002"), "000002|08000|SAT em operação||")
 
     def test_a_till_may_leave_in_the_middle_of_a_command(self):
         emulator = self.ready()
@@ -295,7 +295,7 @@ class ProtocolTest(DeskTest):
         with Till(emulator.path) as till:
             till.write(frame("ConsultarSAT|000002"))
             data = till.read_until_quiet()
-            self.assertTrue(data.endswith(ACK + frame("000002|08000|SAT em operacao||")), data[-80:])
+            self.assertTrue(data.endswith(ACK + frame("000002|08000|SAT em operação||")), data[-80:])
 
     def test_a_hundred_tills_come_and_go(self):
         emulator = self.ready()
@@ -311,7 +311,7 @@ class ProtocolTest(DeskTest):
                 till.read_until_quiet(0.001)
             till.write(ETX)
             till.read_until_quiet(0.3)
-            self.assertEqual(till.call("ConsultarSAT|000001"), "000001|08000|SAT em operacao||")
+            self.assertEqual(till.call("ConsultarSAT|000001"), "000001|08000|SAT em operação||")
 
     def test_a_slow_line_sends_byte_by_byte(self):
         emulator = self.ready("--byte-delay", "3000")
@@ -421,7 +421,7 @@ class RecordingTest(DeskTest):
         self.assertTrue(lines[0].startswith("# sat-emulator recording"))
         self.assertRegex(lines[1], r"^\d+\.\d{6} PC->SAT \\x02ConsultarSAT\|000001.*\\x03$")
         self.assertRegex(lines[2], r"^\d+\.\d{6} SAT->PC \\x06$")
-        self.assertRegex(lines[3], r"^\d+\.\d{6} SAT->PC \\x02000001\|08000\|SAT em operacao.*\\x03$")
+        self.assertRegex(lines[3], r"^\d+\.\d{6} SAT->PC \\x02000001\|08000\|SAT em opera\\xc3\\xa7\\xc3\\xa3o.*\\x03$")
         self.assertRegex(lines[4], r"^\d+\.\d{6} PC->SAT \\x06$")
 
     def test_is_replayed_as_the_device(self):
@@ -666,7 +666,7 @@ class ControlTest(DeskTest):
             self.assertTrue(self.order("state")["ok"])
             self.order("latency 0")
             till.write(frame("ConsultarSAT|000002"))
-            self.assertIn(frame("000002|08000|SAT em operacao||"), till.read_until_quiet())
+            self.assertIn(frame("000002|08000|SAT em operação||"), till.read_until_quiet())
 
     def test_ends_the_emulator(self):
         with socket.socket(socket.AF_UNIX) as client:
@@ -731,12 +731,34 @@ class CommandLineTest(DeskTest):
             self.assertTrue(result.stderr, options)
             self.assertEqual(result.stdout, "", options)
 
+    def test_texts_go_out_in_the_encoding_of_the_device(self):
+        for options, text in (((), "SAT em operação".encode()),
+                              (("--encoding", "utf8"), "SAT em operação".encode()),
+                              (("--encoding", "latin1"), "SAT em operação".encode("cp1252")),
+                              (("--profile", "ascii-texts"), b"SAT em operacao"),
+                              (("--profile", "ascii-texts", "--profile", "static"), b"SAT em operacao")):
+            emulator = self.ready(*options)
+            with Till(emulator.path) as till:
+                till.send_frame(frame("ConsultarSAT|000001"))
+                self.assertEqual(till.read_frame(), frame(b"000001|08000|" + text + b"||"), options)
+                till.write(ACK)
+            emulator.stop()
+
+    def test_stored_replies_go_out_in_that_encoding_too(self):
+        emulator = self.ready("--encoding", "latin1", "--state", self.file("sat.json"))
+        with Till(emulator.path) as till:
+            for command in ("ConsultarSAT|000001", "ConsultarNumeroSessao|000002|%s|000001" % CODE):
+                till.send_frame(frame(command))
+                self.assertEqual(till.read_frame(), frame("000001|08000|SAT em operação||".encode("cp1252")))
+                till.write(ACK)
+        self.assertIn("SAT em operação", self.read("sat.json"))
+
     def test_rules_come_from_files_too(self):
         path = self.file("rules", "# busy once\non ConsultarSAT nth=1 do processing 1\n")
         emulator = self.ready("--faults", path)
         self.assertEqual(emulator.call("ConsultarSAT", "000001"),
                          "000001|08098|SAT em processamento. Tente novamente||")
-        self.assertEqual(emulator.call("ConsultarSAT", "000001"), "000001|08000|SAT em operacao||")
+        self.assertEqual(emulator.call("ConsultarSAT", "000001"), "000001|08000|SAT em operação||")
         self.file("rules", "on any do\n")
         result = run("--faults", path)
         self.assertEqual(result.returncode, 3)
@@ -748,7 +770,7 @@ class CommandLineTest(DeskTest):
                               "000123456", "--battery", "MEDIO", "--memory", "2 Gbytes", "--offline",
                               "--sefaz-notice", "1")
         fields = emulator.call("ConsultarStatusOperacional", "000001", "outrocodigo").split("|")
-        self.assertEqual(fields[3:6], ["1", "Emu:Existem atualizacoes pendentes para o SAT", "000123456"])
+        self.assertEqual(fields[3:6], ["1", "Emu:Existem atualizações pendentes para o SAT", "000123456"])
         self.assertEqual(fields[13:16], ["NAO_CONECTADO", "MEDIO", "2 Gbytes"])
         own = sale().replace("11222333000181", "12345678000195")
         fields = emulator.call("EnviarDadosVenda", "000002", "outrocodigo", own).split("|")

@@ -75,7 +75,7 @@ TEST_F(ReadyDevice, ASaleHasTwelveFields) {
   EXPECT_EQ(reply[0], "000001");
   EXPECT_EQ(reply[1], "06000");
   EXPECT_EQ(reply[2], "0000");
-  EXPECT_EQ(reply[3], "Emitido com sucesso + conteudo notas");
+  EXPECT_EQ(reply[3], "Emitido com sucesso + conteúdo notas");
   EXPECT_EQ(reply[4], "");
   EXPECT_EQ(reply[5], "");
   EXPECT_THAT(*base64_decode(reply[6]), HasSubstr("Id=\"" + reply[8] + "\""));
@@ -108,7 +108,7 @@ TEST_F(ReadyDevice, ACancellationHasTwelveFields) {
 
 TEST_F(ReadyDevice, AFailedSaleHasSixFields) {
   const auto reply = call("EnviarDadosVenda", {"errado99", SaleData().xml()});
-  EXPECT_THAT(reply, ElementsAre("000001", "06001", "0000", "Codigo de ativacao invalido", "", ""));
+  EXPECT_THAT(reply, ElementsAre("000001", "06001", "0000", "Código de ativação inválido", "", ""));
 }
 
 TEST_F(ReadyDevice, AnEndToEndTestHasNineFieldsAndLeavesNoReceipt) {
@@ -165,7 +165,7 @@ TEST_F(ReadyDevice, LogsAreLinesOfFourFields) {
 
 TEST_F(ReadyDevice, NoticesFillTheirTwoFields) {
   device.surroundings().sefaz_notice = 3;
-  EXPECT_THAT(call("ConsultarSAT", {}), ElementsAre("000001", "08000", "SAT em operacao", "3",
+  EXPECT_THAT(call("ConsultarSAT", {}), ElementsAre("000001", "08000", "SAT em operação", "3",
                                                     "Emu:O SAT precisa ser atualizado em 24 horas"));
   const auto sale = sell();
   EXPECT_EQ(sale[4], "3");
@@ -204,7 +204,7 @@ TEST_F(ReadyDevice, ARefusedSessionKeepsItsFirstReply) {
 TEST_F(ReadyDevice, ASessionThatIsNoNumberIsRefused) {
   for (const char* text : {"-00005", "12345", "1234567", "", "abcdef"}) {
     const Command command = parse_command(std::string("ConsultarSAT|") + text);
-    EXPECT_EQ(device.execute(command, {}).text(), std::string(text) + "|08097|numero de sessao invalido||");
+    EXPECT_EQ(device.execute(command, {}).text(), std::string(text) + "|08097|Número de sessão inválido||");
   }
 }
 
@@ -388,7 +388,7 @@ TEST_F(ReadyDevice, ARefusedSaleNamesTheFieldAndTakesNoNumber) {
   data.payments = SaleData::payment("01", "9.99");
   const auto reply = call("EnviarDadosVenda", {kCode, data.xml()});
   EXPECT_THAT(reply, ElementsAre("000001", "06010", "1534",
-                                 "Erro de validacao do conteudo: pagamentos nao cobrem o valor total (pgto)",
+                                 "Erro de validação do conteúdo: pagamentos não cobrem o valor total (pgto)",
                                  "", ""));
   EXPECT_EQ(sell()[8].substr(34, 6), "000001");
 }

@@ -15,7 +15,7 @@ using testing::HasSubstr;
 using testing::StartsWith;
 
 std::string right_reply(int session) {
-  return std::to_string(1'000'000 + session).substr(1) + "|08000|SAT em operacao||";
+  return std::to_string(1'000'000 + session).substr(1) + "|08000|SAT em operação||";
 }
 
 class LibraryOnFault : public TillWithEmulator {
@@ -252,7 +252,7 @@ TEST_F(LibraryOnFault, ABusyDeviceAnswersSoAndTheSessionMayBeUsedAgain) {
 
 TEST_F(LibraryOnFault, ABlockedDeviceDoesNotSell) {
   start_with("on fiscal nth=1 do blocked autonomous");
-  EXPECT_EQ(sell(1), "000001|06008|0000|SAT bloqueado por falta de comunicacao||");
+  EXPECT_EQ(sell(1), "000001|06008|0000|SAT bloqueado por falta de comunicação||");
   EXPECT_THAT(sell(2), StartsWith("000002|06000|"));
 }
 
@@ -281,7 +281,7 @@ TEST_F(LibraryOnFault, EveryFunctionGetsItsLayout) {
             "000008|17000|Equipamento SAT desbloqueado com sucesso||");
   EXPECT_EQ(library.call("AtualizarSoftwareSAT", 9, kCode), "000009|14000|Software Atualizado com Sucesso||");
   EXPECT_EQ(library.call("TrocarCodigoDeAtivacao", 10, kCode, 1, "novocodigo", "novocodigo"),
-            "000010|18000|Ccdigo de ativacao alterado com sucesso||");
+            "000010|18000|Código de ativação alterado com sucesso||");
 }
 
 TEST_F(LibraryOnFault, ASaleOfManyBlocksArrivesWhole) {

@@ -86,6 +86,13 @@ TEST_F(Quirks, ZeroDates) {
   EXPECT_EQ(reply[26], "00000000");
 }
 
+TEST_F(Quirks, TextsWithoutAccents) {
+  EXPECT_EQ(call("ConsultarSAT", {})[2], "SAT em operação");
+  use("ascii-texts");
+  EXPECT_EQ(call("ConsultarSAT", {})[2], "SAT em operacao");
+  EXPECT_EQ(sell()[3], "Emitido com sucesso + conteudo notas");
+}
+
 TEST_F(Quirks, TotalOfFifteenDigits) {
   use("total-15-digits");
   const auto sale = sell();

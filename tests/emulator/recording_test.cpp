@@ -85,7 +85,7 @@ TEST(MaskReply, HidesPeopleInsideBase64) {
   EXPECT_EQ(*base64_decode(fields[6]), "<CFe><dest><CPF>00000000000</CPF></dest></CFe>");
   EXPECT_EQ(fields[10], "00000000000");
   EXPECT_EQ(fields[11], "XXXX");
-  EXPECT_EQ(mask_reply("000001|08000|SAT em operacao||"), "000001|08000|SAT em operacao||");
+  EXPECT_EQ(mask_reply("000001|08000|SAT em operação||"), "000001|08000|SAT em operação||");
 }
 
 TEST(Masking, KeepsLengthsPiecesAndRightAndWrongChecksums) {

@@ -241,7 +241,7 @@ class Output(SatctlTest):
     def test_raw_is_the_reply_alone(self):
         self.start_emulator()
         done = self.run_satctl("--raw", "consultar-sat", "--sessao", "42")
-        self.assertEqual(done.stdout, b"000042|08000|SAT em operacao||\n")
+        self.assertEqual(done.stdout, "000042|08000|SAT em operação||\n".encode())
         self.assertEqual(done.err, "")
 
     def test_json_is_one_object_and_nothing_else(self):

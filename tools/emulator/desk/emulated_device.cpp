@@ -4,6 +4,7 @@
 #include <cctype>
 
 #include "device/function_call.h"
+#include "documents/encoding.h"
 
 namespace emulator {
 
@@ -38,6 +39,12 @@ bool EmulatedDevice::is_static() const {
   });
 }
 
+Reply EmulatedDevice::static_reply(const Command& command) {
+  Reply reply = canned_reply(command);
+  if (command.function != nullptr) device_.surroundings().shape(*command.function, reply);
+  return reply;
+}
+
 LinkFaults EmulatedDevice::link_faults(const std::string& text) {
   const Command command = parse_command(text);
   plan_ = rules_.plan(command);
@@ -51,8 +58,8 @@ LinkFaults EmulatedDevice::link_faults(const std::string& text) {
 std::string EmulatedDevice::reply(const std::string& text) {
   const auto start = Clock::now();
   const Command command = parse_command(text);
-  const Reply reply = is_static() ? canned_reply(command) : device_.execute(command, plan_.fiscal);
-  std::string answer = reply.text();
+  const Reply reply = is_static() ? static_reply(command) : device_.execute(command, plan_.fiscal);
+  std::string answer = latin1_ ? to_latin1(reply.text()) : reply.text();
   if (plan_.previous_reply && !former_reply_.empty())
     std::swap(answer, former_reply_);
   else

@@ -20,6 +20,8 @@ class EmulatedDevice : public Service {
   Milliseconds latency() const { return latency_; }
   void set_profiles(std::vector<const Profile*> profiles);
   const std::vector<const Profile*>& active_profiles() const { return profiles_; }
+  // Replies go out in code page 1252 instead of UTF-8.
+  void send_latin1() { latin1_ = true; }
 
   LinkFaults link_faults(const std::string& command) override;
   std::string reply(const std::string& command) override;
@@ -28,11 +30,13 @@ class EmulatedDevice : public Service {
 
  private:
   bool is_static() const;
+  Reply static_reply(const Command& command);
 
   Device& device_;
   FaultRules& rules_;
   const EventLog& log_;
   Milliseconds latency_{0};
+  bool latin1_ = false;
   std::vector<const Profile*> profiles_;
   CallPlan plan_;
   std::string former_reply_;

@@ -128,6 +128,8 @@ void add_port_options(CLI::App& app, Options& o) {
   port.value("--latency", "MS", o.latency_ms, "Time between acknowledgement and reply")->check(delay);
   port.value("--byte-delay", "US", o.byte_delay_us, "Time between two bytes to the till: a slow line")
       ->check(delay);
+  port.value("--encoding", "NAME", o.encoding, "Texts of replies in utf8 (the default) or latin1")
+      ->check(CLI::IsMember({"utf8", "latin1"}));
   port.value("--control", "SOCKET", o.control, "Take orders on this local socket");
 }
 

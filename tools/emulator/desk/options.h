@@ -23,6 +23,7 @@ struct Options {
   std::string control;
   int latency_ms = 0;
   int byte_delay_us = 0;
+  std::string encoding = "utf8";
 
   // Device.
   std::string state;

@@ -6,6 +6,7 @@
 #include "device/crypto.h"
 #include "device/function_call.h"
 #include "device/messages.h"
+#include "documents/encoding.h"
 
 namespace emulator {
 
@@ -103,6 +104,10 @@ const std::vector<Profile>& profiles() {
       {"zero-dates", "the dates of ConsultarStatusOperacional are zeros",
        [](const Function& f, Reply& r) {
          set_dates(f, r, [](const std::string& date) { return std::string(date.size(), '0'); });
+       }},
+      {"ascii-texts", "texts are ASCII: no accents",
+       [](const Function&, Reply& r) {
+         for (std::string& field : r.fields) field = without_accents(field);
        }},
       {"total-15-digits", "the total of a document is fifteen digits, in cents", total_15_digits},
       {kStaticProfile, "the same successful reply per function, whatever the state", nullptr},

@@ -11,7 +11,7 @@ namespace emulator {
 namespace {
 
 constexpr std::size_t kSignatureBytes = 256;
-constexpr const char* kCodeRule = "Codigo de ativacao deve ter de 8 a 32 caracteres visiveis";
+constexpr const char* kCodeRule = "Código de ativação deve ter de 8 a 32 caracteres visíveis";
 
 bool valid_code(const std::string& code) {
   return code.size() >= 8 && code.size() <= 32 &&
@@ -39,7 +39,7 @@ int FunctionCall::ativar_sat() {
       issue_certificate();
       return 4000;
     default:
-      refuse(ending::kUnknownError, "Erro desconhecido na ativacao: subcomando invalido");
+      refuse(ending::kUnknownError, "Erro desconhecido na ativação: subcomando inválido");
   }
 }
 
@@ -99,10 +99,10 @@ int FunctionCall::trocar_codigo_de_ativacao() {
   } else if (option == kByActivationCode) {
     count_wrong_code(argument(0));
   } else {
-    refuse(ending::kUnknownError, "Erro desconhecido: opcao invalida");
+    refuse(ending::kUnknownError, "Erro desconhecido: opção inválida");
   }
   if (argument(2) != argument(3)) {
-    refuse(ending::kUnknownError, "Erro desconhecido: confirmacao difere do novo codigo");
+    refuse(ending::kUnknownError, "Erro desconhecido: confirmação difere do novo código");
   }
   if (!valid_code(argument(2))) refuse(ending::kUnknownError, kCodeRule);
   state_.activation_code = argument(2);

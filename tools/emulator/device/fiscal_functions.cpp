@@ -52,7 +52,7 @@ int FunctionCall::enviar_dados_venda() {
     receipt.buyer = sale->buyer;
     issue(facts, sale_document(*sale, facts), std::move(receipt));
   } catch (const Rejected& rejected) {
-    refuse(kInvalidContent, std::string("Erro de validacao do conteudo: ") + rejected.what(),
+    refuse(kInvalidContent, std::string("Erro de validação do conteúdo: ") + rejected.what(),
            rejected.cccc());
   }
   return 6000;
@@ -122,7 +122,7 @@ void FunctionCall::check_signature(const std::string& signature) const {
 const Receipt& FunctionCall::sale_to_cancel() const {
   const auto invalid = [this](Cause cause) {
     const CauseRow& row = cause_row(cause);
-    refuse(kInvalidReceipt, "Cupom invalido: " + std::string(row.text), row.cccc);
+    refuse(kInvalidReceipt, "Cupom inválido: " + std::string(row.text), row.cccc);
   };
   const Receipt* sale = newest(state_.receipts, [this](const Receipt& receipt) {
     return receipt.kind == "sale" && receipt.key == argument(1);
