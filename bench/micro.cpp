@@ -7,6 +7,7 @@
 
 #include "api/configuration.h"
 #include "api/context.h"
+#include "api/packet_buffer.h"
 #include "api/protocol_log.h"
 #include "olk_sat_utils/dissectors.h"
 #include "olk_utils/trace_log.h"
@@ -120,7 +121,10 @@ void protocol_line(benchmark::State& state) {
 BENCHMARK(protocol_line)->Arg(1'000)->Arg(1'500'000)->Iterations(200);
 
 void clear_packet_buffer(benchmark::State& state) {
-  for (auto _ : state) clear_buffer(gl_sSatPkt, kPacketBufferSize);
+  for (auto _ : state) {
+    PacketBuffer packet = packet_buffer();
+    clear(packet, packet.capacity);
+  }
 }
 BENCHMARK(clear_packet_buffer);
 

@@ -1,14 +1,10 @@
 #include "api/communicate.h"
 
 #include <errno.h>
-#include <stdarg.h>
-#include <stdio.h>
 #include <string.h>
 
-#include "api/context.h"
 #include "api/discovery.h"
 #include "api/link_codes.h"
-#include "api/link_io.h"
 #include "api/protocol_log.h"
 #include "api/reception.h"
 #include "api/serial_port.h"
@@ -34,10 +30,10 @@ enum MessageLine {
 
 #define STEP_TRACE(level, text, ...) API_TRACE_IN(kFunction, level, text __VA_OPT__(, ) __VA_ARGS__)
 
-int device_not_found(char* buffer) {
+int device_not_found(Call& call) {
   const int rc = SAT_API_ERR_LNX_DEV_NOT_FOUND;
-  write_failure_text(buffer, "SAT Erro[%06d]Lnx SAT Nao Encontrado L[%04d] F[%s] LibVer[%s]", rc,
-                     kNotFoundLine, kFunction, kLibraryDate);
+  replace_text(call.packet, "SAT Erro[%06d]Lnx SAT Nao Encontrado L[%04d] F[%s] LibVer[%s]", rc,
+               kNotFoundLine, kFunction, kLibraryDate);
   STEP_TRACE(kError, "Lnx:ER:STEP-02e rc[%06d]SAT Not Found!\n\t LibVer[%s] BuldDate[%s]\n", rc, kLibraryDate,
              kBuildStamp);
   return rc;
@@ -49,50 +45,50 @@ void clean_device_name(char* device) {
   trim_to_last_digit(device);
 }
 
-int open_port(char* buffer, const char* device) {
-  const int rc = lSerialOpenW(device);
+int open_port(Call& call, const char* device) {
+  const int rc = lSerialOpenW(call.port, device);
   if (rc < 0) {
-    write_failure_text(buffer, "SAT Erro[%06d]Lnx SAT nao encontrado Dev[%s] L[%04d] F[%s]", rc, device,
-                       kNotOpenedLine, kFunction);
+    replace_text(call.packet, "SAT Erro[%06d]Lnx SAT nao encontrado Dev[%s] L[%04d] F[%s]", rc, device,
+                 kNotOpenedLine, kFunction);
     STEP_TRACE(kError, "Lnx:ER:STEP-04c rc[%06d]\n\t   Dev[%s]FAIL\n\t hComm[%08Xh]Not Openned\n", rc, device,
-               hex32(hComm));
+               hex32(call.port.descriptor));
     return rc;
   }
   STEP_TRACE(kInfo, "Lnx:OK:STEP-04a rc[%06d]\n\t   Dev[%s]\n\t hComm[%08Xh]Successfull Openned!\n", rc,
-             device, hex32(hComm));
+             device, hex32(call.port.descriptor));
   return rc;
 }
 
-int lock_port(char* buffer, const char* device, uint32_t session, uint32_t function_index,
-              uint32_t reply_layout) {
-  const int rc = lSerialLock();
-  const int error = errno;
+int lock_port(Call& call, const char* device) {
+  const char* text = call.packet.bytes;
+  const auto [rc, error] = lSerialLock(call.port);
   if (rc == 0) {
     STEP_TRACE(kInfo, "Lnx:ER:STEP-05a rc[%06d]OK: Locked\n", rc);
     return rc;
   }
   // Kept: both lines print a backslash and an "n" before the tab and end in a plain "n".
   if (error == EAGAIN) {
-    clear_buffer(buffer, kPacketBufferSize);
-    generate_98_return(buffer, session, function_index, reply_layout);
+    char reply[kBusyReplySize];
+    generate_98_return(reply, call.session, call.function);
+    replace_text(call.packet, "%s", reply);
     STEP_TRACE(kError,
                "Lnx:ER:STEP-05b rc[%06d] errno[%05d:%s]ER:EWOULDBLOCK\\n\t <<  SO->PC pBuffer[%05d:%s]n", rc,
-               error, strerror(error), length_field(strlen(buffer)), buffer);
+               error, strerror(error), length_field(strlen(text)), text);
   } else {
-    write_failure_text(buffer, "SAT Erro[%06d]Lnx SAT  Dev[%s] ocupado L[%04d] F[%s]", rc, device, kLockLine,
-                       kFunction);
+    replace_text(call.packet, "SAT Erro[%06d]Lnx SAT  Dev[%s] ocupado L[%04d] F[%s]", rc, device, kLockLine,
+                 kFunction);
     STEP_TRACE(kError,
                "Lnx:ER:STEP-05c rc[%06d]ER: errno[%05d:%s]ER:Fail to Lock\\n\t <<  SO->PC pBuffer[%05d:%s]n",
-               rc, error, strerror(error), length_field(strlen(buffer)), buffer);
+               rc, error, strerror(error), length_field(strlen(text)), text);
   }
   return rc;
 }
 
-int configure_port(char* buffer, const char* device) {
-  const int rc = lSerialSettingsL();
+int configure_port(Call& call, const char* device) {
+  const int rc = lSerialSettingsL(call.port);
   if (rc != 0) {
-    write_failure_text(buffer, "SAT Erro[%06d]Lnx SAT  Dev[%s] falhou ao configurar L[%04d] F[%s]", rc,
-                       device, kSettingsLine, kFunction);
+    replace_text(call.packet, "SAT Erro[%06d]Lnx SAT  Dev[%s] falhou ao configurar L[%04d] F[%s]", rc, device,
+                 kSettingsLine, kFunction);
     STEP_TRACE(kError, "Lnx:ER:STEP-06b rc[%06d] lSerialSettingsL\n\t   Dev[%s]\n", rc, device);
     return rc;
   }
@@ -100,11 +96,11 @@ int configure_port(char* buffer, const char* device) {
   return rc;
 }
 
-int send_command(char* buffer, const char* device) {
-  const int rc = lSerialWriteBufL(buffer, static_cast<uint32_t>(strlen(buffer)));
+int send_command(Call& call, const char* device) {
+  const int rc = lSerialWriteBufL(call);
   if (rc < 0) {
-    write_failure_text(buffer, "SAT Erro[%06d]Lnx Dev[%s] L[%04d] F[%s] >> CMD or << ACK LibVer[%s]", rc,
-                       device, kSendLine, kFunction, kLibraryDate);
+    replace_text(call.packet, "SAT Erro[%06d]Lnx Dev[%s] L[%04d] F[%s] >> CMD or << ACK LibVer[%s]", rc,
+                 device, kSendLine, kFunction, kLibraryDate);
     STEP_TRACE(
         kError,
         "Lnx:ER:STEP-07b rc[%06d] SendCmd or RcvAck Fail\n\t   Dev[%s] Closing now!!! libVer[%s] BuildDate[%s]\n",
@@ -115,12 +111,12 @@ int send_command(char* buffer, const char* device) {
   return rc;
 }
 
-int receive_reply(char* buffer, const char* device, uint32_t timeout_seconds) {
-  const int rc = cSerialReadBufW(buffer, kReplyLimit, &hComm, timeout_seconds);
+int receive_reply(Call& call, const char* device) {
+  const int rc = cSerialReadBufW(call);
   if (rc < 0) {
-    write_failure_text(
-        buffer, "SAT Erro[%06d]Lnx SAT  Dev[%s] falhou na recepcao da resposta L[%04d] F[%s] LibVer[%s]", rc,
-        device, kReceiveLine, kFunction, kLibraryDate);
+    replace_text(call.packet,
+                 "SAT Erro[%06d]Lnx SAT  Dev[%s] falhou na recepcao da resposta L[%04d] F[%s] LibVer[%s]", rc,
+                 device, kReceiveLine, kFunction, kLibraryDate);
     STEP_TRACE(kError, "Lnx:ER:STEP-08b rc[%06d]ER:\n\t   Dev[%s] LibVer[%s] BuildDate[%s]\n", rc, device,
                kLibraryDate, kBuildStamp);
   }
@@ -131,31 +127,18 @@ int receive_reply(char* buffer, const char* device, uint32_t timeout_seconds) {
 
 }  // namespace
 
-void write_failure_text(char* buffer, const char* format, ...) {
-  clear_buffer(buffer, kPacketBufferSize);
-  va_list arguments;
-  va_start(arguments, format);
-  vsnprintf(buffer, kPacketBufferSize, format, arguments);
-  va_end(arguments);
-}
-
-int Communicate(char* buffer, uint32_t timeout, uint32_t session, uint32_t functionIndex,
-                uint32_t replyLayout) {
-  (void)timeout;
-  const uint32_t timeout_seconds = tRetCode98[functionIndex].timeoutSeconds;
-  set_function_timeout(timeout_seconds);
-
+int Communicate(Call& call) {
   CreateSAT_ProtLogFile();
   char device[kDeviceNameSize] = {};
-  if (findSat(device) < 0) return device_not_found(buffer);
+  if (findSat(call.settings, device) < 0) return device_not_found(call);
   clean_device_name(device);
 
-  int rc = open_port(buffer, device);
+  int rc = open_port(call, device);
   if (rc < 0) return rc;
-  rc = lock_port(buffer, device, session, functionIndex, replyLayout);
-  if (rc == 0) rc = configure_port(buffer, device);
-  if (rc == 0) rc = send_command(buffer, device);
-  if (rc >= 0) rc = receive_reply(buffer, device, timeout_seconds);
-  lSerialCloseL();
+  rc = lock_port(call, device);
+  if (rc == 0) rc = configure_port(call, device);
+  if (rc == 0) rc = send_command(call, device);
+  if (rc >= 0) rc = receive_reply(call, device);
+  lSerialCloseL(call.port);
   return rc;
 }

@@ -2,14 +2,19 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <iterator>
+
 #include "api/context.h"
 #include "api/version.h"
-#include "olk_sat_utils/return_codes.h"
+#include "olk_sat_utils/sat_functions.h"
 #include "olk_utils/bounded_text.h"
 #include "olk_utils/file_helpers.h"
 #include "olk_utils/ini_file.h"
@@ -27,6 +32,7 @@ constexpr size_t kWorkBufferSize = 8192;
 
 // An empty line ends a block; each block is written at once. No comment below the first header names an
 // item of the section above it, because a lookup would match there.
+constexpr const char* kTimeoutLines = nullptr;
 constexpr const char* kDefaultFile[] = {
     "#",
     "# IMPORTANTE: Para fixar a porta adicione >> FixarPorta=<NomeDaPorta>",
@@ -43,22 +49,7 @@ constexpr const char* kDefaultFile[] = {
     "# Define o timeout em Segundos de resposta para as funcaes do SAT",
     "#",
     "[SAT_TIMEOUT]",
-    "AtivarSAT                     =1800",
-    "ComunicarCertificadoICPBRASIL = 300",
-    "EnviarDadosVenda              =  30",
-    "CancelarUltimaVenda           =  30",
-    "ConsultarSAT                  =  10",
-    "TesteFimAFim                  =  20",
-    "ConsultarStatusOperacional    =  10",
-    "ConsultarNumeroSessao         =  20",
-    "ConfigurarInterfaceDeRede     =  20",
-    "AssociarAssinatura            =1800",
-    "AtualizarSoftwareSAT          =1800",
-    "ExtrairLogs                   =  30",
-    "BloquearSAT                   = 300",
-    "DesbloquearSAT                =  20",
-    "TrocarCodigoDeAtivacao        =  30",
-    "ConsultarUltimaSessaoFiscal   =  20",
+    kTimeoutLines,
     "",
     "#",
     "# SAT_EMULATOR <default>0=Disable",
@@ -99,11 +90,29 @@ int open_for_default_file() {
   return -1;
 }
 
+size_t put_line(char* block, size_t length, const char* line) {
+  length += copy_text(block + length, kWorkBufferSize - length - 1, line);
+  block[length] = '\n';
+  return length + 1;
+}
+
+size_t put_timeout_lines(char* block, size_t length) {
+  for (const SatFunction& function : kSatFunctions) {
+    char line[64];
+    snprintf(line, sizeof line, "%-30s=%4u", function.name, function.default_timeout_s);
+    length = put_line(block, length, line);
+  }
+  return length;
+}
+
 void write_default_file(int file, char* block) {
   size_t length = 0;
   for (const char* line : kDefaultFile) {
-    length += copy_text(block + length, kWorkBufferSize - length - 1, line);
-    block[length++] = '\n';
+    if (line == kTimeoutLines) {
+      length = put_timeout_lines(block, length);
+      continue;
+    }
+    length = put_line(block, length, line);
     if (line[0] != '\0') continue;
     write_whole(file, block, length);
     length = 0;
@@ -123,22 +132,19 @@ struct Lookup {
 struct Item {
   const char* section;
   const char* name;
-  void (*apply)(const Item&, Lookup&);
+  void (*apply)(const Item&, Lookup&, Settings&) = nullptr;  // null: read and logged only
   void (*trace)(const Item&, const Lookup&, int step) = nullptr;
-  bool shares_step = false;  // with the item before
-  // What apply works on; each rule uses its own.
-  char* text = nullptr;
-  size_t text_size = 0;
-  int32_t* number = nullptr;
-  int64_t* flag = nullptr;
-  uint32_t row = 0;  // of tRetCode98
-  const char* keyword = nullptr;
-  const char* fallback_text = nullptr;
-  int32_t fallback_number = 0;
+  bool shares_step = false;        // with the item before
+  bool Settings::*flag = nullptr;  // of a switch
+  SatFunctionIndex function = {};  // of a time-out
 };
 
 #define ITEM_TRACE(level, text) \
   CONFIG_TRACE_IN(kUpdate, level, text, lookup.rc, step, kIniFileName, item.section, item.name, lookup.value)
+
+bool is_on(const Lookup& lookup) {
+  return lookup.value[0] == '1';
+}
 
 void trace_fail(const Item& item, const Lookup& lookup, int step) {
   ITEM_TRACE(kError, "rc[%04d]ER:FAIL  STEP%02dc  TalvexIniFileName[%s]  strSessionName[%s]  item[%s=%s]\n");
@@ -198,7 +204,7 @@ void trace_emulator_switch(const Item& item, const Lookup& lookup, int step) {
           "rc[%04d]WR:WARN  STEP%02db  TalvexIniFileName[%s]  strSessionName[%s]  item[%s=%s]SAT_EMU=OFF\n");
       break;
     case Outcome::kPresent:
-      if (*item.flag != 0) {
+      if (is_on(lookup)) {
         ITEM_TRACE(
             kInfo,
             "rc[%04d]OK:PASS  STEP%02da  TalvexIniFileName[%s]  strSessionName[%s]  item[%s=%s]SAT_EMU=ON\n");
@@ -210,10 +216,8 @@ void trace_emulator_switch(const Item& item, const Lookup& lookup, int step) {
   }
 }
 
-void apply_nothing(const Item&, Lookup&) {}
-
 // The log takes its settings itself; here its directory is made to exist.
-void apply_log_path(const Item&, Lookup& lookup) {
+void apply_log_path(const Item&, Lookup& lookup, Settings&) {
   if (lookup.outcome != Outcome::kPresent || tLog.ucModeMask == 0) return;
   if (OLK_Exist(lookup.value) != 1) OLK_CreateDir(lookup.value);
   API_TRACE_IN(kUpdate, kWarning,
@@ -221,44 +225,35 @@ void apply_log_path(const Item&, Lookup& lookup) {
                kLibraryDate, kBuildStamp, kPlatformBits);
 }
 
-void apply_fixed_port(const Item& item, Lookup& lookup) {
+// The port itself is looked up whenever it is needed. Kept: a file without one is read once more by the next
+// call.
+void apply_fixed_port(const Item&, Lookup& lookup, Settings& settings) {
   switch (lookup.outcome) {
     case Outcome::kMissing:
       lookup.rc = 0;
-      memset(reinterpret_cast<char*>(&gl_tSat) + offsetof(SatContext, strFixedPort), 0, kFixedPortClearing);
+      settings.tIniFileTime = 0;
       break;
     case Outcome::kEmpty:
       lookup.rc = 1;
       break;
     case Outcome::kPresent:
-      copy_text(item.text, item.text_size, lookup.value);
+      break;
   }
 }
 
-void apply_text(const Item& item, Lookup& lookup) {
+void apply_result_path(const Item&, Lookup& lookup, Settings& settings) {
   const bool present = lookup.outcome == Outcome::kPresent;
-  copy_text(item.text, item.text_size, present ? lookup.value : item.fallback_text);
+  copy_text(settings.strResultPathLinux, present ? lookup.value : "/etc/Arvolen/Cupons/New");
 }
 
-// Kept: only the keyword itself is taken as a number, and reads as 0; any number gives the fallback.
-void apply_unless_keyword(const Item& item, Lookup& lookup) {
-  const bool is_keyword = lookup.outcome == Outcome::kPresent && strcmp(lookup.value, item.keyword) == 0;
-  *item.number = is_keyword ? decimal_value(lookup.value) : item.fallback_number;
-}
-
-void apply_number(const Item& item, Lookup& lookup) {
-  const bool present = lookup.outcome == Outcome::kPresent;
-  *item.number = present ? decimal_value(lookup.value) : item.fallback_number;
-}
-
-void apply_timeout(const Item& item, Lookup& lookup) {
-  if (lookup.outcome != Outcome::kPresent) return;
+void apply_timeout(const Item& item, Lookup& lookup, Settings& settings) {
+  if (lookup.outcome != Outcome::kPresent || !kSatFunctions[item.function].takes_timeout) return;
   lookup.rc = decimal_value(lookup.value);
-  if (lookup.rc > 0) tRetCode98[item.row].timeoutSeconds = static_cast<uint32_t>(lookup.rc);
+  if (lookup.rc > 0) settings.timeout_s[item.function] = static_cast<uint32_t>(lookup.rc);
 }
 
-void apply_switch(const Item& item, Lookup& lookup) {
-  *item.flag = lookup.value[0] == '1' ? 1 : 0;
+void apply_switch(const Item& item, Lookup& lookup, Settings& settings) {
+  settings.*item.flag = is_on(lookup);
 }
 
 constexpr char kLog[] = "LOG";
@@ -267,108 +262,60 @@ constexpr char kTimeouts[] = "SAT_TIMEOUT";
 constexpr char kResultFiles[] = "ARVOLEN";
 constexpr char kEmulator[] = "SAT_EMULATOR";
 
-constexpr int32_t kMaxDword = -1;          // 0xFFFFFFFF
-constexpr int32_t kMaxDwordLessTen = -11;  // 0xFFFFFFF5
-
-// In reading order. Kept: the last nine time-outs are read and logged but never applied.
-constexpr Item kItems[] = {
+constexpr Item kItemsBeforeTimeouts[] = {
     {.section = kLog, .name = "LogFilePath", .apply = apply_log_path, .trace = trace_log_path},
-    {.section = kLog, .name = "LogFileName", .apply = apply_nothing},
-    {.section = kLog, .name = "LogFileMaxSize", .apply = apply_nothing},
-    {.section = kLog, .name = "LogMode", .apply = apply_nothing},
+    {.section = kLog, .name = "LogFileName"},
+    {.section = kLog, .name = "LogFileMaxSize"},
+    {.section = kLog, .name = "LogMode"},
     {.section = kSerialPort,
      .name = "FixarPorta",
      .apply = apply_fixed_port,
      .trace = trace_fixed_port,
-     .shares_step = true,
-     .text = gl_tSat.strFixedPort,
-     .text_size = sizeof gl_tSat.strFixedPort},
-    {.section = kSerialPort,
-     .name = "SerialPortConfig",
-     .apply = apply_text,
-     .text = gl_tSat.strSerialPortConfig,
-     .text_size = sizeof gl_tSat.strSerialPortConfig,
-     .fallback_text = "115200,8,n,1"},
-    {.section = kSerialPort,
-     .name = "ReadIntervalTimeout",
-     .apply = apply_unless_keyword,
-     .number = &gl_tSat.iReadIntervalTimeout,
-     .keyword = "MAXDWORD",
-     .fallback_number = kMaxDword},
-    {.section = kSerialPort,
-     .name = "ReadTotalTimeoutMultiplier",
-     .apply = apply_unless_keyword,
-     .number = &gl_tSat.iReadTotalTimeoutMultiplier,
-     .keyword = "MAXDWORD",
-     .fallback_number = kMaxDword},
-    {.section = kSerialPort,
-     .name = "ReadTotalTimeoutConstant",
-     .apply = apply_unless_keyword,
-     .number = &gl_tSat.iReadTotalTimeoutConstant,
-     .keyword = "MAXDWORD-10",
-     .fallback_number = kMaxDwordLessTen},
-    {.section = kSerialPort,
-     .name = "WriteTotalTimeoutMultiplier",
-     .apply = apply_number,
-     .number = &gl_tSat.iWriteTotalTimeoutMultiplier,
-     .fallback_number = 1},
-    {.section = kSerialPort,
-     .name = "WriteTotalTimeoutConstant",
-     .apply = apply_number,
-     .number = &gl_tSat.iWriteTotalTimeoutConstant,
-     .fallback_number = 1},
-    {.section = kTimeouts, .name = "AtivarSAT", .apply = apply_timeout, .row = kAtivarSAT},
-    {.section = kTimeouts,
-     .name = "ComunicarCertificadoICPBRASIL",
-     .apply = apply_timeout,
-     .row = kComunicarCertificadoICPBRASIL},
-    {.section = kTimeouts, .name = "EnviarDadosVenda", .apply = apply_timeout, .row = kEnviarDadosVenda},
-    {.section = kTimeouts,
-     .name = "CancelarUltimaVenda",
-     .apply = apply_timeout,
-     .row = kCancelarUltimaVenda},
-    {.section = kTimeouts, .name = "ConsultarSAT", .apply = apply_timeout, .row = kConsultarSAT},
-    {.section = kTimeouts, .name = "TesteFimAFim", .apply = apply_timeout, .row = kTesteFimAFim},
-    {.section = kTimeouts,
-     .name = "ConsultarStatusOperacional",
-     .apply = apply_timeout,
-     .row = kConsultarStatusOperacional},
-    {.section = kTimeouts, .name = "ConsultarNumeroSessao", .apply = apply_nothing},
-    {.section = kTimeouts, .name = "ConfigurarInterfaceDeRede", .apply = apply_nothing},
-    {.section = kTimeouts, .name = "AssociarAssinatura", .apply = apply_nothing},
-    {.section = kTimeouts, .name = "AtualizarSoftwareSAT", .apply = apply_nothing},
-    {.section = kTimeouts, .name = "ExtrairLogs", .apply = apply_nothing},
-    {.section = kTimeouts, .name = "BloquearSAT", .apply = apply_nothing},
-    {.section = kTimeouts, .name = "DesbloquearSAT", .apply = apply_nothing},
-    {.section = kTimeouts, .name = "TrocarCodigoDeAtivacao", .apply = apply_nothing},
-    {.section = kTimeouts, .name = "ConsultarUltimaSessaoFiscal", .apply = apply_nothing},
-    {.section = kResultFiles,
-     .name = "PathWindows",
-     .apply = apply_text,
-     .text = gl_tSat.strResultPathWindows,
-     .text_size = sizeof gl_tSat.strResultPathWindows,
-     .fallback_text = "C:\\ProgramData\\Arvolen\\Cupons\\New"},
-    {.section = kResultFiles,
-     .name = "PathLinux",
-     .apply = apply_text,
-     .text = gl_tSat.strResultPathLinux,
-     .text_size = sizeof gl_tSat.strResultPathLinux,
-     .fallback_text = "/etc/Arvolen/Cupons/New"},
-    {.section = kResultFiles, .name = "Enable", .apply = apply_switch, .flag = &gl_tSat.lResultFilesOn},
+     .shares_step = true},
+    // The line's settings are fixed.
+    {.section = kSerialPort, .name = "SerialPortConfig"},
+    {.section = kSerialPort, .name = "ReadIntervalTimeout"},
+    {.section = kSerialPort, .name = "ReadTotalTimeoutMultiplier"},
+    {.section = kSerialPort, .name = "ReadTotalTimeoutConstant"},
+    {.section = kSerialPort, .name = "WriteTotalTimeoutMultiplier"},
+    {.section = kSerialPort, .name = "WriteTotalTimeoutConstant"},
+};
+
+constexpr Item kItemsAfterTimeouts[] = {
+    {.section = kResultFiles, .name = "PathWindows"},
+    {.section = kResultFiles, .name = "PathLinux", .apply = apply_result_path},
+    {.section = kResultFiles, .name = "Enable", .apply = apply_switch, .flag = &Settings::lResultFilesOn},
     {.section = kEmulator,
      .name = "Enable",
      .apply = apply_switch,
      .trace = trace_emulator_switch,
-     .flag = &gl_tSat.lSatEmulatorOn},
+     .flag = &Settings::lSatEmulatorOn},
 };
 
-void read_item(const Item& item, int step) {
+constexpr size_t kItemCount =
+    std::size(kItemsBeforeTimeouts) + kSatFunctionCount + std::size(kItemsAfterTimeouts);
+
+// In reading order, with a time-out for each SAT function.
+constexpr std::array<Item, kItemCount> kItems = [] {
+  std::array<Item, kItemCount> items{};
+  auto next = std::copy(std::begin(kItemsBeforeTimeouts), std::end(kItemsBeforeTimeouts), items.begin());
+  for (uint32_t row = 0; row < kSatFunctionCount; ++row) {
+    *next++ = {.section = kTimeouts,
+               .name = kSatFunctions[row].name,
+               .apply = apply_timeout,
+               .function = static_cast<SatFunctionIndex>(row)};
+  }
+  std::copy(std::begin(kItemsAfterTimeouts), std::end(kItemsAfterTimeouts), next);
+  return items;
+}();
+
+void read_item(const Item& item, int step, Settings& settings) {
   char value[128] = {};
   const int rc = read_ini_value(kIniFileName, item.section, item.name, value, sizeof value);
   const Outcome outcome = rc < 0 ? Outcome::kMissing : value[0] == '\0' ? Outcome::kEmpty : Outcome::kPresent;
   if (outcome == Outcome::kMissing) value[0] = '\0';
   Lookup lookup{outcome, rc, value};
-  item.apply(item, lookup);
+  if (item.apply != nullptr) item.apply(item, lookup, settings);
   (item.trace != nullptr ? item.trace : trace_item)(item, lookup, step);
 }
 
@@ -404,7 +351,7 @@ int CreateFile_TalvexIni() {
   return created;
 }
 
-int UpdateTalvexConfiguration() {
+int UpdateTalvexConfiguration(Settings& settings) {
   int step = 0;
   int rc = existing_file_size(kIniFileName);
   if (rc < 0) rc = CreateFile_TalvexIni();
@@ -413,12 +360,12 @@ int UpdateTalvexConfiguration() {
                  step, kIniFileName);
     return rc;
   }
-  if (context_is_set_up()) {
+  if (gl_tSat.is_set_up) {
     CONFIG_TRACE(kInfo, "rc[%04d]OK:PASS  STEP%02da  TalvexIniFileName[%s]OK\n", rc, step, kIniFileName);
   }
   for (const Item& item : kItems) {
     if (!item.shares_step) ++step;
-    read_item(item, step);
+    read_item(item, step, settings);
   }
   return step;
 }

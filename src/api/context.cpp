@@ -1,7 +1,6 @@
 #include "api/context.h"
 
 #include <string.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 
 #include "api/configuration.h"
@@ -11,26 +10,9 @@
 #include "olk_utils/open_file.h"
 #include "olk_utils/trace_log.h"
 
-namespace {
-
-constexpr uint8_t kMark = 0xAA;
-constexpr uint8_t kTail = 0x55;
-
-constexpr size_t kPageSize = 4096;
-// Small commands and replies live in these first bytes: clearing them by hand is cheaper than a page fault.
-constexpr size_t kClearedByHand = 4 * kPageSize;
-
-}  // namespace
-
 SatContext gl_tSat;
 
-alignas(kPageSize) char gl_sSatPkt[kPacketBufferSize];
-alignas(kPageSize) char gl_TmpBuf[kPacketBufferSize];
-
 namespace {
-
-// Everything in gl_sSatPkt from here on is zero.
-size_t packet_end = kPacketBufferSize;
 
 constexpr char kFunction[] = "init_global_sat_struct";
 
@@ -43,10 +25,10 @@ bool modification_time(time_t& time) {
 
 void read_again_if_changed() {
   time_t changed = 0;
-  if (!modification_time(changed) || changed == gl_tSat.tIniFileTime) return;
-  UpdateTalvexConfiguration();
+  if (!modification_time(changed) || changed == gl_tSat.settings.tIniFileTime) return;
+  UpdateTalvexConfiguration(gl_tSat.settings);
   OLK_SetIniFileLogMode(pApiLogFileName, kIniFileName);
-  gl_tSat.tIniFileTime = changed;
+  gl_tSat.settings.tIniFileTime = changed;
 }
 
 void create_missing_configuration() {
@@ -71,31 +53,26 @@ void trace_start_up(int log_mode) {
 }
 
 void set_up() {
-  memset(&gl_tSat, 0, sizeof gl_tSat);
+  gl_tSat = {};
   create_missing_configuration();
   const int log_mode = OLK_SetIniFileLogMode(pApiLogFileName, kIniFileName);
-  UpdateTalvexConfiguration();
+  UpdateTalvexConfiguration(gl_tSat.settings);
   trace_start_up(log_mode);
 
   bWarningLogsEnabled = 0;
   OLK_SetIniFileLogMode(pApiLogFileName, kIniFileName);
-  modification_time(gl_tSat.tIniFileTime);
+  modification_time(gl_tSat.settings.tIniFileTime);
   // The second reading is the one that is logged with the final log settings.
-  UpdateTalvexConfiguration();
+  UpdateTalvexConfiguration(gl_tSat.settings);
 
-  gl_tSat.ucInitMark = kMark;
-  gl_tSat.ucInitTail = kTail;
+  gl_tSat.is_set_up = true;
 }
 
 }  // namespace
 
-bool context_is_set_up() {
-  return gl_tSat.ucInitMark == kMark && gl_tSat.ucInitTail == kTail;
-}
-
 int init_global_sat_struct() {
   forget_lease_waits();
-  if (!context_is_set_up()) {
+  if (!gl_tSat.is_set_up) {
     set_up();
     return 0;
   }
@@ -103,22 +80,4 @@ int init_global_sat_struct() {
   LogSATProtocolSzCtl();
   read_again_if_changed();
   return 1;
-}
-
-void clear_buffer(char* buffer, size_t size) {
-  if (buffer == gl_sSatPkt) {
-    if (size > packet_end) size = packet_end;
-    packet_end = kPacketBufferSize;
-    const size_t pages_end = size - size % kPageSize;
-    if (pages_end > kClearedByHand &&
-        madvise(buffer + kClearedByHand, pages_end - kClearedByHand, MADV_DONTNEED) == 0) {
-      memset(buffer + pages_end, 0, size - pages_end);
-      size = kClearedByHand;
-    }
-  }
-  memset(buffer, 0, size);
-}
-
-void packet_buffer_ends_at(size_t bytes) {
-  packet_end = bytes < kPacketBufferSize ? bytes : kPacketBufferSize;
 }

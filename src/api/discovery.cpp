@@ -137,7 +137,7 @@ int save_port(const char* name, int rc) {
 
 }  // namespace
 
-int findSat(char* deviceName) {
+int findSat(const Settings& settings, char* deviceName) {
   auto* found = static_cast<UsbSearchLine*>(calloc(1, sizeof(UsbSearchLine)));
   if (found == nullptr) {
     API_TRACE(kError, "Lnx: rc[%06d]:ER:calloc()\n\t >> popen[%s] portNameFmt[%08Xh]=NULL\n",
@@ -150,7 +150,7 @@ int findSat(char* deviceName) {
     rc = 0;
     prefer_fixed_port(rc, name);
     if (strstr(name, "/dev/") == nullptr) {
-      rc = gl_tSat.lSatEmulatorOn != 0 ? use_emulator_port(name) : give_up_search(name);
+      rc = settings.lSatEmulatorOn ? use_emulator_port(name) : give_up_search(name);
     }
   }
   rc = save_port(name, rc);
@@ -168,14 +168,12 @@ int GetFixedSerialPort(char* value) {
   }
   memset(value, 0, kDeviceNameSize);
   if (read_ini_value(kIniFileName, kSection, "FixarPorta", value, kDeviceNameSize) < 0) {
-    gl_tSat.strFixedPort[0] = '\0';
     // Kept: the stray "]" behind the section's name.
     CONFIG_TRACE(kInfo, "rc[%04d]OK:\n\t     Ini[%s]\n\t Session[%s]\n\t    Item[%s]\n", 0, kIniFileName,
                  "SERIAL_PORT_CONFIG]", "FixarPorta= << NAO EXISTIR <DEFAULT>\n");
     return 0;
   }
   const int length = length_field(trim_to_last_digit(value));
-  copy_text(gl_tSat.strFixedPort, value);
   if (length == 0) {
     CONFIG_TRACE(kInfo, "rc[%04d]OK:\n\t     Ini[%s]\n\t Session[%s]\n\t    Item[%s]\n", 1, kIniFileName,
                  kSection, "FixarPorta= << SEM VALOR <NAO USAR>\n");

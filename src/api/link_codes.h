@@ -10,10 +10,11 @@ enum LinkCode : int {
   kLinkNoReply = TALVEX_LINK_NO_REPLY,
   kLinkNoStx = TALVEX_LINK_NO_REPLY_START,
   kLinkChecksum = TALVEX_LINK_BAD_CHECKSUM,
-  kLinkWrite = TALVEX_LINK_BROKEN_OFF,      // sending: a write failed; also a command that does not fit
-  kLinkReplyGap = TALVEX_LINK_BROKEN_OFF,   // receiving: the frame stopped arriving
-  kLinkWriteStalled = TALVEX_LINK_STALLED,  // sending
-  kLinkRead = TALVEX_LINK_STALLED,          // receiving
+  kLinkWrite = TALVEX_LINK_BROKEN_OFF,           // sending: a write failed
+  kLinkCommandTooLong = TALVEX_LINK_BROKEN_OFF,  // nothing was sent
+  kLinkReplyGap = TALVEX_LINK_BROKEN_OFF,        // receiving: the frame stopped arriving
+  kLinkWriteStalled = TALVEX_LINK_STALLED,       // sending
+  kLinkRead = TALVEX_LINK_STALLED,               // receiving
   kLinkAttemptsUsed = TALVEX_LINK_ATTEMPTS_USED,
   kLinkRefused = TALVEX_LINK_REFUSED,  // the fourth NAK
   kLinkLock = TALVEX_LINK_LOCK_FAILED,

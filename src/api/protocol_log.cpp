@@ -7,8 +7,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+
 #include "api/context.h"
+#include "api/packet_buffer.h"
 #include "olk_sat_utils/frames.h"
+#include "olk_sat_utils/sat_functions.h"
 #include "olk_utils/bounded_text.h"
 #include "olk_utils/open_file.h"
 #include "olk_utils/output.h"
@@ -19,6 +23,10 @@ int gl_iFd;
 int gl_hComm = -1;
 
 namespace {
+
+char line[kPacketBufferSize];  // the last one that was composed
+// The log is closed only behind the first one; a size-control loop on another thread looks at it.
+std::atomic<bool> has_composed_line = false;
 
 constexpr char kLogMsg[] = "LogSATProtocolMsg";
 constexpr char kCreate[] = "CreateSAT_ProtLogFile";
@@ -90,13 +98,14 @@ size_t last_text_byte(const Frame& frame) {
   return frame.length >= 3 ? frame.length - 3 : 0;
 }
 
-// A line goes to the scratch buffer, cut at its end with the line feed kept.
+// A line is cut at the buffer's end, its line feed kept.
 void finish_line(int length) {
-  if (length >= static_cast<int>(sizeof gl_TmpBuf)) gl_TmpBuf[sizeof gl_TmpBuf - 2] = '\n';
+  has_composed_line = true;
+  if (length >= static_cast<int>(sizeof line)) line[sizeof line - 2] = '\n';
 }
 
-#define COMPOSE_LINE(format)                                                                                 \
-  finish_line(snprintf(gl_TmpBuf, sizeof gl_TmpBuf, format, now.tm_year + 1900, now.tm_mon + 1, now.tm_mday, \
+#define COMPOSE_LINE(format)                                                                       \
+  finish_line(snprintf(line, sizeof line, format, now.tm_year + 1900, now.tm_mon + 1, now.tm_mday, \
                        now.tm_hour, now.tm_min, now.tm_sec, rendering.work))
 
 void render_sent(const Frame& frame, const tm& now, Rendering& rendering) {
@@ -163,7 +172,7 @@ bool write_line() {
   const int descriptor = exchange_descriptor(0);
   if (descriptor == 0) return false;
   if (descriptor > 0 && !is_open_log_file(descriptor)) return false;
-  write_whole(descriptor, gl_TmpBuf, strlen(gl_TmpBuf));
+  write_whole(descriptor, line, strlen(line));
   exchange_descriptor(descriptor);
   return true;
 }
@@ -171,13 +180,13 @@ bool write_line() {
 void log_line() {
   if (write_line()) return;
   API_TRACE_IN(kLogMsg, kWarning, "All ER:gl_iFd[%08Xh]=NULL\n\t Msg[%06d:%s] Trying to Open NOw\n",
-               hex32(gl_iFd), length_field(strlen(gl_TmpBuf)), gl_TmpBuf);
+               hex32(gl_iFd), length_field(strlen(line)), line);
   CreateSAT_ProtLogFile();
   if (write_line()) return;
   // Kept: the second attempt's success comes too late for this line.
   CreateSAT_ProtLogFile();
   API_TRACE_IN(kLogMsg, kWarning, "All ER:gl_iFd[%08Xh]=NULL\n\t Msg[%06d:%s]\n", hex32(gl_iFd),
-               length_field(strlen(gl_TmpBuf)), gl_TmpBuf);
+               length_field(strlen(line)), line);
 }
 
 // With logging off and no file open nobody sees the line; only the mark that there was one stays.
@@ -204,9 +213,8 @@ bool directory_exists_or_is_made(const char* path) {
 }
 
 bool is_held_back_while_running(const char* command) {
-  static constexpr const char* kLongCommands[] = {"AtivarSAT",    "EnviarDadosVenda", "CancelarUltimaVenda",
-                                                  "TesteFimAFim", "ExtrairLogs",      "AtualizarSoftwareSAT"};
-  return is_one_of(command, kLongCommands);
+  const SatFunction* function = find_sat_function(command);
+  return function != nullptr && function->holds_back_size_control;
 }
 
 }  // namespace
@@ -217,7 +225,7 @@ void LogSATProtocolMsg(const char* text, bool received) {
     return;
   }
   if (nobody_sees_the_line()) {
-    copy_text(gl_TmpBuf, "-");
+    has_composed_line = true;
     return;
   }
   const size_t length = strlen(text);
@@ -270,7 +278,7 @@ void CreateSAT_ProtLogFile() {
 }
 
 void LogSATProtocolSzCtl() {
-  if (gl_TmpBuf[0] == '\0') return;
+  if (!has_composed_line) return;
   close_protocol_log();
   // Kept: an outgrown protocol log is neither moved nor cut, it grows for the whole day.
   if (tLog.iLogFileMaxSize == 0) tLog.iLogFileMaxSize = kDefaultLogMaxSize;
@@ -282,18 +290,19 @@ void close_protocol_log() {
 }
 
 void LogSzCtlTherad(void) {
+  constexpr unsigned kHandle = 0;  // of the loop's thread, which the library does not know
   constexpr int kSecondsPerCycle = 5;
   constexpr unsigned kSecond = 1000000;
   constexpr int kCyclesHeldBack = 19;
 
-  API_PLAIN_TRACE(kWarning, " Entering hT[%08Xh]\n", gl_tSat.hT);
+  API_PLAIN_TRACE(kWarning, " Entering hT[%08Xh]\n", kHandle);
   int cycles = 0;
   for (;;) {
     for (int second = 0; second < kSecondsPerCycle; ++second) pause_microseconds(kSecond);
     if (gl_hComm != 0 && gl_hComm != -1 && is_held_back_while_running(gl_tSat.CurSatCmdInProc)) {
       if (++cycles <= kCyclesHeldBack) continue;
-      API_PLAIN_TRACE(kWarning, " hT[%08Xh] i[%02d] CurSatCmdInProc[%s]Running for Long Time!!!\n",
-                      gl_tSat.hT, cycles, gl_tSat.CurSatCmdInProc);
+      API_PLAIN_TRACE(kWarning, " hT[%08Xh] i[%02d] CurSatCmdInProc[%s]Running for Long Time!!!\n", kHandle,
+                      cycles, gl_tSat.CurSatCmdInProc);
     }
     cycles = 0;
     TraleFileLogSzCtl();

@@ -1,17 +1,28 @@
-// The device's serial port. One port at a time, on one library-wide handle; the order is open, lock,
-// settings ... close. Reads and writes on it never block.
+// The device's serial port: opened, locked, set, used and closed, in that order, by one call. Reads and
+// writes on it never block.
 #pragma once
 
-// Descriptor of the open port, -1 when closed; 0 only before the first open of the process.
-extern int hComm;
+inline constexpr int kClosedPort = -1;
 
-int lSerialOpenW(const char* path);
+struct SerialPort {
+  int descriptor = kClosedPort;
+  // The last wait ended early, and nothing has been read or written since.
+  bool woke_for_nothing = false;
+  bool woke_without_room = false;
+};
 
-// Exclusive lock against other processes. When it fails errno is as flock left it: EAGAIN means that
-// another process holds the device.
-int lSerialLock();
+// What became of a step, and why.
+struct PortResult {
+  int rc = 0;     // 0, or a negative LinkCode
+  int error = 0;  // errno behind it
+};
 
-int lSerialSettingsL();
-int lSerialFlushRx();
-int lSerialUnlock();
-int lSerialCloseL();
+int lSerialOpenW(SerialPort& port, const char* path);
+
+// Exclusive lock against other processes. EAGAIN: another one holds the device.
+PortResult lSerialLock(const SerialPort& port);
+
+int lSerialSettingsL(SerialPort& port);
+int lSerialFlushRx(SerialPort& port);
+int lSerialUnlock(const SerialPort& port);
+int lSerialCloseL(SerialPort& port);

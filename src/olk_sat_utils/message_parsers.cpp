@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include "olk_sat_utils/frames.h"
+#include "olk_sat_utils/sat_functions.h"
 #include "olk_sat_utils/split_text.h"
 #include "olk_utils/bounded_text.h"
 #include "olk_utils/system_clock.h"
@@ -42,14 +43,13 @@ uint32_t unsigned_value(const char* text) {
 }
 
 bool records_sales(const char* command_name) {
-  static constexpr const char* kSellingCommands[] = {"EnviarDadosVenda", "CancelarUltimaVenda",
-                                                     "TesteFimAFim"};
-  return is_one_of(command_name, kSellingCommands);
+  const SatFunction* function = find_sat_function(command_name);
+  return function != nullptr && function->sells;
 }
 
 // That query is answered with the session of the last sale or cancellation, so another number is no error.
 bool answers_with_other_session(const char* command_name) {
-  return strcmp(command_name, "ConsultarUltimaSessaoFiscal") == 0;
+  return find_sat_function(command_name) == &kSatFunctions[kConsultarUltimaSessaoFiscal];
 }
 
 // R01. False ends the parse: the response belongs to another command.

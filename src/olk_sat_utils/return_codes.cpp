@@ -13,39 +13,16 @@ constexpr int kEmptyMessageCode = 55555;
 constexpr int32_t kLastReturnCode = 99999;
 constexpr int32_t kLastNotice = 9999;
 
-// Kept: ConsultarUltimaSessaoFiscal never gets a busy reply, but the error text.
-constexpr uint32_t kLastBusyFunction = kTrocarCodigoDeAtivacao;
-constexpr int32_t kShortLayout = 5;
+constexpr int kFieldsWithoutAlert = 5;
 
-// The source lines that the error texts have always named; support finds the cause by them.
+// The source line that the error text has always named; support finds the cause by it.
 constexpr int kBadFunctionLine = 3149;
-constexpr int kBadLayoutLine = 3133;
 
-constexpr size_t kBusyCodeSize = 6;
 constexpr size_t kLongestFailureText = 100;
 
 char stResult[64];
 
 }  // namespace
-
-BusyReplyRow tRetCode98[kSatFunctionCount] = {
-    {kAtivarSAT, "040", 1800},
-    {kComunicarCertificadoICPBRASIL, "050", 300},
-    {kEnviarDadosVenda, "060", 30},
-    {kCancelarUltimaVenda, "070", 30},
-    {kConsultarSAT, "080", 10},
-    {kTesteFimAFim, "090", 20},
-    {kConsultarStatusOperacional, "100", 10},
-    {kConsultarNumeroSessao, "110", 20},
-    {kConfigurarInterfaceDeRede, "120", 20},
-    {kAssociarAssinatura, "130", 1800},
-    {kAtualizarSoftwareSAT, "140", 1800},
-    {kExtrairLogs, "150", 30},
-    {kBloquearSAT, "160", 300},
-    {kDesbloquearSAT, "170", 20},
-    {kTrocarCodigoDeAtivacao, "180", 30},
-    {kConsultarUltimaSessaoFiscal, "190", 20},
-};
 
 // Kept: names and messages are misspelt in places; hosts and manuals know them so.
 const ReturnCodeRow tCodRetSAT[kReturnCodeRoom] = {
@@ -207,29 +184,23 @@ const SefazNotice tMensagemSEFAZ[] = {
     {kLastNotice, nullptr},
 };
 
-int generate_98_return(char* out, uint32_t session, uint32_t functionIndex, uint32_t replyLayout) {
-  if (functionIndex > kLastBusyFunction) {
+int generate_98_return(char* out, int32_t session, const SatFunction& function) {
+  if (function.busy_reply_fields == 0) {
     snprintf(out, kBusyReplySize, "SAT Erro[%06d] Parametro Invalido  SAT L[%04d] F[%s] ", kBusyReplyError,
              kBadFunctionLine, __func__);
     SAT_UTILS_TRACE(kError, " rc[%06d]ER:All All Error!!!!!!\n", kBusyReplyError);
     return kBusyReplyError;
   }
+  char busy_code[6];
+  snprintf(busy_code, sizeof busy_code, "%s98", function.code_prefix);
 
-  char busyCode[kBusyCodeSize];
-  snprintf(busyCode, sizeof busyCode, "%s98", tRetCode98[functionIndex].codePrefix);
-
-  const auto layout = static_cast<int32_t>(replyLayout);
-  const auto printedSession = static_cast<int32_t>(session);
   int length = 0;
-  if (layout < 0) {
-    length = snprintf(out, kBusyReplySize, "SAT Erro[%06d] Numero de Argumentos errados  SAT L[%04d] F[%s] ",
-                      kBusyReplyError, kBadLayoutLine, __func__);
-  } else if (layout == kShortLayout) {
-    length = snprintf(out, kBusyReplySize, "%d|%s|SAT em processamento, tente novamente.||", printedSession,
-                      busyCode);
+  if (function.busy_reply_fields == kFieldsWithoutAlert) {
+    length =
+        snprintf(out, kBusyReplySize, "%d|%s|SAT em processamento, tente novamente.||", session, busy_code);
   } else {
-    length = snprintf(out, kBusyReplySize, "%d|%s|0000|SAT em processamento, tente novamente.||",
-                      printedSession, busyCode);
+    length = snprintf(out, kBusyReplySize, "%d|%s|0000|SAT em processamento, tente novamente.||", session,
+                      busy_code);
   }
   SAT_UTILS_TRACE(kInfo, "All rc[%05d]OK:All Gen 98Return \n\t << API->PC[%05d:%s]\n", 0, length, out);
   return length;

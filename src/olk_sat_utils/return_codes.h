@@ -1,39 +1,11 @@
-// What a SAT function can answer: busy codes and time-outs per function, and the messages of the codes.
+// What a SAT function can answer: its busy reply, and the messages of the return codes.
 #pragma once
 
 #include <stddef.h>
 #include <stdint.h>
 
+#include "olk_sat_utils/sat_functions.h"
 #include "talvex/talvex.h"
-
-// Row numbers of tRetCode98, in the order of the SAT standard.
-enum SatFunction : uint32_t {
-  kAtivarSAT,
-  kComunicarCertificadoICPBRASIL,
-  kEnviarDadosVenda,
-  kCancelarUltimaVenda,
-  kConsultarSAT,
-  kTesteFimAFim,
-  kConsultarStatusOperacional,
-  kConsultarNumeroSessao,
-  kConfigurarInterfaceDeRede,
-  kAssociarAssinatura,
-  kAtualizarSoftwareSAT,
-  kExtrairLogs,
-  kBloquearSAT,
-  kDesbloquearSAT,
-  kTrocarCodigoDeAtivacao,
-  kConsultarUltimaSessaoFiscal,
-  kSatFunctionCount,
-};
-
-// NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding): the order of the table's columns.
-struct BusyReplyRow {
-  int32_t index;
-  const char* codePrefix;   // "98" behind it makes the function's busy code
-  uint32_t timeoutSeconds;  // reception time-out; the configuration can replace it
-};
-extern BusyReplyRow tRetCode98[kSatFunctionCount];
 
 struct ReturnCodeRow {
   const char* function;   // the SAT function that the code belongs to; null in the last row
@@ -55,6 +27,6 @@ extern const SefazNotice tMensagemSEFAZ[];
 inline constexpr int32_t kBusyReplyError = -3000;
 
 // Writes the busy reply into out, which has room for kBusyReplySize bytes. Returns its length, or
-// kBusyReplyError, with an error text in out, for an index outside 0 to 14. errno is left alone.
+// kBusyReplyError, with an error text in out, for a function that has none.
 inline constexpr size_t kBusyReplySize = 128;
-int generate_98_return(char* out, uint32_t session, uint32_t functionIndex, uint32_t replyLayout);
+int generate_98_return(char* out, int32_t session, const SatFunction& function);

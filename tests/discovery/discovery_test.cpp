@@ -139,7 +139,7 @@ UsbNode talvex(const std::string& name) {
 class Discovery : public ApiTraceTest {
  protected:
   Discovery() {
-    std::memset(&gl_tSat, 0, sizeof gl_tSat);
+    gl_tSat = {};
     write_file("SAT.ini", "#\n[SERIAL_PORT_CONFIG]\n");
     log_up_to(kInfo);
   }
@@ -154,7 +154,7 @@ class Discovery : public ApiTraceTest {
     const CannedSearch search(nodes);
     char name[kDeviceNameSize];
     std::memset(name, 0x5A, sizeof name);
-    rc = findSat(name);
+    rc = findSat(settings_, name);
     chosen = name;
     calls = search.calls();
     lines = take_lines();
@@ -162,11 +162,12 @@ class Discovery : public ApiTraceTest {
   static void fix_port(const std::string& port) {
     write_file("SAT.ini", "#\n[SERIAL_PORT_CONFIG]\nFixarPorta=" + port + "\n");
   }
-  static void set_emulator(const std::string& items) {
-    gl_tSat.lSatEmulatorOn = 1;
+  void set_emulator(const std::string& items) {
+    settings_.lSatEmulatorOn = true;
     write_file("SAT.ini", "#\n[SERIAL_PORT_CONFIG]\n[SAT_EMULATOR]\n" + items);
   }
 
+  Settings settings_ = {};
   int rc = 1;
   std::string chosen;
   std::string calls;
@@ -250,7 +251,7 @@ TEST_F(Discovery, NoDeviceAndEmulatorOff) {
 
 TEST_F(Discovery, ANullNameIsNotFilled) {
   const CannedSearch search({talvex("ttyACM1")});
-  EXPECT_EQ(findSat(nullptr), 0);
+  EXPECT_EQ(findSat(settings_, nullptr), 0);
   EXPECT_EQ(read_file("SAT.conf"), "/dev/ttyACM1");
 }
 
@@ -290,12 +291,12 @@ TEST_F(Discovery, ThePortFileIsWrittenOverInPlaceWithTheNameThatItHolds) {
 // Whether the search has run again or its answer was recalled: a call cannot tell.
 TEST_F(Discovery, SaysTheSameOnEveryCallWhileNothingChanges) {
   const CannedSearch search({talvex("ttyACM0"), talvex("ttyACM1")});
-  findSat(nullptr);
+  findSat(settings_, nullptr);
   const Lines first = take_lines();
   EXPECT_THAT(first, SizeIs(6));
   for (int call = 0; call < 3; ++call) {
     char name[kDeviceNameSize];
-    EXPECT_EQ(findSat(name), 0);
+    EXPECT_EQ(findSat(settings_, name), 0);
     EXPECT_STREQ(name, "/dev/ttyACM1");
     EXPECT_EQ(take_lines(), first);
   }
@@ -394,7 +395,6 @@ TEST_F(Discovery, AFixedPortIsUsedUpTo255Characters) {
   find({});
   EXPECT_EQ(chosen, longest);
   EXPECT_EQ(read_file("SAT.conf"), longest);
-  EXPECT_EQ(gl_tSat.strFixedPort, longest.substr(0, 31));
   fix_port(longest + "7");
   find({});
   EXPECT_EQ(chosen, "/dev/ttyNONE");
@@ -492,7 +492,7 @@ TEST_F(Discovery, TheEmulatorsSwitchComesFromMemoryAndItsPortFromTheFile) {
   set_emulator("SerialPortLinux=/dev/pts/3\nEnable=0\n");
   find({});
   EXPECT_EQ(chosen, "/dev/pts/3");
-  gl_tSat.lSatEmulatorOn = 0;
+  settings_.lSatEmulatorOn = false;
   write_file("SAT.ini", "#\n[SERIAL_PORT_CONFIG]\n[SAT_EMULATOR]\nSerialPortLinux=/dev/pts/3\nEnable=1\n");
   find({});
   EXPECT_EQ(chosen, "/dev/ttyNONE");
@@ -545,7 +545,7 @@ TEST_F(Discovery, ANameThatTheDiskDoesNotTakeLeavesAnEmptyPortFile) {
       char name[kDeviceNameSize];
       {
         const FullDisk disk(room);
-        EXPECT_EQ(findSat(name), 0);
+        EXPECT_EQ(findSat(settings_, name), 0);
       }
       EXPECT_STREQ(name, "/dev/ttyACM0");
       EXPECT_TRUE(std::filesystem::exists("SAT.conf"));
@@ -582,7 +582,7 @@ TEST_F(Discovery, WithoutMemoryItGivesUpAtOnce) {
   const CannedSearch search({talvex("ttyACM0")});
   char name[kDeviceNameSize] = "untouched";
   out_of_memory = true;
-  EXPECT_EQ(findSat(name), -2000);
+  EXPECT_EQ(findSat(settings_, name), -2000);
   out_of_memory = false;
   EXPECT_STREQ(name, "untouched");
   EXPECT_FALSE(std::filesystem::exists("SAT.conf"));
@@ -613,25 +613,19 @@ class FixedPort : public Discovery {
 };
 
 TEST_F(FixedPort, OfNullBufferIsRefused) {
-  copy_text(gl_tSat.strFixedPort, "/dev/ttyS9");
   EXPECT_EQ(GetFixedSerialPort(nullptr), -5002);
   EXPECT_THAT(take_lines(),
               ElementsAre(fixed_line("ERR",
                                      "rc[-5002]ER: Ini[SAT.ini]  Session[SERIAL_PORT_CONFIG\n]  "
                                      "pFixedSerialPort=NULL\n")));
-  EXPECT_STREQ(gl_tSat.strFixedPort, "/dev/ttyS9");
 }
 
-TEST_F(FixedPort, MissingClearsTheSettingAndNothingElse) {
+TEST_F(FixedPort, MissingGivesNothing) {
   for (const char* file : {"#\n[SERIAL_PORT_CONFIG]\n", "# no section\n", ""}) {
-    std::memset(&gl_tSat, 0x5A, sizeof gl_tSat);
     write_file("SAT.ini", file);
     EXPECT_EQ(get(), 0);
     EXPECT_STREQ(value, "");
     EXPECT_THAT(lines, ElementsAre(kFixedMissing));
-    EXPECT_STREQ(gl_tSat.strFixedPort, "");
-    EXPECT_EQ(gl_tSat.strSerialPortConfig[0], 0x5A);
-    EXPECT_EQ(gl_tSat.tIniFileTime, 0x5A5A5A5A5A5A5A5A);
   }
   std::filesystem::remove("SAT.ini");
   EXPECT_EQ(get(), 0);
@@ -646,47 +640,31 @@ TEST_F(FixedPort, MissingItemIsNoErrorForTheEngine) {
   EXPECT_THAT(with_text(take_all_lines("olk_utils.log"), "rc[-00301]"), SizeIs(1));
 }
 
-TEST_F(FixedPort, EmptyClearsTheSetting) {
-  copy_text(gl_tSat.strFixedPort, "/dev/ttyS9");
+TEST_F(FixedPort, EmptyGivesNothing) {
   fix_port("");
   EXPECT_EQ(get(), 1);
   EXPECT_STREQ(value, "");
   EXPECT_THAT(lines, ElementsAre(kFixedEmpty));
-  EXPECT_STREQ(gl_tSat.strFixedPort, "");
 }
 
 TEST_F(FixedPort, WithoutADigitIsAnEmptyValue) {
-  copy_text(gl_tSat.strFixedPort, "/dev/ttyS9");
   fix_port("/dev/tty");
   EXPECT_EQ(get(), 1);
   EXPECT_STREQ(value, "");
   EXPECT_THAT(lines, ElementsAre(kFixedEmpty));
-  EXPECT_STREQ(gl_tSat.strFixedPort, "");
 }
 
-TEST_F(FixedPort, PresentIsTrimmedKeptAndCounted) {
+TEST_F(FixedPort, PresentIsTrimmedAndCounted) {
   fix_port("/dev/ttyS12;");
   EXPECT_EQ(get(), 11);
   EXPECT_STREQ(value, "/dev/ttyS12");
-  EXPECT_STREQ(gl_tSat.strFixedPort, "/dev/ttyS12");
   EXPECT_THAT(lines, ElementsAre(fixed_set("/dev/ttyS12")));
 }
 
-TEST_F(FixedPort, OfFewerThanThreeCharactersIsSetAllTheSame) {
+TEST_F(FixedPort, OfFewerThanThreeCharactersIsTakenAllTheSame) {
   fix_port("/1");
   EXPECT_EQ(get(), 2);
-  EXPECT_STREQ(gl_tSat.strFixedPort, "/1");
   EXPECT_THAT(lines, ElementsAre(fixed_set("/1")));
-}
-
-TEST_F(FixedPort, LongerThanItsFieldIsCutThereAndLeavesTheNeighbourAlone) {
-  gl_tSat.strSerialPortConfig[0] = 0x5A;
-  const std::string port = "/dev/" + std::string(122, '7');
-  fix_port(port);
-  EXPECT_EQ(get(), 127);
-  EXPECT_EQ(value, port);
-  EXPECT_EQ(gl_tSat.strFixedPort, port.substr(0, 31));
-  EXPECT_EQ(gl_tSat.strSerialPortConfig[0], 0x5A);
 }
 
 // ---- A whole call -----------------------------------------------------------------------------------
@@ -701,7 +679,6 @@ TEST_F(Discovery, DoesNotTouchTheFilesTimeSoTheFileIsNotReadAgain) {
     passes.push_back(with_text(take_lines(), "STEP30").size());
   }
   EXPECT_THAT(passes, ElementsAre(2, 1, 0, 0));
-  EXPECT_STREQ(gl_tSat.strSerialPortConfig, "9600");
 }
 
 TEST_F(Discovery, ACallThatFindsNoDeviceHasOpenedTheProtocolLogAndSavedThePort) {

@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "api/discovery.h"
 #include "olk_utils/trace_log.h"
+#include "support/find_sat.h"
 
 namespace {
 

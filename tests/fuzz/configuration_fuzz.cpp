@@ -4,10 +4,9 @@
 #include <cstring>
 
 #include "api/configuration.h"
-#include "api/context.h"
 #include "api/discovery.h"
 #include "fuzz/fuzzing.h"
-#include "olk_sat_utils/return_codes.h"
+#include "olk_sat_utils/sat_functions.h"
 #include "olk_utils/trace_log.h"
 
 namespace {
@@ -30,13 +29,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   const int mode = OLK_SetIniFileLogMode("SAT_api.log", "SAT.ini");
   require(mode < 0 || mode == 0 || mode == 1 || mode == 3 || mode == 7 || mode == 15 || mode == 31);
-  UpdateTalvexConfiguration();
+  static Settings settings = {};
+  UpdateTalvexConfiguration(settings);
   require(is_terminated(tLog.strLogFilePath) && is_terminated(tLog.strLogFileName));
   require(tLog.iLogFileMaxSize > 0);
-  require(is_terminated(gl_tSat.strResultPathWindows) && is_terminated(gl_tSat.strResultPathLinux));
-  require(is_terminated(gl_tSat.strFixedPort) && is_terminated(gl_tSat.strSerialPortConfig));
-  for (int row = 0; row < 16; ++row) require(tRetCode98[row].timeoutSeconds > 0);
-  require(tRetCode98[15].timeoutSeconds == 20);
+  require(is_terminated(settings.strResultPathLinux));
+  for (uint32_t row = 0; row < kSatFunctionCount; ++row) {
+    const auto function = static_cast<SatFunctionIndex>(row);
+    require(reply_timeout_s(settings, function) > 0);
+    require(settings.timeout_s[row] == 0 || kSatFunctions[row].takes_timeout);
+  }
 
   char port[256];
   const int length = GetFixedSerialPort(port);

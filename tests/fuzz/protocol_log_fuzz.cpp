@@ -1,8 +1,10 @@
 // The renderer of the protocol log over any bytes, in both directions.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstring>
 #include <vector>
 
-#include "api/context.h"
 #include "api/protocol_log.h"
 #include "fuzz/fuzzing.h"
 #include "olk_utils/open_file.h"
@@ -14,16 +16,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   require(ready);
   bWarningLogsEnabled = 1;
   tLog.ucModeMask = 31;
-  if (gl_iFd == 0) gl_iFd = open_log_file("/dev/null", 0600);
+  if (gl_iFd == 0) gl_iFd = open_log_file("line", 0600);
+  static const int written = open("line", O_RDONLY | O_CLOEXEC);
 
   // Frames lie in larger buffers: two bytes behind the text's NUL can be read.
   std::vector<char> frame(data, data + size);
   frame.insert(frame.end(), 3, '\0');
   for (const bool received : {false, true}) {
+    require(ftruncate(gl_iFd, 0) == 0);
     LogSATProtocolMsg(frame.data(), received);
-    const std::size_t length = std::strlen(gl_TmpBuf);
-    require(length >= 20 && gl_TmpBuf[length - 1] == '\n');
-    require(length <= std::strlen(frame.data()) + 80);
+    std::vector<char> line(size + 100);
+    const auto length = pread(written, line.data(), line.size(), 0);
+    require(length >= 20 && line[static_cast<std::size_t>(length) - 1] == '\n');
+    require(static_cast<std::size_t>(length) <= std::strlen(frame.data()) + 80);
   }
   return 0;
 }

@@ -29,19 +29,22 @@ class CommunicateTest : public VirtualLinkTest {
   static void configure(const std::string& ini) { write_file("SAT.ini", ini); }
 
   // One transaction of this function as its entry point hands it over.
-  static int communicate(uint32_t index = kConsultarSAT, const char* function = "ConsultarSAT",
-                         uint32_t layout = 5, const std::string& arguments = "") {
+  int communicate(SatFunctionIndex function = kConsultarSAT, const std::string& arguments = "") {
     init_global_sat_struct();
-    return hand_over(index, function, layout, arguments);
+    return hand_over(function, arguments);
   }
 
   // The same behind the call's initialisation.
-  static int hand_over(uint32_t index, const char* function, uint32_t layout, const std::string& arguments) {
-    clear_buffer(gl_sSatPkt, kPacketBufferSize);
-    copy_text(gl_tSat.CurSatCmdInProc, function);
-    const std::string command = kStx + std::string(function) + "|000042" + arguments + kEtx;
-    copy_text(gl_sSatPkt, kPacketBufferSize, command.c_str());
-    return Communicate(gl_sSatPkt, 1, 42, index, layout);
+  int hand_over(SatFunctionIndex function, const std::string& arguments) {
+    Call call = {.function = kSatFunctions[function],
+                 .session = 42,
+                 .reply_timeout_s = reply_timeout_s(gl_tSat.settings, function),
+                 .settings = gl_tSat.settings,
+                 .packet = packet_buffer()};
+    put_command(call.packet, call.function.name + ("|000042" + arguments));
+    const int rc = Communicate(call);
+    port() = call.port;
+    return rc;
   }
 
   static std::string text() { return gl_sSatPkt; }
@@ -55,7 +58,7 @@ class CommunicateTest : public VirtualLinkTest {
   }
 
   void expect_port_given_back() {
-    EXPECT_EQ(hComm, -1);
+    EXPECT_EQ(port().descriptor, kClosedPort);
     EXPECT_TRUE(port_is_free(TALVEX_PORT_HOLDER, device().path()));
   }
   static void expect_nothing_left_behind_text() {
@@ -134,11 +137,11 @@ TEST_F(CommunicateTest, First5MiBOfTheBufferAreClearedForTheReply) {
       "\x02"
       "ConsultarSAT|000042\x03\0";  // and a second NUL: the frame's ETX takes the first one's place
   init_global_sat_struct();
-  copy_text(gl_tSat.CurSatCmdInProc, "ConsultarSAT");
+  Call call = prepared_call(kConsultarSAT, 10);
   std::memset(gl_sSatPkt, '#', kPacketBufferSize);
   std::memcpy(gl_sSatPkt, kCommand, sizeof kCommand);
   device().play({expect_frame(), ack(), send_frame("AB"), expect_ack()});
-  EXPECT_EQ(Communicate(gl_sSatPkt, 1, 42, kConsultarSAT, 5), 2);
+  EXPECT_EQ(Communicate(call), 2);
   expect_script_played();
   EXPECT_EQ(std::string(gl_sSatPkt, 4), std::string("AB\0\x03", 4));
   EXPECT_EQ(std::string_view(gl_sSatPkt, kCleared).find_first_not_of('\0', 4), std::string_view::npos);
@@ -151,7 +154,7 @@ TEST_F(CommunicateTest, PortStaysOpenBetweenNoTwoCalls) {
     device().play({expect_frame(), ack(), send_frame("AB"), expect_ack()});
     EXPECT_EQ(communicate(), 2);
     expect_script_played();
-    EXPECT_EQ(hComm, -1);
+    EXPECT_EQ(port().descriptor, -1);
   }
 }
 
@@ -186,13 +189,13 @@ TEST_F(CommunicateTest, EmulatorsPortNeedNotLieInDev) {
 
 TEST_F(CommunicateTest, NoDeviceIsFound) {
   configure("[LOG]\nLogFilePath=Log\nLogMode=5\n");
-  EXPECT_EQ(communicate(kConsultarSAT, "ConsultarSAT", 5, "|" + kActivationCode), -2000);
+  EXPECT_EQ(communicate(kConsultarSAT, "|" + kActivationCode), -2000);
   EXPECT_EQ(text(), "SAT Erro[-02000]Lnx SAT Nao Encontrado L[2193] F[Communicate] LibVer[23-JUL-2020]");
   EXPECT_EQ(read_file("SAT.conf"), "/dev/ttyNONE");
   EXPECT_THAT(step_lines(),
               ElementsAre("ERR Lnx:ER:STEP-02e rc[-02000]SAT Not Found!\n\t LibVer[23-JUL-2020] "
                           "BuldDate[Jul 27 2020-10:41:14]\n"));
-  EXPECT_EQ(hComm, 0) << "the port is not touched";
+  EXPECT_EQ(port().descriptor, kClosedPort) << "the port is not touched";
   expect_nothing_left_behind_text();
 }
 
@@ -224,7 +227,7 @@ TEST_F(CommunicateTest, NameThatStandsForNoDeviceIsNotFoundAsTheEmulatorsPort) {
 
 TEST_F(CommunicateTest, PortThatDoesNotOpen) {
   configure(configuration("/dev/ttyTALVEX7"));
-  EXPECT_EQ(communicate(kConsultarSAT, "ConsultarSAT", 5, "|" + kActivationCode), -2000);
+  EXPECT_EQ(communicate(kConsultarSAT, "|" + kActivationCode), -2000);
   EXPECT_EQ(text(), "SAT Erro[-02000]Lnx SAT nao encontrado Dev[/dev/ttyTALVEX7] L[2254] F[Communicate]");
   EXPECT_THAT(step_lines(), ElementsAre("ERR Lnx:ER:STEP-04c rc[-02000]\n\t   Dev[/dev/ttyTALVEX7]FAIL\n\t "
                                         "hComm[FFFFFFFFh]Not Openned\n"));
@@ -257,11 +260,11 @@ TEST_F(CommunicateTest, PortThatIsNoTerminal) {
   write_file("dev/tty1", "a file, not a port");
   const std::string port = std::filesystem::current_path().string() + "/dev/tty1";
   configure(configuration(port));
-  EXPECT_EQ(communicate(kConsultarSAT, "ConsultarSAT", 5, "|" + kActivationCode), -2002);
+  EXPECT_EQ(communicate(kConsultarSAT, "|" + kActivationCode), -2002);
   EXPECT_EQ(text(), "SAT Erro[-02002]Lnx SAT  Dev[" + port + "] falhou ao configurar L[2286] F[Communicate]");
   EXPECT_EQ(step_lines().back(), "ERR Lnx:ER:STEP-06b rc[-02002] lSerialSettingsL\n\t   Dev[" + port + "]\n");
   EXPECT_EQ(read_file("dev/tty1"), "a file, not a port");
-  EXPECT_EQ(hComm, -1);
+  EXPECT_EQ(this->port().descriptor, kClosedPort);
   EXPECT_TRUE(port_is_free(TALVEX_PORT_HOLDER, port));
   expect_nothing_left_behind_text();
 }
@@ -271,14 +274,14 @@ TEST_F(CommunicateTest, PortThatIsNoTerminal) {
 TEST_F(CommunicateTest, PortHeldByAnotherProcessGivesTheBusyReply) {
   const OtherProcess other(TALVEX_PORT_HOLDER, device().path());
   ASSERT_TRUE(other.holds_port());
-  EXPECT_EQ(communicate(kEnviarDadosVenda, "EnviarDadosVenda", 6, "|" + kActivationCode), -2010);
+  EXPECT_EQ(communicate(kEnviarDadosVenda, "|" + kActivationCode), -2010);
   EXPECT_EQ(text(), "42|06098|0000|SAT em processamento, tente novamente.||");
   EXPECT_EQ(
       step_lines().back(),
       "ERR Lnx:ER:STEP-05b rc[-02010] errno[00011:Resource temporarily unavailable]ER:EWOULDBLOCK\\n\t <<  "
       "SO->PC pBuffer[00054:42|06098|0000|SAT em processamento, tente novamente.||]n");
   EXPECT_EQ(device().verdict(), "") << "the device is not touched";
-  EXPECT_EQ(hComm, -1);
+  EXPECT_EQ(port().descriptor, -1);
   expect_nothing_left_behind_text();
 }
 
@@ -359,7 +362,7 @@ class LinkFailureTest : public CommunicateTest, public testing::WithParamInterfa
 TEST_P(LinkFailureTest, LeavesItsTextAndGivesThePortBack) {
   const LinkFailure& failure = GetParam();
   device().play(failure.script);
-  EXPECT_EQ(communicate(kConsultarSAT, "ConsultarSAT", 5, "|" + kActivationCode), failure.rc);
+  EXPECT_EQ(communicate(kConsultarSAT, "|" + kActivationCode), failure.rc);
 
   const char* port = device().path().c_str();
   if (failure.sending) {
@@ -383,7 +386,7 @@ TEST_P(LinkFailureTest, LeavesItsTextAndGivesThePortBack) {
                       failure.rc, port));
     EXPECT_EQ(lines[5], printed("INF Lnx:OK:STEP-08a rc[%06d]OK\n", failure.rc)) << "it says OK all the same";
   }
-  EXPECT_EQ(hComm, -1);
+  EXPECT_EQ(this->port().descriptor, kClosedPort);
   expect_nothing_left_behind_text();
 }
 
@@ -424,7 +427,7 @@ TEST_F(CommunicateTest, EndlessGarbageHasTheLimitOfItsFunction) {
   configure(configuration(device().path(), "[SAT_TIMEOUT]\nTesteFimAFim=40\n", "1"));
   device().play({expect_frame(), ack(), flood("ZZZZZZZZZZ")});
   virtual_clock::set_tick_ms(500);
-  EXPECT_EQ(communicate(kTesteFimAFim, "TesteFimAFim"), -2004);
+  EXPECT_EQ(communicate(kTesteFimAFim), -2004);
   EXPECT_GT(virtual_clock::monotonic_ms(), 120000);
   EXPECT_LT(virtual_clock::monotonic_ms(), 130000);
 }
@@ -434,7 +437,7 @@ TEST_F(CommunicateTest, LongCommandLeavesNothingBehindAShortFailureText) {
   const std::string sale = "|" + times(200, kActivationCode);
   device().play({expect_block(kBlock), nak(), expect_block(kBlock), nak(), expect_block(kBlock), nak(),
                  expect_block(kBlock), nak()});
-  EXPECT_EQ(communicate(kEnviarDadosVenda, "EnviarDadosVenda", 6, sale), -2009);
+  EXPECT_EQ(communicate(kEnviarDadosVenda, sale), -2009);
   expect_nothing_left_behind_text();
 }
 
@@ -474,8 +477,7 @@ struct Exchange {
   Script script;
   int rc;
   std::string arguments{};
-  uint32_t index = kConsultarSAT;
-  const char* function = "ConsultarSAT";
+  SatFunctionIndex function = kConsultarSAT;
 };
 void PrintTo(const Exchange& exchange, std::ostream* out) {
   *out << exchange.name;
@@ -518,10 +520,10 @@ const Exchange kExchanges[] = {
     {"GapAndAStrayByte", kAccepted + kBrokenOff + Script{send("Z")}, -2004},
     {"LateReply", kAccepted + Script{pause_ms(8000)} + kReplied, 16},
     {"NoReply", kAccepted, -2003},
-    {"NoReplyToALongFunction", kAccepted, -2004, "", kAtivarSAT, "AtivarSAT"},
+    {"NoReplyToALongFunction", kAccepted, -2004, "", kAtivarSAT},
     {"LateRepliesToALongFunction",
      kAccepted + Script{pause_ms(400000), send_bad_frame("AB"), expect_nak(), pause_ms(500000)} + kReplied,
-     16, "", kAtivarSAT, "AtivarSAT"},
+     16, "", kAtivarSAT},
 };
 
 class LogLevelTest : public CommunicateTest, public testing::WithParamInterface<Exchange> {
@@ -544,7 +546,7 @@ class LogLevelTest : public CommunicateTest, public testing::WithParamInterface<
     device().play(exchange.script);
     const int64_t start = virtual_clock::monotonic_ms();
     Outcome outcome{};
-    outcome.rc = hand_over(exchange.index, exchange.function, 5, exchange.arguments);
+    outcome.rc = hand_over(exchange.function, exchange.arguments);
     outcome.milliseconds = virtual_clock::monotonic_ms() - start;
     outcome.text = text();
     outcome.sent = device().received();

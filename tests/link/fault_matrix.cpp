@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "api/context.h"
+#include "api/packet_buffer.h"
 
 namespace fault_matrix {
 

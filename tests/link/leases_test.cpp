@@ -137,8 +137,8 @@ TEST_P(Leases, OnTheSettingsDoNotStopTheReadingOfChanges) {
   LeaseHolder holder("SAT.ini", GetParam().type, Manner::kGivesWay);
   SKIP_WITHOUT_LEASE(holder);
   EXPECT_EQ(sell(), kReply);
-  EXPECT_EQ(gl_tSat.tIniFileTime, 2000000);
-  EXPECT_STREQ(gl_tSat.strResultPathLinux, "results");
+  EXPECT_EQ(gl_tSat.settings.tIniFileTime, 2000000);
+  EXPECT_STREQ(gl_tSat.settings.strResultPathLinux, "results");
   EXPECT_EQ(holder.was_asked(), GetParam().type == F_WRLCK);
 }
 

@@ -15,12 +15,15 @@
 #include <utility>
 #include <vector>
 
+#include "api/acknowledgement.h"
 #include "api/context.h"
-#include "api/link_io.h"
+#include "api/port_io.h"
 #include "api/reception.h"
 #include "api/serial_port.h"
 #include "api/transmission.h"
 #include "olk_utils/trace_log.h"
+#include "support/file_status.h"
+#include "support/prepared_call.h"
 #include "support/printed.h"
 #include "support/scratch_directory.h"
 #include "support/scripted_device.h"
@@ -71,10 +74,15 @@ class LinkTest : public testing::Test {
  protected:
   explicit LinkTest(scripted::ScriptedDevice::Clock clock) : device_(std::move(clock)) {
     alarm(kAlarmSeconds);
+    others_on_port_ = descriptors_on_port();
   }
   ~LinkTest() override { alarm(0); }
 
   scripted::ScriptedDevice& device() { return device_; }
+  SerialPort& port() { return port_; }
+
+  // Whether a whole call has closed what it opened.
+  bool port_is_closed() const { return descriptors_on_port() == others_on_port_; }
 
   static void log_everything() { bDebugLogsEnabled = 1; }
   static void log_errors_only() {
@@ -84,18 +92,37 @@ class LinkTest : public testing::Test {
 
   // Opens the device's port as a transaction finds it after the settings.
   void open_port() {
-    ASSERT_EQ(lSerialOpenW(device_.path().c_str()), 0);
-    ASSERT_EQ(lSerialSettingsL(), 0);
+    ASSERT_EQ(lSerialOpenW(port_, device_.path().c_str()), 0);
+    ASSERT_EQ(lSerialSettingsL(port_), 0);
+  }
+
+  // One command through the open port.
+  int transmit(const std::string& text, uint32_t seconds = 10) {
+    Call call = prepared_call(kConsultarSAT, seconds, port_);
+    put_command(call.packet, text);
+    return lSerialWriteBufL(call);
+  }
+
+  // The device's answer to a command.
+  int await_answer(uint32_t seconds = 10) {
+    Call call = prepared_call(kConsultarSAT, seconds, port_);
+    return cSerialReadAck(call);
+  }
+
+  // One reply, as the driver asks for it.
+  int receive(uint32_t seconds = 10, SatFunctionIndex function = kConsultarSAT) {
+    Call call = prepared_call(function, seconds, port_);
+    return cSerialReadBufW(call);
   }
 
   // So that the port takes nothing until the device reads. Returns the number of bytes on the line.
-  static std::size_t fill_line() {
+  std::size_t fill_line() const {
     constexpr int kSettled = 200;  // the kernel moves bytes up the line in the background
     const std::string filling(4096, '-');
-    pollfd line{hComm, POLLOUT, 0};
+    pollfd line{port_.descriptor, POLLOUT, 0};
     std::size_t size = 0;
     do {
-      for (ssize_t written; (written = write(hComm, filling.data(), filling.size())) > 0;) {
+      for (ssize_t written; (written = write(port_.descriptor, filling.data(), filling.size())) > 0;) {
         size += static_cast<std::size_t>(written);
       }
     } while (poll(&line, 1, kSettled) > 0);
@@ -103,7 +130,7 @@ class LinkTest : public testing::Test {
   }
 
   // "%08Xh" of the open port.
-  static std::string handle() { return printed("%08Xh", static_cast<unsigned>(hComm)); }
+  std::string handle() const { return printed("%08Xh", static_cast<unsigned>(port_.descriptor)); }
 
   // A configuration that leads to the scripted device. More lines can be added per section.
   static std::string configuration(const std::string& port, const std::string& more = "",
@@ -115,6 +142,10 @@ class LinkTest : public testing::Test {
  private:
   static constexpr unsigned kAlarmSeconds = 100;
 
+  long descriptors_on_port() const { return open_descriptors(device_.path()); }
+
   ScratchDirectory scratch_;
   scripted::ScriptedDevice device_;
+  SerialPort port_;
+  long others_on_port_ = 0;
 };

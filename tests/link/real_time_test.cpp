@@ -46,18 +46,6 @@ class RealTimeTest : public LinkTest {
   RealTimeTest() : LinkTest(steady_clock_ms) {}
   void SetUp() override { write_file("SAT.ini", configuration(device().path(), "", "1")); }
 
-  static int transmit(const std::string& text) {
-    std::vector<char> command(text.size() + 8, '\0');
-    command[0] = kStx;
-    std::copy(text.begin(), text.end(), command.begin() + 1);
-    return lSerialWriteBufL(command.data(), static_cast<uint32_t>(text.size() + 2));
-  }
-
-  static int receive(uint32_t seconds) {
-    copy_text(gl_tSat.CurSatCmdInProc, "ConsultarSAT");
-    return cSerialReadBufW(gl_sSatPkt, kReplyLimit, &hComm, seconds);
-  }
-
   // Waiting must cost next to nothing; this is generous to a busy machine.
   static void expect_idle(const Stopwatch& watch) { EXPECT_LT(watch.cpu(), 0.15 * watch.wall()); }
 };

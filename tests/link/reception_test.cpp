@@ -21,14 +21,6 @@ class ReceptionTest : public VirtualLinkTest {
   ReceptionTest() { log_everything(); }
   void SetUp() override { open_port(); }
 
-  // As the driver calls it: into the packet buffer, for this function, with this time-out.
-  static int receive(uint32_t seconds = 10, const char* function = "ConsultarSAT") {
-    copy_text(gl_tSat.CurSatCmdInProc, function);
-    set_function_timeout(seconds);
-    std::memset(gl_sSatPkt, 0, kReplyLimit);
-    return cSerialReadBufW(gl_sSatPkt, kReplyLimit, &hComm, seconds);
-  }
-
   static std::string reply() { return gl_sSatPkt; }
   static Lines reading_lines() { return traced("cSerialReadBufW"); }
   static Lines answer_lines() { return traced("lSerialWriteAck"); }
@@ -235,7 +227,7 @@ TEST_F(ReceptionTest, EndlessGarbageToALongFunctionEndsAfterThreeTimeouts) {
   log_errors_only();
   device().play({flood("ZZZZZZZZZZ")});
   virtual_clock::set_tick_ms(500);
-  EXPECT_EQ(receive(300, "BloquearSAT"), -2004);
+  EXPECT_EQ(receive(300, kBloquearSAT), -2004);
   EXPECT_GT(ms(), 900000);
   EXPECT_LT(ms(), 910000);
 }
@@ -254,7 +246,7 @@ TEST_F(ReceptionTest, OrdinaryFunctionWithoutAReplyFailsAfterThreeWaits) {
 }
 
 struct LongFunctionCase {
-  const char* function;
+  SatFunctionIndex function;
   uint32_t seconds;
 };
 
@@ -275,18 +267,19 @@ TEST_P(LongFunctionTest, WithoutAReplyWaitsForItsLimitFromTheThirdWaitOn) {
       ElementsAre(
           "INF Lnx iSelectRetries[01] Waiting Data from SAT!!!\n",
           "INF Lnx iSelectRetries[00] Waiting Data from SAT!!!\n",
-          printed("WRN Lnx rc[-02001]WR iSelectRetries[-1 SarCmd[%s]Skipped...!!!\n", function),
+          printed("WRN Lnx rc[-02001]WR iSelectRetries[-1 SarCmd[%s]Skipped...!!!\n",
+                  kSatFunctions[function].name),
           "INF Win: iBytesRead[-0000001] errno[00000011]EAGAIN:EWOULDBLOCK liDiffTime[120000] iTimeout[2000]\n",
           printed("ERR Lnx rc[-02004]ER Read Error iCurPos[0] liDiffTime[%d]\n", limit)));
 }
 
 INSTANTIATE_TEST_SUITE_P(Functions, LongFunctionTest,
-                         testing::Values(LongFunctionCase{"AtivarSAT", 1800},
-                                         LongFunctionCase{"AtualizarSoftwareSAT", 1800},
-                                         LongFunctionCase{"BloquearSAT", 300}),
-                         [](const auto& test) { return test.param.function; });
+                         testing::Values(LongFunctionCase{kAtivarSAT, 1800},
+                                         LongFunctionCase{kAtualizarSoftwareSAT, 1800},
+                                         LongFunctionCase{kBloquearSAT, 300}),
+                         [](const auto& test) { return kSatFunctions[test.param.function].name; });
 
-class OrdinaryFunctionTest : public ReceptionTest, public testing::WithParamInterface<const char*> {};
+class OrdinaryFunctionTest : public ReceptionTest, public testing::WithParamInterface<SatFunctionIndex> {};
 
 TEST_P(OrdinaryFunctionTest, WithoutAReplyFailsAfterNineSecondsWhateverItsLimit) {
   device().play({});
@@ -295,13 +288,13 @@ TEST_P(OrdinaryFunctionTest, WithoutAReplyFailsAfterNineSecondsWhateverItsLimit)
 }
 
 INSTANTIATE_TEST_SUITE_P(Functions, OrdinaryFunctionTest,
-                         testing::Values("ComunicarCertificadoICPBRASIL", "EnviarDadosVenda",
-                                         "CancelarUltimaVenda", "ConsultarSAT", "TesteFimAFim",
-                                         "ConsultarStatusOperacional", "ConsultarNumeroSessao",
-                                         "ConfigurarInterfaceDeRede", "AssociarAssinatura", "ExtrairLogs",
-                                         "DesbloquearSAT", "TrocarCodigoDeAtivacao",
-                                         "ConsultarUltimaSessaoFiscal", "AtivarSATx"),
-                         [](const auto& test) { return test.param; });
+                         testing::Values(kComunicarCertificadoICPBRASIL, kEnviarDadosVenda,
+                                         kCancelarUltimaVenda, kConsultarSAT, kTesteFimAFim,
+                                         kConsultarStatusOperacional, kConsultarNumeroSessao,
+                                         kConfigurarInterfaceDeRede, kAssociarAssinatura, kExtrairLogs,
+                                         kDesbloquearSAT, kTrocarCodigoDeAtivacao,
+                                         kConsultarUltimaSessaoFiscal),
+                         [](const auto& test) { return kSatFunctions[test.param].name; });
 
 TEST_F(ReceptionTest, ReplyWithinTheWaitsIsTakenHoweverShortTheLimit) {
   device().play({pause_ms(8900), send_frame("AB"), expect_ack()});
@@ -318,7 +311,7 @@ TEST_F(ReceptionTest, LimitBeyondAllMillisecondsIsClamped) {
 TEST_F(ReceptionTest, RepeatedWaitsOfALongFunctionEnd) {
   // The waits run out, then a bad frame makes the reception wait again, for ever if nobody stopped it.
   device().play({pause_ms(400000), send_bad_frame("AB"), expect_nak()});
-  EXPECT_EQ(receive(1800, "AtivarSAT"), -2003);
+  EXPECT_EQ(receive(1800, kAtivarSAT), -2003);
   expect_script_played();
   EXPECT_EQ(ms(), 400000 + 46 * 120000) << "the first wait that ends later than 5400 s";
   EXPECT_THAT(reading_lines().back(),
@@ -329,7 +322,7 @@ TEST_F(ReceptionTest, RepeatedWaitsOfALongFunctionEnd) {
 TEST_F(ReceptionTest, WaitCounterOfALongFunctionRunsBelowZeroOnce) {
   device().play({pause_ms(400000), send_bad_frame("AB"), expect_nak(), pause_ms(500000), send_frame("AB"),
                  expect_ack()});
-  EXPECT_EQ(receive(1800, "AtivarSAT"), 2);
+  EXPECT_EQ(receive(1800, kAtivarSAT), 2);
   expect_script_played();
   EXPECT_THAT(with_text(reading_lines(), "iSelectRetries"),
               ElementsAre(HasSubstr("[01] Waiting"), HasSubstr("[00] Waiting"), HasSubstr("[-1 SarCmd"),
@@ -603,7 +596,8 @@ TEST_F(ReceptionTest, BufferOfTheCallersIsNeverPassed) {
   std::array<char, 16> buffer;
   buffer.fill('#');
   device().play(3 * Script{send_frame("0123456789"), expect_nak()});
-  EXPECT_EQ(cSerialReadBufW(buffer.data(), 8, &hComm, 10), -2006);
+  Call call = prepared_call(kConsultarSAT, 10, port(), {buffer.data(), 8, 8});
+  EXPECT_EQ(cSerialReadBufW(call), -2006);
   expect_script_played();
   EXPECT_EQ(std::string(buffer.data() + 8, 8), "########");
 }
@@ -652,14 +646,15 @@ TEST_F(LargeReplyTest, CallerGetsTheWholeTextOfALongReply) {
 // ---- Bad arguments and hang-ups ---------------------------------------------------------------------
 
 TEST_F(ReceptionTest, NoBufferIsRefused) {
-  EXPECT_EQ(cSerialReadBufW(nullptr, 10, &hComm, 10), -2001);
+  Call call = prepared_call(kConsultarSAT, 10, port(), {nullptr, 10, 0});
+  EXPECT_EQ(cSerialReadBufW(call), -2001);
   EXPECT_THAT(reading_lines(), ElementsAre("INF Lnx rc[-2001]ER pSatRspBuf=NULL\n"));
 }
 
 TEST_F(ReceptionTest, ClosedPortIsRefusedWithTheBufferLeftAlone) {
-  const int closed = -1;
   char buffer[] = "as it was";
-  EXPECT_EQ(cSerialReadBufW(buffer, sizeof buffer, &closed, 10), -2001);
+  Call call = prepared_call(kConsultarSAT, 10, SerialPort{}, {buffer, sizeof buffer, sizeof buffer});
+  EXPECT_EQ(cSerialReadBufW(call), -2001);
   EXPECT_STREQ(buffer, "as it was");
   EXPECT_THAT(reading_lines(), ElementsAre("INF Lnx rc[-2001]ER *phComm[FFFFFFFFh]Port Closed!\n"));
 }
@@ -668,7 +663,8 @@ TEST_F(ReceptionTest, BufferIsClearedToItsSize) {
   std::array<char, 64> buffer;
   buffer.fill('#');
   device().play({send_frame("AB"), expect_ack()});
-  ASSERT_EQ(cSerialReadBufW(buffer.data(), 32, &hComm, 10), 2);
+  Call call = prepared_call(kConsultarSAT, 10, port(), {buffer.data(), 32, 32});
+  ASSERT_EQ(cSerialReadBufW(call), 2);
   EXPECT_EQ(std::string(buffer.data() + 4, 28), std::string(28, '\0'));
   EXPECT_EQ(buffer[32], '#');
 }

@@ -52,58 +52,53 @@ class SerialPortTest : public VirtualLinkTest {
 
 // ---- Open -------------------------------------------------------------------------------------------
 
-TEST_F(SerialPortTest, HandleIsZeroBeforeTheFirstOpen) {
-  EXPECT_EQ(hComm, 0);
-}
-
 TEST_F(SerialPortTest, OpensTheDeviceForReadingAndWritingWithoutBlocking) {
-  EXPECT_EQ(lSerialOpenW(device().path().c_str()), 0);
-  ASSERT_GT(hComm, 0);
-  const int flags = fcntl(hComm, F_GETFL);
+  EXPECT_EQ(lSerialOpenW(port(), device().path().c_str()), 0);
+  ASSERT_GT(port().descriptor, 0);
+  const int flags = fcntl(port().descriptor, F_GETFL);
   EXPECT_EQ(flags & O_ACCMODE, O_RDWR);
   EXPECT_NE(flags & O_NONBLOCK, 0);
   EXPECT_THAT(traced("lSerialOpenW"), IsEmpty());
 }
 
 TEST_F(SerialPortTest, OpenedPortStaysWithinTheProcess) {
-  ASSERT_EQ(lSerialOpenW(device().path().c_str()), 0);
-  EXPECT_NE(fcntl(hComm, F_GETFD) & FD_CLOEXEC, 0) << "the device search runs a shell";
+  ASSERT_EQ(lSerialOpenW(port(), device().path().c_str()), 0);
+  EXPECT_NE(fcntl(port().descriptor, F_GETFD) & FD_CLOEXEC, 0) << "the device search runs a shell";
 }
 
 // Its hang-up would end the daemon, and its bytes would be signals.
 TEST_F(SerialPortTest, OpenedPortDoesNotBecomeTheControllingTerminalOfADaemon) {
-  const char* port = device().path().c_str();
-  EXPECT_EQ(terminal_error_after([port] { lSerialOpenW(port); }), ENXIO);
-  EXPECT_EQ(terminal_error_after([port] { open(port, O_RDWR | O_NONBLOCK | O_CLOEXEC); }), 0)
+  const char* path = device().path().c_str();
+  EXPECT_EQ(terminal_error_after([&] { lSerialOpenW(port(), path); }), ENXIO);
+  EXPECT_EQ(terminal_error_after([path] { open(path, O_RDWR | O_NONBLOCK | O_CLOEXEC); }), 0)
       << "opened carelessly it does";
 }
 
 TEST_F(SerialPortTest, StandardStreamsThatTheHostClosedDoNotBecomeThePort) {
   close(STDIN_FILENO);
   open_port();
-  EXPECT_GT(hComm, STDERR_FILENO);
+  EXPECT_GT(port().descriptor, STDERR_FILENO);
 }
 
 TEST_F(SerialPortTest, OpeningAMissingPathFailsAndLeavesTheHandleClosed) {
-  EXPECT_EQ(lSerialOpenW("/dev/ttyTALVEX0"), -2000);
-  EXPECT_EQ(hComm, -1);
+  EXPECT_EQ(lSerialOpenW(port(), "/dev/ttyTALVEX0"), -2000);
+  EXPECT_EQ(port().descriptor, -1);
   EXPECT_THAT(traced("lSerialOpenW"),
               ElementsAre("ERR Lnx: rc[-02000]ER:SAT_API_ERR_LNX_DEV_NOT_FOUND\n\t "
                           "pLnxSerialPortName[/dev/ttyTALVEX0]=hComm[FFFFFFFFh]Open Fail\n"));
 }
 
 TEST_F(SerialPortTest, OpeningNoPathAtAllFails) {
-  EXPECT_EQ(lSerialOpenW(nullptr), -2000);
-  EXPECT_EQ(hComm, 0);
+  EXPECT_EQ(lSerialOpenW(port(), nullptr), -2000);
   EXPECT_THAT(traced("lSerialOpenW"), ElementsAre("ERR Lnx: rc[-02000]ER:SAT_API_ERR_LNX_DEV_NOT_FOUND\n\t "
-                                                  "pLnxSerialPortName[NULL]=hComm[00000000h]\n"));
+                                                  "pLnxSerialPortName[NULL]=hComm[FFFFFFFFh]\n"));
 }
 
 TEST_F(SerialPortTest, PathLongerThanTheNoteOfItIsOpenedWhole) {
   const std::string long_way = "/dev" + times(100, "/.") + device().path().substr(4);
   ASSERT_GT(long_way.size(), 132u);
-  EXPECT_EQ(lSerialOpenW(long_way.c_str()), 0);
-  EXPECT_GT(hComm, 0);
+  EXPECT_EQ(lSerialOpenW(port(), long_way.c_str()), 0);
+  EXPECT_GT(port().descriptor, 0);
 }
 
 // ---- Lock -------------------------------------------------------------------------------------------
@@ -111,35 +106,36 @@ TEST_F(SerialPortTest, PathLongerThanTheNoteOfItIsOpenedWhole) {
 TEST_F(SerialPortTest, LockedPortIsRefusedToAnotherProcess) {
   open_port();
   EXPECT_TRUE(port_is_free(TALVEX_PORT_HOLDER, device().path()));
-  EXPECT_EQ(lSerialLock(), 0);
+  EXPECT_EQ(lSerialLock(port()).rc, 0);
   EXPECT_FALSE(port_is_free(TALVEX_PORT_HOLDER, device().path()));
-  EXPECT_EQ(lSerialUnlock(), 0);
+  EXPECT_EQ(lSerialUnlock(port()), 0);
   EXPECT_TRUE(port_is_free(TALVEX_PORT_HOLDER, device().path()));
   EXPECT_THAT(traced("lSerialLock"), IsEmpty());
   EXPECT_THAT(traced("lSerialUnlock"), IsEmpty());
 }
 
-TEST_F(SerialPortTest, LockHeldByAnotherProcessFailsWithEagainPreserved) {
+TEST_F(SerialPortTest, LockHeldByAnotherProcessFailsWithEagain) {
   const OtherProcess other(TALVEX_PORT_HOLDER, device().path());
   ASSERT_TRUE(other.holds_port());
   open_port();
-  errno = 0;
-  EXPECT_EQ(lSerialLock(), -2010);
-  EXPECT_EQ(errno, EAGAIN);
+  const auto [rc, error] = lSerialLock(port());
+  EXPECT_EQ(rc, -2010);
+  EXPECT_EQ(error, EAGAIN);
   EXPECT_THAT(traced("lSerialLock"),
               ElementsAre("ERR Lnx rc[-02010]ER: flock fail: hComm[" + handle() + "]\n"));
 }
 
 TEST_F(SerialPortTest, LockOfAClosedHandleFailsWithItsOwnErrno) {
-  hComm = -1;
-  EXPECT_EQ(lSerialLock(), -2010);
-  EXPECT_EQ(errno, EBADF);
+  port().descriptor = -1;
+  const auto [rc, error] = lSerialLock(port());
+  EXPECT_EQ(rc, -2010);
+  EXPECT_EQ(error, EBADF);
   EXPECT_THAT(traced("lSerialLock"), ElementsAre("ERR Lnx rc[-02010]ER: flock fail: hComm[FFFFFFFFh]\n"));
 }
 
 TEST_F(SerialPortTest, UnlockOfAClosedHandleFails) {
-  hComm = -1;
-  EXPECT_EQ(lSerialUnlock(), -2011);
+  port().descriptor = -1;
+  EXPECT_EQ(lSerialUnlock(port()), -2011);
   EXPECT_THAT(traced("lSerialUnlock"), ElementsAre("ERR Lnx rc[-02011]ER: Unlock fail: hComm[FFFFFFFFh]\n"));
 }
 
@@ -194,30 +190,30 @@ TEST_F(SerialPortTest, SettingsMakeOneByteTheLeastThatAReadIsGivenAndSetNoTime) 
 TEST_F(SerialPortTest, SettingsDiscardWhatWasWaiting) {
   open_port();
   device_sends("the end of a former reply, longer than one small read\x03");
-  EXPECT_EQ(lSerialSettingsL(), 0);
+  EXPECT_EQ(lSerialSettingsL(port()), 0);
   char byte;
-  EXPECT_EQ(read(hComm, &byte, 1), -1);
+  EXPECT_EQ(read(port().descriptor, &byte, 1), -1);
   EXPECT_EQ(errno, EAGAIN);
 }
 
 TEST_F(SerialPortTest, FlushOfAnEmptyPortIsOver) {
   open_port();
-  EXPECT_EQ(lSerialFlushRx(), 0);
+  EXPECT_EQ(lSerialFlushRx(port()), 0);
 }
 
 TEST_F(SerialPortTest, FlushDiscardsMoreThanOneRead) {
   open_port();
   device_sends(times(100, "0123456789") + "z");
-  EXPECT_EQ(lSerialFlushRx(), 0);
+  EXPECT_EQ(lSerialFlushRx(port()), 0);
   char byte;
-  EXPECT_EQ(read(hComm, &byte, 1), -1);
+  EXPECT_EQ(read(port().descriptor, &byte, 1), -1);
 }
 
 TEST_F(SerialPortTest, FlushOfAPortThatNeverRunsDryEnds) {
   open_port();
   device().play({scripted::flood("garbage")});
   virtual_clock::set_tick_ms(100);
-  EXPECT_EQ(lSerialFlushRx(), 0);
+  EXPECT_EQ(lSerialFlushRx(port()), 0);
   EXPECT_GT(virtual_clock::monotonic_ms(), 60000);
 }
 
@@ -225,12 +221,12 @@ TEST_F(SerialPortTest, FlushOfAHungUpPortEnds) {
   open_port();
   device().play({scripted::hang_up()});
   device().take_turn();
-  EXPECT_EQ(lSerialFlushRx(), 0);
+  EXPECT_EQ(lSerialFlushRx(port()), 0);
 }
 
 TEST_F(SerialPortTest, SettingsOfAPortThatIsNoTerminalFail) {
-  ASSERT_EQ(lSerialOpenW("/dev/null"), 0);
-  EXPECT_EQ(lSerialSettingsL(), -2002);
+  ASSERT_EQ(lSerialOpenW(port(), "/dev/null"), 0);
+  EXPECT_EQ(lSerialSettingsL(port()), -2002);
   EXPECT_THAT(traced("lSerialSettingsL"),
               ElementsAre("ERR Lnx rc[-02002]ER hComm[" + handle() +
                           "] ER:errno[:25:Inappropriate ioctl for device]Fail to tcgetattr\n"));
@@ -240,10 +236,10 @@ TEST_F(SerialPortTest, SettingsOfAPortThatIsNoTerminalFail) {
 
 TEST_F(SerialPortTest, CloseReleasesLockAndDescriptor) {
   open_port();
-  ASSERT_EQ(lSerialLock(), 0);
-  const int descriptor = hComm;
-  EXPECT_EQ(lSerialCloseL(), 0);
-  EXPECT_EQ(hComm, -1);
+  ASSERT_EQ(lSerialLock(port()).rc, 0);
+  const int descriptor = port().descriptor;
+  EXPECT_EQ(lSerialCloseL(port()), 0);
+  EXPECT_EQ(port().descriptor, -1);
   EXPECT_EQ(fcntl(descriptor, F_GETFD), -1);
   EXPECT_TRUE(port_is_free(TALVEX_PORT_HOLDER, device().path()));
   EXPECT_THAT(traced("lSerialCloseL"), IsEmpty());
@@ -251,9 +247,9 @@ TEST_F(SerialPortTest, CloseReleasesLockAndDescriptor) {
 
 TEST_F(SerialPortTest, ClosingTwiceSaysAlreadyClosedAndSucceeds) {
   open_port();
-  ASSERT_EQ(lSerialCloseL(), 0);
-  EXPECT_EQ(lSerialCloseL(), 0);
-  EXPECT_EQ(hComm, -1);
+  ASSERT_EQ(lSerialCloseL(port()), 0);
+  EXPECT_EQ(lSerialCloseL(port()), 0);
+  EXPECT_EQ(port().descriptor, -1);
   EXPECT_THAT(traced("lSerialUnlock"), ElementsAre("ERR Lnx rc[-02011]ER: Unlock fail: hComm[FFFFFFFFh]\n"));
   EXPECT_THAT(traced("lSerialCloseL"),
               ElementsAre("ERR Lnx rc[-02011]ER: hComm[FFFFFFFFh]\n",
@@ -261,21 +257,21 @@ TEST_F(SerialPortTest, ClosingTwiceSaysAlreadyClosedAndSucceeds) {
 }
 
 TEST_F(SerialPortTest, FailedCloseIsReportedAndTheHandleClosedAllTheSame) {
-  hComm = 987;
-  EXPECT_EQ(lSerialCloseL(), -2001);
-  EXPECT_EQ(hComm, -1);
+  port().descriptor = 987;
+  EXPECT_EQ(lSerialCloseL(port()), -2001);
+  EXPECT_EQ(port().descriptor, -1);
   EXPECT_THAT(traced("lSerialCloseL"), ElementsAre("ERR Lnx rc[-02011]ER: hComm[000003DBh]\n",
                                                    "ERR Lnx rc[-02001]ER: hComm[000003DBh]\n"));
 }
 
 TEST_F(SerialPortTest, DescriptorZeroIsAPortLikeAnyOther) {
   open_port();
-  const int opened = hComm;
-  hComm = dup2(opened, STDIN_FILENO);
+  const int opened = port().descriptor;
+  port().descriptor = dup2(opened, STDIN_FILENO);
   close(opened);
-  EXPECT_EQ(lSerialLock(), 0);
-  EXPECT_EQ(lSerialCloseL(), 0);
-  EXPECT_EQ(hComm, -1);
+  EXPECT_EQ(lSerialLock(port()).rc, 0);
+  EXPECT_EQ(lSerialCloseL(port()), 0);
+  EXPECT_EQ(port().descriptor, -1);
   EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
 }
 

@@ -39,18 +39,6 @@ class FaultTest : public VirtualLinkTest {
   FaultTest() { log_everything(); }
   ~FaultTest() override { inject({}); }
 
-  static int transmit(const std::string& text) {
-    std::vector<char> command(text.size() + 8, '\0');
-    command[0] = kStx;
-    std::copy(text.begin(), text.end(), command.begin() + 1);
-    return lSerialWriteBufL(command.data(), static_cast<uint32_t>(text.size() + 2));
-  }
-
-  static int receive() {
-    copy_text(gl_tSat.CurSatCmdInProc, "ConsultarSAT");
-    return cSerialReadBufW(gl_sSatPkt, kReplyLimit, &hComm, 10);
-  }
-
   static Lines sending_lines() { return traced("lSerialWriteBufL"); }
   static Lines waiting_lines() { return traced("cSerialReadAck"); }
   static Lines reading_lines() { return traced("cSerialReadBufW"); }
@@ -103,20 +91,21 @@ class SendingFaultTest : public OpenPortFaultTest {
 
 TEST_F(PortFaultTest, OpenRaisesDtrThenRts) {
   inject({});
-  ASSERT_EQ(lSerialOpenW(device().path().c_str()), 0) << "a pseudo-terminal has no modem lines: not examined";
+  ASSERT_EQ(lSerialOpenW(port(), device().path().c_str()), 0)
+      << "a pseudo-terminal has no modem lines: not examined";
   EXPECT_THAT(fault_calls::raised_modem_lines(), ElementsAre(TIOCM_DTR, TIOCM_RTS));
 }
 
 TEST_F(PortFaultTest, InterruptedOpenIsRepeated) {
   inject({failure(Call::kOpen, EINTR, 3)});
-  EXPECT_EQ(lSerialOpenW(device().path().c_str()), 0);
+  EXPECT_EQ(lSerialOpenW(port(), device().path().c_str()), 0);
   EXPECT_EQ(count_of(Call::kOpen), 4);
 }
 
 TEST_F(PortFaultTest, SettingsThatCannotBeReadFail) {
-  ASSERT_EQ(lSerialOpenW(device().path().c_str()), 0);
+  ASSERT_EQ(lSerialOpenW(port(), device().path().c_str()), 0);
   inject({failure(Call::kTcgetattr, EIO)});
-  EXPECT_EQ(lSerialSettingsL(), -2002);
+  EXPECT_EQ(lSerialSettingsL(port()), -2002);
   EXPECT_THAT(traced("lSerialSettingsL"),
               ElementsAre("ERR Lnx rc[-02002]ER hComm[" + handle() +
                           "] ER:errno[:5:Input/output error]Fail to tcgetattr\n"));
@@ -124,21 +113,21 @@ TEST_F(PortFaultTest, SettingsThatCannotBeReadFail) {
 }
 
 TEST_F(PortFaultTest, SettingsThatCannotBeWrittenFailAndNothingIsDrained) {
-  ASSERT_EQ(lSerialOpenW(device().path().c_str()), 0);
+  ASSERT_EQ(lSerialOpenW(port(), device().path().c_str()), 0);
   inject({failure(Call::kTcsetattr, EINVAL)});
-  EXPECT_EQ(lSerialSettingsL(), -2002);
+  EXPECT_EQ(lSerialSettingsL(port()), -2002);
   EXPECT_THAT(traced("lSerialSettingsL"), ElementsAre("ERR Lnx rc[-02002]ER hComm[" + handle() +
                                                       "] ER:errno[:22:Invalid argument]Fail to tcsetattr\n"));
   EXPECT_EQ(count_of(Call::kRead), 0);
 }
 
 TEST_F(PortFaultTest, SettingsAreWrittenOnceAndFlushReadsTenBytesAtATime) {
-  ASSERT_EQ(lSerialOpenW(device().path().c_str()), 0);
-  ASSERT_EQ(lSerialSettingsL(), 0);
+  ASSERT_EQ(lSerialOpenW(port(), device().path().c_str()), 0);
+  ASSERT_EQ(lSerialSettingsL(port()), 0);
   device().play({send(std::string(25, 'x'))});
   device().take_turn();
   inject({});
-  ASSERT_EQ(lSerialSettingsL(), 0);
+  ASSERT_EQ(lSerialSettingsL(port()), 0);
   EXPECT_EQ(count_of(Call::kTcsetattr), 1);
   EXPECT_EQ(count_of(Call::kRead), 4) << "10, 10, 5, nothing";
 }
@@ -146,7 +135,7 @@ TEST_F(PortFaultTest, SettingsAreWrittenOnceAndFlushReadsTenBytesAtATime) {
 TEST_F(PortFaultTest, FlushStopsAtTheFirstError) {
   open_port();
   inject({failure(Call::kRead, EIO)});
-  EXPECT_EQ(lSerialFlushRx(), 0);
+  EXPECT_EQ(lSerialFlushRx(port()), 0);
   EXPECT_EQ(count_of(Call::kRead), 1);
 }
 
@@ -155,7 +144,7 @@ TEST_F(PortFaultTest, InterruptedFlushGoesOn) {
   device().play({send(std::string(25, 'x'))});
   device().take_turn();
   inject({failure(Call::kRead, EINTR, 2, 1)});
-  EXPECT_EQ(lSerialFlushRx(), 0);
+  EXPECT_EQ(lSerialFlushRx(port()), 0);
   EXPECT_EQ(count_of(Call::kRead), 6);
 }
 
@@ -163,8 +152,8 @@ TEST_F(PortFaultTest, FailedUnlockStillCloses) {
   open_port();
   const std::string shown = handle();
   inject({failure(Call::kFlock, ENOLCK)});
-  EXPECT_EQ(lSerialCloseL(), 0);
-  EXPECT_EQ(hComm, -1);
+  EXPECT_EQ(lSerialCloseL(port()), 0);
+  EXPECT_EQ(port().descriptor, -1);
   EXPECT_EQ(count_of(Call::kClose), 1);
   EXPECT_THAT(traced("lSerialUnlock"),
               ElementsAre("ERR Lnx rc[-02011]ER: Unlock fail: hComm[" + shown + "]\n"));
@@ -175,8 +164,8 @@ TEST_F(PortFaultTest, FailedCloseIsReported) {
   open_port();
   const std::string shown = handle();
   inject({failure(Call::kClose, EIO)});
-  EXPECT_EQ(lSerialCloseL(), -2001);
-  EXPECT_EQ(hComm, -1);
+  EXPECT_EQ(lSerialCloseL(port()), -2001);
+  EXPECT_EQ(port().descriptor, -1);
   EXPECT_THAT(traced("lSerialCloseL"), ElementsAre("ERR Lnx rc[-02001]ER: hComm[" + shown + "]\n"));
 }
 
@@ -184,9 +173,9 @@ TEST_F(PortFaultTest, InterruptionsChangeNoOutcome) {
   open_port();
   inject({failure(Call::kFlock, EINTR, 2), failure(Call::kTcgetattr, EINTR, 2),
           failure(Call::kTcsetattr, EINTR, 2), failure(Call::kClose, EINTR)});
-  EXPECT_EQ(lSerialLock(), 0);
-  EXPECT_EQ(lSerialSettingsL(), 0);
-  EXPECT_EQ(lSerialCloseL(), 0);
+  EXPECT_EQ(lSerialLock(port()).rc, 0);
+  EXPECT_EQ(lSerialSettingsL(port()), 0);
+  EXPECT_EQ(lSerialCloseL(port()), 0);
   EXPECT_THAT(trace_messages("SAT_api.log"), IsEmpty());
 }
 
@@ -339,15 +328,15 @@ TEST_F(SendingFaultTest, InterruptedWritesChangeNothing) {
 TEST_F(AnswerFaultTest, ReadErrorFailsAtOnceWithItsLineTwice) {
   device().play({ack()});
   inject({failure(Call::kRead, EIO)});
-  EXPECT_EQ(cSerialReadAck(), -4);
+  EXPECT_EQ(await_answer(), -4);
   const std::string line =
       "ERR   rc[-0004]ER:Lnx hComm[" + handle() + "] Timeout[Input/output error] t[0]ms\n";
   EXPECT_THAT(waiting_lines(), ElementsAre(line, line));
 }
 
 TEST_F(AnswerFaultTest, BadDescriptorFailsAfterASecondWithItsLineTwice) {
-  hComm = 987;
-  EXPECT_EQ(cSerialReadAck(), -3);
+  port().descriptor = 987;
+  EXPECT_EQ(await_answer(), -3);
   EXPECT_EQ(ms(), 1001);
   const std::string line = "ERR   rc[-0003]ER:Lnx hComm[000003DBh] Timeout[Bad file descriptor] t[1001]ms\n";
   EXPECT_THAT(waiting_lines(), ElementsAre(line, line));
@@ -356,13 +345,13 @@ TEST_F(AnswerFaultTest, BadDescriptorFailsAfterASecondWithItsLineTwice) {
 TEST_F(AnswerFaultTest, BadDescriptorIsForgivenForASecond) {
   device().play({ack()});
   inject({failure(Call::kRead, EBADF, 900)});
-  EXPECT_EQ(cSerialReadAck(), 1);
+  EXPECT_EQ(await_answer(), 1);
 }
 
 TEST_F(AnswerFaultTest, ReadThatFailsWithoutErrnoIsTracedAsOther) {
   device().play({ack()});
   inject({failure(Call::kRead, 0)});
-  EXPECT_EQ(cSerialReadAck(), 1);
+  EXPECT_EQ(await_answer(), 1);
   EXPECT_EQ(waiting_lines()[0],
             "ERR Win: BytesRead[-0000001] errno[00000000]OTHER              diff[0] iTimeout[2000]\n");
 }
@@ -371,7 +360,7 @@ TEST_F(AnswerFaultTest, FailedWaitGoesOnToTheRead) {
   device().play({ack()});
   device().take_turn();
   inject({failure(Call::kPoll, EINVAL)});
-  EXPECT_EQ(cSerialReadAck(), 1);
+  EXPECT_EQ(await_answer(), 1);
   EXPECT_EQ(count_of(Call::kPoll), 1);
 }
 
@@ -379,8 +368,7 @@ TEST_F(AnswerFaultTest, WaitsWhoseCounterRanOutEndAfterAMinute) {
   // A stray byte just when the fourth wait has timed out: from then on each wait would only wait again.
   device().play({});
   inject({{Call::kRead, 0, 1, 0, 0, "Z"}});
-  set_function_timeout(20);
-  EXPECT_EQ(cSerialReadAck(), -2);
+  EXPECT_EQ(await_answer(20), -2);
   EXPECT_EQ(ms(), 63000);
   EXPECT_EQ(count_of(Call::kRead), 1);
 }
@@ -388,14 +376,14 @@ TEST_F(AnswerFaultTest, WaitsWhoseCounterRanOutEndAfterAMinute) {
 TEST_F(AnswerFaultTest, EmptyReadBehindAStrayStxIsRepeated) {
   device().play({send("\x02\x15")});
   inject({nothing(Call::kRead, 3, 1)});
-  EXPECT_EQ(cSerialReadAck(), 1);
+  EXPECT_EQ(await_answer(), 1);
   EXPECT_EQ(ms(), 3) << "one look a millisecond";
 }
 
 TEST_F(AnswerFaultTest, ReadErrorBehindAStrayStxEndsTheWait) {
   device().play({send("\x02\x15")});
   inject({failure(Call::kRead, EIO, 1, 1)});
-  EXPECT_EQ(cSerialReadAck(), -2);
+  EXPECT_EQ(await_answer(), -2);
   EXPECT_THAT(waiting_lines().back(),
               testing::MatchesRegex("WRN  rc\\[-00002\\]ER SAT->PC Rcvd\\[..h\\]Exiting\n"));
 }
@@ -403,7 +391,7 @@ TEST_F(AnswerFaultTest, ReadErrorBehindAStrayStxEndsTheWait) {
 TEST_F(AnswerFaultTest, InterruptedReadBehindAStrayStxIsRepeated) {
   device().play({send("\x02\x15")});
   inject({failure(Call::kRead, EINTR, 100, 1)});
-  EXPECT_EQ(cSerialReadAck(), 1);
+  EXPECT_EQ(await_answer(), 1);
 }
 
 // ---- Receiving --------------------------------------------------------------------------------------
@@ -503,20 +491,20 @@ TEST_F(ReceivingFaultTest, InterruptionsChangeNothing) {
 
 TEST_F(AcknowledgingFaultTest, WriteErrorEndsAtOnce) {
   inject({failure(Call::kWrite, EIO)});
-  EXPECT_EQ(lSerialWriteAck(true), -1);
+  EXPECT_EQ(lSerialWriteAck(port(), true), -1);
   EXPECT_THAT(answer_lines(), ElementsAre("ERR Lnx Error writing ACK [Input/output error]\n"));
 }
 
 TEST_F(AcknowledgingFaultTest, WrittenByteIsTheAnswer) {
   device().play({expect_ack(), expect_nak()});
-  EXPECT_EQ(lSerialWriteAck(true), 0);
-  EXPECT_EQ(lSerialWriteAck(false), 0);
+  EXPECT_EQ(lSerialWriteAck(port(), true), 0);
+  EXPECT_EQ(lSerialWriteAck(port(), false), 0);
   expect_script_played();
 }
 
 TEST_F(AcknowledgingFaultTest, RefusedByteIsTriedForATenthOfASecond) {
   inject({failure(Call::kWrite, EAGAIN, kForever)});
-  EXPECT_EQ(lSerialWriteAck(true), -1);
+  EXPECT_EQ(lSerialWriteAck(port(), true), -1);
   EXPECT_EQ(ms(), 101);
   const Lines lines = answer_lines();
   EXPECT_EQ(lines.front(),
@@ -528,7 +516,7 @@ TEST_F(AcknowledgingFaultTest, RefusedByteIsTriedForATenthOfASecond) {
 
 TEST_F(AcknowledgingFaultTest, BadDescriptorIsTriedForATenthOfASecondToo) {
   inject({failure(Call::kWrite, EBADF, kForever)});
-  EXPECT_EQ(lSerialWriteAck(false), -1);
+  EXPECT_EQ(lSerialWriteAck(port(), false), -1);
   EXPECT_EQ(ms(), 101);
   EXPECT_EQ(answer_lines().front(),
             "ERR Win: lBytesWritten[-0000001] errno[00000009]EBADF              diff[0] iTimeout[2000]\n");
@@ -538,21 +526,21 @@ TEST_F(AcknowledgingFaultTest, BadDescriptorIsTriedForATenthOfASecondToo) {
 TEST_F(AcknowledgingFaultTest, WriteThatFailsWithoutErrnoIsTracedAsOther) {
   device().play({expect_ack()});
   inject({failure(Call::kWrite, 0)});
-  EXPECT_EQ(lSerialWriteAck(true), 0);
+  EXPECT_EQ(lSerialWriteAck(port(), true), 0);
   EXPECT_EQ(answer_lines().front(),
             "ERR Win: lBytesWritten[-0000001] errno[00000000]OTHER              diff[0] iTimeout[2000]\n");
 }
 
 TEST_F(AcknowledgingFaultTest, WriteOfNothingIsTriedWithoutALine) {
   inject({nothing(Call::kWrite, kForever)});
-  EXPECT_EQ(lSerialWriteAck(true), -1);
+  EXPECT_EQ(lSerialWriteAck(port(), true), -1);
   EXPECT_THAT(answer_lines(), ElementsAre("ERR Lnx Error writing ACK TO \n"));
 }
 
 TEST_F(AcknowledgingFaultTest, ByteThatGoesOutLateIsTheAnswer) {
   device().play({expect_ack()});
   inject({failure(Call::kWrite, EAGAIN, 20)});
-  EXPECT_EQ(lSerialWriteAck(true), 0);
+  EXPECT_EQ(lSerialWriteAck(port(), true), 0);
   expect_script_played();
 }
 
@@ -592,7 +580,7 @@ TEST_F(TransactionFaultTest, LockThatFailsOtherwiseHasItsOwnText) {
           "ERR Lnx:ER:STEP-05c rc[-02010]ER: errno[00037:No locks available]ER:Fail to Lock\\n\t <<  SO->PC "
           "pBuffer[%05zu:%s]n",
           text.size(), text.c_str()));
-  EXPECT_EQ(hComm, -1);
+  EXPECT_TRUE(port_is_closed());
   EXPECT_EQ(count_of(Call::kTcgetattr), 0);
   EXPECT_EQ(device().verdict(), "");
 }
@@ -609,7 +597,7 @@ TEST_F(TransactionFaultTest, FirstWriteErrorFailsTheTransaction) {
   inject({failure(Call::kWrite, EIO)});
   EXPECT_EQ(ConsultarSAT(42), "SAT Erro[-02006]Lnx Dev[" + device().path() +
                                   "] L[2305] F[Communicate] >> CMD or << ACK LibVer[23-JUL-2020]");
-  EXPECT_EQ(hComm, -1);
+  EXPECT_TRUE(port_is_closed());
 }
 
 TEST_F(TransactionFaultTest, ReadErrorInsideTheReplyFailsTheTransaction) {
@@ -619,7 +607,7 @@ TEST_F(TransactionFaultTest, ReadErrorInsideTheReplyFailsTheTransaction) {
             "SAT Erro[-02007]Lnx SAT  Dev[" + device().path() +
                 "] falhou na recepcao da resposta L[2324] F[Communicate] LibVer[23-JUL-2020]");
   expect_script_played();
-  EXPECT_EQ(hComm, -1);
+  EXPECT_TRUE(port_is_closed());
 }
 
 TEST_F(TransactionFaultTest, SettingsThatFailGiveThePortBack) {
@@ -627,14 +615,14 @@ TEST_F(TransactionFaultTest, SettingsThatFailGiveThePortBack) {
   EXPECT_EQ(ConsultarSAT(42), "SAT Erro[-02002]Lnx SAT  Dev[" + device().path() +
                                   "] falhou ao configurar L[2286] F[Communicate]");
   EXPECT_EQ(count_of(Call::kClose), 1);
-  EXPECT_EQ(hComm, -1);
+  EXPECT_TRUE(port_is_closed());
 }
 
 TEST_F(TransactionFaultTest, FailedCloseIsNotExamined) {
   device().play({expect_frame(), ack(), send_frame("AB"), expect_ack()});
   inject({failure(Call::kClose, EIO)});
   EXPECT_STREQ(ConsultarSAT(42), "AB");
-  EXPECT_EQ(hComm, -1);
+  EXPECT_TRUE(port_is_closed());
 }
 
 TEST_F(TransactionFaultTest, InterruptionsEverywhereChangeNothing) {

@@ -1,7 +1,9 @@
 #include "api/transmission.h"
 
 #include "api/protocol_log.h"
+#include "api/time_limits.h"
 #include "link/virtual_link_fixture.h"
+#include "olk_utils/bounded_text.h"
 
 namespace {
 
@@ -20,15 +22,12 @@ class TransmissionTest : public VirtualLinkTest {
   void SetUp() override { open_port(); }
 
   // Sends STX, the text and a placeholder, as the SAT functions format a command.
-  int transmit(const std::string& text) {
-    command_.assign(text.size() + 8, '\0');
-    command_[0] = kStx;
-    std::copy(text.begin(), text.end(), command_.begin() + 1);
-    command_[text.size() + 1] = kEtx;
-    return lSerialWriteBufL(command_.data(), static_cast<uint32_t>(text.size() + 2));
+  int transmit(const std::string& text, uint32_t seconds = 10) {
+    sent_length_ = text.size() + 3;
+    return VirtualLinkTest::transmit(text, seconds);
   }
 
-  std::string sent_text() const { return {command_.begin(), command_.end() - 5}; }
+  std::string sent_text() const { return {gl_sSatPkt, sent_length_}; }
 
   // A text of a command whose frame has this length.
   static std::string command_for_frame_of(std::size_t length) {
@@ -54,7 +53,7 @@ class TransmissionTest : public VirtualLinkTest {
   }
 
  private:
-  std::vector<char> command_;
+  std::size_t sent_length_ = 0;
 };
 
 constexpr char kReadAckLine[] = "INF   rc[00001]WR:Lnx\n\t << SAT->PC Rcvd[06h]ACK\n";
@@ -401,8 +400,7 @@ TEST_F(TransmissionTest, EndlessGarbageEndsAfterAMinute) {
   log_errors_only();
   device().play({expect_frame(), flood("ZZZZZZZZZZ")});
   virtual_clock::set_tick_ms(50);
-  set_function_timeout(20);
-  EXPECT_EQ(transmit("AB"), -2);
+  EXPECT_EQ(transmit("AB", 20), -2);
   EXPECT_GT(virtual_clock::monotonic_ms(), 60000);
   EXPECT_LT(virtual_clock::monotonic_ms(), 61000);
   EXPECT_THAT(answer_lines().back(), StartsWith("ERR   rc[-0002]ER:Lnx hComm["));
@@ -412,8 +410,7 @@ TEST_F(TransmissionTest, EndlessGarbageToALongFunctionEndsAfterThreeTimeouts) {
   log_errors_only();
   device().play({expect_frame(), flood("ZZZZZZZZZZ")});
   virtual_clock::set_tick_ms(500);
-  set_function_timeout(30);
-  EXPECT_EQ(transmit("AB"), -2);
+  EXPECT_EQ(transmit("AB", 30), -2);
   EXPECT_GT(virtual_clock::monotonic_ms(), 90000);
   EXPECT_LT(virtual_clock::monotonic_ms(), 95000);
 }
@@ -426,19 +423,14 @@ struct EndlessWaitCase {
 TEST(EndlessWaitTest, LastsAMinuteOrThreeTimeoutsWhicheverIsLonger) {
   constexpr EndlessWaitCase kCases[] = {
       {0, 60000}, {20, 60000}, {21, 63000}, {1800, 5400000}, {UINT32_MAX, 12884901885000}};
-  for (const auto& [seconds, longest_ms] : kCases) {
-    set_function_timeout(seconds);
-    EXPECT_FALSE(is_endless_wait(longest_ms)) << seconds;
-    EXPECT_TRUE(is_endless_wait(longest_ms + 1)) << seconds;
-  }
+  for (const auto& [seconds, ms] : kCases) EXPECT_EQ(longest_wait_ms(seconds), ms) << seconds;
 }
 
 TEST_F(TransmissionTest, EndlessGarbageBehindAStrayStxEnds) {
   log_errors_only();
   device().play({expect_frame(), send("\x02"), flood("ZZZZZZZZZZ")});
   virtual_clock::set_tick_ms(50);
-  set_function_timeout(10);
-  EXPECT_EQ(transmit("AB"), -2);
+  EXPECT_EQ(transmit("AB", 10), -2);
   EXPECT_LT(virtual_clock::monotonic_ms(), 61000);
 }
 
@@ -496,9 +488,11 @@ TEST_F(TransmissionTest, TenMebibytesPass) {
 }
 
 TEST_F(TransmissionTest, NothingToSendIsRefused) {
-  EXPECT_EQ(lSerialWriteBufL(nullptr, 10), -2006);
-  char text[] = "\x02";
-  EXPECT_EQ(lSerialWriteBufL(text, 1), -2006);
+  Call call = prepared_call(kConsultarSAT, 10, port());
+  for (const char* text : {"", "\x02"}) {
+    copy_text(call.packet.bytes, call.packet.capacity, text);
+    EXPECT_EQ(lSerialWriteBufL(call), -2006);
+  }
 }
 
 // ---- Large blocks in the trace ----------------------------------------------------------------------
@@ -509,7 +503,7 @@ class LargeTraceTest : public TransmissionTest {
     const std::string excerpt =
         frame_bytes.substr(0, 900) + "...**BIGPKG SLL-SAT**...." + frame_bytes.substr(block_end - 900);
     return printed("WRN Win: OK:hC[%08Xh]Sent ulTxPktSz[%05zu]BIG \n\t PC->SAT >>   pusTxPkt[%03zu:",
-                   static_cast<unsigned>(hComm), block_end, excerpt.size()) +
+                   static_cast<unsigned>(port().descriptor), block_end, excerpt.size()) +
            excerpt + "]\n";
   }
 };

@@ -21,7 +21,7 @@ class TimeRules : public VirtualLinkTest, public testing::WithParamInterface<Rul
     if (rule.line == Line::kFull) {
       open_port();
       std::size_t left = fill_line() + kLongSale;
-      lSerialCloseL();
+      lSerialCloseL(port());
       for (scripted::Step& step : script) {
         if (step.kind != scripted::Step::Kind::kTake) continue;
         if (step.count == 0) step.count = left;

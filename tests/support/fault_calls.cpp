@@ -16,8 +16,6 @@
 #include <optional>
 #include <utility>
 
-#include "api/serial_port.h"
-
 namespace fault_calls {
 
 namespace {
@@ -28,6 +26,7 @@ int counts[static_cast<int>(Call::kStartSearch) + 1];
 std::vector<int> modem_lines;
 std::function<void()> test_event;
 int settings_file = -1;
+int port = -1;  // as it was opened last
 
 }  // namespace
 
@@ -84,13 +83,16 @@ std::optional<Fault> befalling(Call call, std::size_t asked = 0) {
 }
 
 std::optional<Fault> befalling_port(Call call, int descriptor, std::size_t asked = 0) {
-  if (descriptor != hComm) return {};
+  if (descriptor != port) return {};
   return befalling(call, asked);
 }
 
+bool is_port(const char* path) {
+  return std::strncmp(path, "/dev/pts/", 9) == 0 || std::strstr(path, "/dev/tty") != nullptr;
+}
+
 std::optional<Fault> befalling_open(const char* path) {
-  const bool is_port = std::strncmp(path, "/dev/pts/", 9) == 0 || std::strstr(path, "/dev/tty") != nullptr;
-  if (is_port) return befalling(Call::kOpen);
+  if (is_port(path)) return befalling(Call::kOpen);
   if (std::strcmp(path, "SAT.ini") == 0) return befalling(Call::kOpenSettings);
   return {};
 }
@@ -135,6 +137,7 @@ int __wrap_open(const char* path, int flags, ...) {
   va_end(arguments);
   if (const auto fault = befalling_open(path)) return static_cast<int>(outcome(*fault));
   const int descriptor = __real_open(path, flags, mode);
+  if (fault_calls::is_port(path)) fault_calls::port = descriptor;
   if (std::strcmp(path, "SAT.ini") == 0) fault_calls::settings_file = descriptor;
   return descriptor;
 }
@@ -165,11 +168,10 @@ int __wrap_poll(pollfd* descriptors, nfds_t count, int timeout) {
 
 int __wrap_close(int descriptor) {
   if (descriptor == fault_calls::settings_file) fault_calls::settings_file = -1;
-  if (const auto fault = befalling_port(Call::kClose, descriptor)) {
-    __real_close(descriptor);
-    return static_cast<int>(outcome(*fault));
-  }
-  return __real_close(descriptor);
+  const auto fault = befalling_port(Call::kClose, descriptor);
+  if (descriptor == fault_calls::port) fault_calls::port = -1;
+  const int result = __real_close(descriptor);
+  return fault ? static_cast<int>(outcome(*fault)) : result;
 }
 
 int __wrap_flock(int descriptor, int operation) {
@@ -182,7 +184,7 @@ int __wrap_ioctl(int descriptor, unsigned long request, ...) {
   va_start(arguments, request);
   void* argument = va_arg(arguments, void*);
   va_end(arguments);
-  if (request == TIOCMBIS && descriptor == hComm)
+  if (request == TIOCMBIS && descriptor == fault_calls::port)
     fault_calls::modem_lines.push_back(*static_cast<const int*>(argument));
   return __real_ioctl(descriptor, request, argument);
 }

@@ -23,6 +23,16 @@ class Umask {
   mode_t former_;
 };
 
+// Those that lead to this path.
+inline long open_descriptors(const std::string& path) {
+  long count = 0;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code gone;  // the directory's own
+    if (std::filesystem::read_symlink(entry, gone) == path) ++count;
+  }
+  return count;
+}
+
 inline long open_descriptors() {
   return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
                        std::filesystem::directory_iterator());

@@ -221,47 +221,64 @@ std::string present(const Item& item) {
   return printed("%s=%s", item.name, item.value);
 }
 
-// The record with its padding: what is painted and not written must stay.
-std::string bytes_of(const SatContext& record) {
-  return {reinterpret_cast<const char*>(&record), sizeof record};
-}
-
 class Configuration : public ApiTraceTest {
  protected:
   Configuration() {
-    static const std::array<BusyReplyRow, kSatFunctionCount> compiled_in = std::to_array(tRetCode98);
-    std::copy(compiled_in.begin(), compiled_in.end(), tRetCode98);
     gl_tSat = {};
     tLog.ucModeMask = 0;
     log_up_to(kInfo);
   }
   ~Configuration() override { allocation_succeeds = nullptr; }
 
-  static int update_from(const std::string& file) {
+  int update() { return UpdateTalvexConfiguration(settings_); }
+  int update_from(const std::string& file) {
     write_file("SAT.ini", file);
-    return UpdateTalvexConfiguration();
+    return update();
   }
-  static int update_from_default_with(const std::string& line, const std::string& replacement) {
+  int update_from_default_with(const std::string& line, const std::string& replacement) {
     std::string file = kDefaultFile;
     const std::size_t at = file.find(line + "\n");
     EXPECT_NE(at, std::string::npos) << line;
     return update_from(file.replace(at, line.size(), replacement));
   }
+  uint32_t timeout_of(uint32_t row) const {
+    return reply_timeout_s(settings_, static_cast<SatFunctionIndex>(row));
+  }
+
+  Settings settings_ = {};
 };
 class DefaultFile : public Configuration {};
 class ConfigurationLines : public Configuration {};
 class FixedPortItem : public Configuration {};
-class Timeouts : public Configuration {};
+class Timeouts : public Configuration {
+ protected:
+  void expect_timeouts(const uint32_t* expected_first_seven) const {
+    for (uint32_t row = 0; row < kSatFunctionCount; ++row) {
+      const uint32_t expected = row < kAppliedTimeouts ? expected_first_seven[row] : kDefaultTimeouts[row];
+      EXPECT_EQ(timeout_of(row), expected) << row;
+    }
+  }
+};
 struct SwitchValue {
   const char* name;
   const char* text;
-  int on;
+  bool on;
 };
 void PrintTo(const SwitchValue& tested, std::ostream* out) {
   *out << tested.name;
 }
 class SwitchItems : public Configuration, public testing::WithParamInterface<SwitchValue> {};
-class LogPathItem : public Configuration {};
+class LogPathItem : public Configuration {
+ protected:
+  // What the utilities say about the directory.
+  Lines utilities_lines_of(const std::string& path) {
+    write_file("SAT.ini", file_of([&](const Item& item) {
+                 return item.step == 1 ? "LogFilePath=" + path : present(item);
+               }));
+    update();
+    return trace_messages("olk_utils.log");
+  }
+};
 class ConfigurationBounds : public Configuration {};
 
 // ---- The default file -------------------------------------------------------------------------------
@@ -395,21 +412,12 @@ TEST_F(DefaultFile, OnAFullDiskEndsWithItsSizeZero) {
 
 TEST_F(DefaultFile, YieldsTheseSettings) {
   ASSERT_GT(CreateFile_TalvexIni(), 0);
-  EXPECT_EQ(UpdateTalvexConfiguration(), kLastStep);
-  EXPECT_STREQ(gl_tSat.strFixedPort, "");
-  EXPECT_STREQ(gl_tSat.strSerialPortConfig, "115200,8,N,1");
-  EXPECT_EQ(static_cast<uint32_t>(gl_tSat.iReadIntervalTimeout), 0xFFFFFFFFu);
-  EXPECT_EQ(static_cast<uint32_t>(gl_tSat.iReadTotalTimeoutMultiplier), 0xFFFFFFFFu);
-  EXPECT_EQ(static_cast<uint32_t>(gl_tSat.iReadTotalTimeoutConstant), 0xFFFFFFF5u);
-  EXPECT_EQ(gl_tSat.iWriteTotalTimeoutMultiplier, 1);
-  EXPECT_EQ(gl_tSat.iWriteTotalTimeoutConstant, 1000);
-  for (uint32_t row = 0; row < kSatFunctionCount; ++row) {
-    EXPECT_EQ(tRetCode98[row].timeoutSeconds, kDefaultTimeouts[row]) << row;
-  }
-  EXPECT_STREQ(gl_tSat.strResultPathWindows, "C:\\ProgramData\\Arvolen\\Cupons\\New");
-  EXPECT_STREQ(gl_tSat.strResultPathLinux, "/etc/Arvolen/Cupons/New");
-  EXPECT_EQ(gl_tSat.lResultFilesOn, 0);
-  EXPECT_EQ(gl_tSat.lSatEmulatorOn, 0);
+  EXPECT_EQ(update(), kLastStep);
+  for (uint32_t row = 0; row < kSatFunctionCount; ++row)
+    EXPECT_EQ(timeout_of(row), kDefaultTimeouts[row]) << row;
+  EXPECT_STREQ(settings_.strResultPathLinux, "/etc/Arvolen/Cupons/New");
+  EXPECT_FALSE(settings_.lResultFilesOn);
+  EXPECT_FALSE(settings_.lSatEmulatorOn);
 }
 
 TEST_F(DefaultFile, AnswersTheReaderToo) {
@@ -425,7 +433,7 @@ TEST_F(DefaultFile, AnswersTheReaderToo) {
 }
 
 TEST_F(DefaultFile, IsMadeByAnUpdateThatFindsNone) {
-  EXPECT_EQ(UpdateTalvexConfiguration(), kLastStep);
+  EXPECT_EQ(update(), kLastStep);
   EXPECT_EQ(read_file("SAT.ini"), kDefaultFile);
 }
 
@@ -460,13 +468,12 @@ TEST_F(ConfigurationLines, OfAnEmptyFileWhichIsNotRewritten) {
   EXPECT_THAT(
       take_lines(),
       ElementsAreArray(lines_of_all_items([](const Item& item) { return missing_line(item, -301); })));
-  EXPECT_STREQ(gl_tSat.strSerialPortConfig, "115200,8,n,1");
-  EXPECT_STREQ(gl_tSat.strResultPathLinux, "/etc/Arvolen/Cupons/New");
+  EXPECT_STREQ(settings_.strResultPathLinux, "/etc/Arvolen/Cupons/New");
 }
 
 TEST_F(ConfigurationLines, OfADirectoryInThePlaceOfTheFile) {
   std::filesystem::create_directory("SAT.ini");
-  EXPECT_EQ(UpdateTalvexConfiguration(), kLastStep);
+  EXPECT_EQ(update(), kLastStep);
   EXPECT_THAT(
       take_lines(),
       ElementsAreArray(lines_of_all_items([](const Item& item) { return missing_line(item, -304); })));
@@ -496,8 +503,7 @@ TEST_F(ConfigurationLines, FilteredByLevel) {
 }
 
 TEST_F(ConfigurationLines, BeginWithAPassLineOnceTheLibraryIsSetUp) {
-  gl_tSat.ucInitMark = 0xAA;
-  gl_tSat.ucInitTail = 0x55;
+  gl_tSat.is_set_up = true;
   update_from(file_of(present));
   const Lines lines = take_lines();
   ASSERT_FALSE(lines.empty());
@@ -509,16 +515,16 @@ TEST_F(ConfigurationLines, BeginWithAPassLineOnceTheLibraryIsSetUp) {
 
 TEST_F(ConfigurationLines, OfAFileThatCannotBeCreated) {
   ASSERT_EQ(symlink("no/such/directory/SAT.ini", "SAT.ini"), 0);
-  std::memset(&gl_tSat, 0x33, sizeof gl_tSat);
-  const SatContext before = gl_tSat;
-  EXPECT_EQ(UpdateTalvexConfiguration(), -1);
+  std::memset(&settings_, 0x33, sizeof settings_);
+  const Settings before = settings_;
+  EXPECT_EQ(update(), -1);
   EXPECT_THAT(
       take_lines(),
       ElementsAre(
           created_line("ERR", " rc[-00001]ER file[SAT.ini]Could not be Created!!!\n"),
           update_line("ERR",
                       "rc[-001]ER:FAIL  STEP00b  TalvexIniFileName[SAT.ini]Could  Not  Be  Created!!\n")));
-  EXPECT_EQ(bytes_of(gl_tSat), bytes_of(before));
+  EXPECT_EQ(std::memcmp(&settings_, &before, sizeof before), 0);
 }
 
 TEST_F(ConfigurationLines, OfTheEngineLeaveOutOnlyTheMissingFixedPort) {
@@ -551,7 +557,7 @@ TEST_F(ConfigurationLines, OfTheEngineNameTheFixedPortWhenItsSectionOrTheFileIsM
 TEST_F(ConfigurationLines, OfTheEngineNameTheFixedPortWhenMemoryIsShort) {
   write_file("SAT.ini", file_of(present));
   allocation_succeeds = [] { return false; };
-  UpdateTalvexConfiguration();
+  update();
   EXPECT_THAT(
       take_lines(),
       ElementsAreArray(lines_of_all_items([](const Item& item) { return missing_line(item, -302); })));
@@ -560,119 +566,47 @@ TEST_F(ConfigurationLines, OfTheEngineNameTheFixedPortWhenMemoryIsShort) {
 
 // ---- What the items set -----------------------------------------------------------------------------
 
-struct Settings {
-  std::string fixed_port, serial_port, windows_path, linux_path;
-  int read_interval, read_multiplier, read_constant, write_multiplier, write_constant;
-  int64_t result_files, emulator;
-  bool operator==(const Settings&) const = default;
+struct Applied {
+  std::string result_folder;
+  bool result_files, emulator;
+  bool operator==(const Applied&) const = default;
 };
 
-Settings settings() {
-  return {gl_tSat.strFixedPort,
-          gl_tSat.strSerialPortConfig,
-          gl_tSat.strResultPathWindows,
-          gl_tSat.strResultPathLinux,
-          gl_tSat.iReadIntervalTimeout,
-          gl_tSat.iReadTotalTimeoutMultiplier,
-          gl_tSat.iReadTotalTimeoutConstant,
-          gl_tSat.iWriteTotalTimeoutMultiplier,
-          gl_tSat.iWriteTotalTimeoutConstant,
-          gl_tSat.lResultFilesOn,
-          gl_tSat.lSatEmulatorOn};
+Applied applied(const Settings& settings) {
+  return {settings.strResultPathLinux, settings.lResultFilesOn, settings.lSatEmulatorOn};
 }
 
-const Settings kPresentSettings = {
-    "/dev/ttyS0", "9600,7,e,2", "D:\\cupons", "/srv/cupons", 0, 0, 0, 7, -3, 1, 1};
-const Settings kFallbackSettings = {"",
-                                    "115200,8,n,1",
-                                    "C:\\ProgramData\\Arvolen\\Cupons\\New",
-                                    "/etc/Arvolen/Cupons/New",
-                                    -1,
-                                    -1,
-                                    -11,
-                                    1,
-                                    1,
-                                    0,
-                                    0};
+const Applied kPresentSettings = {"/srv/cupons", true, true};
+const Applied kFallbackSettings = {"/etc/Arvolen/Cupons/New", false, false};
 
 TEST_F(Configuration, PresentItemsAreApplied) {
   update_from(file_of(present));
-  EXPECT_EQ(settings(), kPresentSettings);
+  EXPECT_EQ(applied(settings_), kPresentSettings);
 }
 
 TEST_F(Configuration, MissingItemsGetTheirFallback) {
   update_from(file_of(present));
   update_from(file_of(missing));
-  EXPECT_EQ(settings(), kFallbackSettings);
+  EXPECT_EQ(applied(settings_), kFallbackSettings);
 }
 
-TEST_F(Configuration, EmptyItemsGetTheirFallbackExceptTheFixedPortWhichStays) {
+TEST_F(Configuration, EmptyItemsGetTheirFallback) {
   update_from(file_of(present));
   update_from(file_of(empty));
-  Settings expected = kFallbackSettings;
-  expected.fixed_port = "/dev/ttyS0";
-  EXPECT_EQ(settings(), expected);
-}
-
-TEST_F(Configuration, ReadTimeoutsTakeOnlyTheirKeywordAndReadItAsZero) {
-  for (const char* value : {"0", "10", "maxdword", "MAXDWORD-10", "MAXDWORD1", "MAXDWOR"}) {
-    update_from(std::string("[SERIAL_PORT_CONFIG]\nReadIntervalTimeout=") + value +
-                "\nReadTotalTimeoutMultiplier=" + value + "\n");
-    EXPECT_EQ(gl_tSat.iReadIntervalTimeout, -1) << value;
-    EXPECT_EQ(gl_tSat.iReadTotalTimeoutMultiplier, -1) << value;
-  }
-  for (const char* value : {"0", "1", "MAXDWORD", "MAXDWORD-1", "MAXDWORD-100"}) {
-    update_from(std::string("[SERIAL_PORT_CONFIG]\nReadTotalTimeoutConstant=") + value + "\n");
-    EXPECT_EQ(gl_tSat.iReadTotalTimeoutConstant, -11) << value;
-  }
-  update_from_default_with("ReadIntervalTimeout=10", "ReadIntervalTimeout=MAXDWORD");
-  EXPECT_EQ(gl_tSat.iReadIntervalTimeout, 0);
-  update_from_default_with("ReadTotalTimeoutMultiplier=1", "ReadTotalTimeoutMultiplier=MAXDWORD");
-  EXPECT_EQ(gl_tSat.iReadTotalTimeoutMultiplier, 0);
-  update_from_default_with("ReadTotalTimeoutConstant=1", "ReadTotalTimeoutConstant=MAXDWORD-10");
-  EXPECT_EQ(gl_tSat.iReadTotalTimeoutConstant, 0);
-}
-
-TEST_F(Configuration, WriteTimeoutsAreLeadingDecimalNumbers) {
-  struct {
-    const char* text;
-    int number;
-  } const cases[] = {{"0", 0},
-                     {"12", 12},
-                     {"-7", -7},
-                     {"+9", 9},
-                     {"12ab", 12},
-                     {"abc", 0},
-                     {"0x10", 0},
-                     {"1 000", 1000},
-                     {"\t8", 8},
-                     {"007", 7},
-                     {"99999999999", 2147483647}};
-  for (const auto& c : cases) {
-    update_from(std::string("[SERIAL_PORT_CONFIG]\nWriteTotalTimeoutMultiplier=") + c.text +
-                "\nWriteTotalTimeoutConstant=" + c.text + "\n");
-    EXPECT_EQ(gl_tSat.iWriteTotalTimeoutMultiplier, c.number) << c.text;
-    EXPECT_EQ(gl_tSat.iWriteTotalTimeoutConstant, c.number) << c.text;
-  }
-}
-
-TEST_F(Configuration, AnEmptySerialPortConfigStoresItsFallback) {
-  update_from_default_with("SerialPortConfig=115200,8,N,1", "SerialPortConfig=");
-  EXPECT_STREQ(gl_tSat.strSerialPortConfig, "115200,8,n,1");
+  EXPECT_EQ(applied(settings_), kFallbackSettings);
 }
 
 TEST_F(Configuration, ItemsAreMatchedCaseSensitively) {
-  update_from_default_with("[SERIAL_PORT_CONFIG]", "[serial_port_config]");
-  EXPECT_STREQ(gl_tSat.strSerialPortConfig, "115200,8,n,1");
   update_from_default_with("PathLinux=/etc/Arvolen/Cupons/New", "pathlinux=/srv");
-  EXPECT_STREQ(gl_tSat.strResultPathLinux, "/etc/Arvolen/Cupons/New");
+  EXPECT_STREQ(settings_.strResultPathLinux, "/etc/Arvolen/Cupons/New");
+  update_from_default_with("[SAT_EMULATOR]", "[sat_emulator]\nEnable=1");
+  EXPECT_FALSE(settings_.lSatEmulatorOn);
 }
 
 // ---- The fixed port ---------------------------------------------------------------------------------
 
 TEST_F(FixedPortItem, AddedByHandIsSetWithAWarning) {
   update_from_default_with("[SERIAL_PORT_CONFIG]", "[SERIAL_PORT_CONFIG]\nFixarPorta=/dev/ttyS0");
-  EXPECT_STREQ(gl_tSat.strFixedPort, "/dev/ttyS0");
   EXPECT_THAT(with_text(take_lines(), "FixarPorta"),
               ElementsAre(update_line("WRN",
                                       "rc[0000]WR:WARN  STEP04a  TalvexIniFileName[SAT.ini]  "
@@ -682,7 +616,6 @@ TEST_F(FixedPortItem, AddedByHandIsSetWithAWarning) {
 
 TEST_F(FixedPortItem, InTheDefaultFilesCommentIsNone) {
   update_from(kDefaultFile);
-  EXPECT_STREQ(gl_tSat.strFixedPort, "");
   EXPECT_THAT(with_text(take_lines(), "FixarPorta"),
               ElementsAre(update_line(
                   "INF",
@@ -691,33 +624,18 @@ TEST_F(FixedPortItem, InTheDefaultFilesCommentIsNone) {
   EXPECT_THAT(take_all_lines("olk_utils.log"), IsEmpty());
 }
 
-TEST_F(FixedPortItem, IsCopiedAsItStands) {
-  update_from("[SERIAL_PORT_CONFIG]\nFixarPorta=COM3:\n");
-  EXPECT_STREQ(gl_tSat.strFixedPort, "COM3:");
-}
-
-// 128 bytes are cleared, with the serial parameters, the file's time and the handle behind the port; the
-// parameters are read again at once.
-TEST_F(FixedPortItem, MissingClears128Bytes) {
-  std::memset(&gl_tSat, 0x5A, sizeof gl_tSat);
+// So the call after the first one reads the file once more.
+TEST_F(FixedPortItem, MissingForgetsTheFilesTime) {
+  settings_.tIniFileTime = 77;
   update_from("[SERIAL_PORT_CONFIG]\nSerialPortConfig=9600\n");
-  const auto* bytes = reinterpret_cast<const char*>(&gl_tSat) + offsetof(SatContext, strFixedPort);
-  std::string expected(128, '\0');
-  expected.replace(offsetof(SatContext, strSerialPortConfig) - offsetof(SatContext, strFixedPort), 4, "9600");
-  EXPECT_EQ(std::string(bytes, 128), expected);
-  EXPECT_EQ(bytes[128], 0x5A);
-  EXPECT_EQ(gl_tSat.tIniFileTime, 0);
-  EXPECT_EQ(gl_tSat.hT, 0u);
-  EXPECT_EQ(gl_tSat.ucInitTail, 0x5A);
+  EXPECT_EQ(settings_.tIniFileTime, 0);
 }
 
 TEST_F(FixedPortItem, EmptyOrPresentLeavesTheFilesTimeAlone) {
-  gl_tSat.tIniFileTime = 77;
-  gl_tSat.hT = 5;
+  settings_.tIniFileTime = 77;
   update_from("[SERIAL_PORT_CONFIG]\nFixarPorta=\n");
   update_from("[SERIAL_PORT_CONFIG]\nFixarPorta=/dev/ttyS1\n");
-  EXPECT_EQ(gl_tSat.tIniFileTime, 77);
-  EXPECT_EQ(gl_tSat.hT, 5u);
+  EXPECT_EQ(settings_.tIniFileTime, 77);
 }
 
 // ---- Time-outs --------------------------------------------------------------------------------------
@@ -728,13 +646,6 @@ std::string timeouts_file(const std::string& value) {
   });
 }
 
-void expect_timeouts(const uint32_t* expected_first_seven) {
-  for (uint32_t row = 0; row < kSatFunctionCount; ++row) {
-    const uint32_t expected = row < kAppliedTimeouts ? expected_first_seven[row] : kDefaultTimeouts[row];
-    EXPECT_EQ(tRetCode98[row].timeoutSeconds, expected) << row;
-  }
-}
-
 TEST_F(Timeouts, OfSevenFunctionsAreAppliedAndOfNineNever) {
   update_from(file_of(present));
   constexpr uint32_t kApplied[kAppliedTimeouts] = {101, 102, 103, 104, 105, 106, 107};
@@ -743,9 +654,9 @@ TEST_F(Timeouts, OfSevenFunctionsAreAppliedAndOfNineNever) {
 
 TEST_F(Timeouts, OneOfEachGroup) {
   update_from_default_with("EnviarDadosVenda              =  30", "EnviarDadosVenda=45");
-  EXPECT_EQ(tRetCode98[kEnviarDadosVenda].timeoutSeconds, 45u);
+  EXPECT_EQ(timeout_of(kEnviarDadosVenda), 45u);
   update_from_default_with("ConsultarNumeroSessao         =  20", "ConsultarNumeroSessao=45");
-  EXPECT_EQ(tRetCode98[kConsultarNumeroSessao].timeoutSeconds, 20u);
+  EXPECT_EQ(timeout_of(kConsultarNumeroSessao), 20u);
 }
 
 // The seven show the converted number, the nine the lookup's 0.
@@ -776,9 +687,9 @@ TEST_F(Timeouts, OfOneSecondAreApplied) {
 
 TEST_F(Timeouts, ConvertLeadingDigitsAndSaturate) {
   update_from(timeouts_file("12s"));
-  EXPECT_EQ(tRetCode98[kAtivarSAT].timeoutSeconds, 12u);
+  EXPECT_EQ(timeout_of(kAtivarSAT), 12u);
   update_from(timeouts_file("99999999999"));
-  EXPECT_EQ(tRetCode98[kAtivarSAT].timeoutSeconds, 2147483647u);
+  EXPECT_EQ(timeout_of(kAtivarSAT), 2147483647u);
 }
 
 TEST_F(Timeouts, OnceAppliedOutliveTheirRemoval) {
@@ -793,29 +704,29 @@ TEST_F(Timeouts, OnceAppliedOutliveTheirRemoval) {
 
 TEST_P(SwitchItems, AreOnByTheirFirstCharacter) {
   const auto& [name, value, expected] = GetParam();
-  gl_tSat.lResultFilesOn = gl_tSat.lSatEmulatorOn = 1 - expected;
+  settings_.lResultFilesOn = settings_.lSatEmulatorOn = !expected;
   update_from(std::string("[ARVOLEN]\nEnable=") + value + "\n[SAT_EMULATOR]\nEnable=" + value + "\n");
-  EXPECT_EQ(gl_tSat.lResultFilesOn, expected);
-  EXPECT_EQ(gl_tSat.lSatEmulatorOn, expected);
+  EXPECT_EQ(settings_.lResultFilesOn, expected);
+  EXPECT_EQ(settings_.lSatEmulatorOn, expected);
   std::string shown = value;
   std::erase(shown, ' ');
   std::erase(shown, '=');
   const Item& emulator = kItems[std::size(kItems) - 1];
-  const char* note = expected == 1 ? "SAT_EMU=ON" : "SAT_EMU=OFF";
+  const char* note = expected ? "SAT_EMU=ON" : "SAT_EMU=OFF";
   const Lines line = shown.empty()
                          ? empty_line(emulator)
                          : Lines{update_line("INF", item_text(emulator, 0, "OK:PASS", 'a', shown, note))};
   EXPECT_THAT(with_text(take_lines(), "SAT_EMU"), ElementsAreArray(line));
 }
-INSTANTIATE_TEST_SUITE_P(Values, SwitchItems,
-                         testing::Values(SwitchValue{"One", "1", 1}, SwitchValue{"Ten", "10", 1},
-                                         SwitchValue{"BlankAndOne", " 1", 1},
-                                         SwitchValue{"EqualsAndOne", "=1", 1},
-                                         SwitchValue{"OneAndText", "1yes", 1}, SwitchValue{"Zero", "0", 0},
-                                         SwitchValue{"ZeroAndOne", "01", 0}, SwitchValue{"Text", "yes", 0},
-                                         SwitchValue{"Nothing", "", 0}, SwitchValue{"TabAndOne", "\t1", 0},
-                                         SwitchValue{"Two", "2", 0}),
-                         [](const auto& tested) { return std::string(tested.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    Values, SwitchItems,
+    testing::Values(SwitchValue{"One", "1", true}, SwitchValue{"Ten", "10", true},
+                    SwitchValue{"BlankAndOne", " 1", true}, SwitchValue{"EqualsAndOne", "=1", true},
+                    SwitchValue{"OneAndText", "1yes", true}, SwitchValue{"Zero", "0", false},
+                    SwitchValue{"ZeroAndOne", "01", false}, SwitchValue{"Text", "yes", false},
+                    SwitchValue{"Nothing", "", false}, SwitchValue{"TabAndOne", "\t1", false},
+                    SwitchValue{"Two", "2", false}),
+    [](const auto& tested) { return std::string(tested.param.name); });
 
 // ---- The log's directory ----------------------------------------------------------------------------
 
@@ -853,15 +764,6 @@ TEST_F(LogPathItem, ThatCannotBeMadeStillGetsTheBanner) {
   write_file("Log", "in the way");
   EXPECT_EQ(update_from(file_of(present)), kLastStep);
   EXPECT_EQ(take_lines().at(0), kBanner);
-}
-
-// What the utilities say about the directory.
-Lines utilities_lines_of(const std::string& path) {
-  write_file("SAT.ini", file_of([&](const Item& item) {
-               return item.step == 1 ? "LogFilePath=" + path : present(item);
-             }));
-  UpdateTalvexConfiguration();
-  return trace_messages("olk_utils.log");
 }
 
 TEST_F(LogPathItem, ThatIsNothingYetIsLookedAtAndMade) {
@@ -907,43 +809,13 @@ TEST_F(LogPathItem, EmptyOrMissingHasItsOrdinaryLineAndNoBanner) {
 
 // ---- Bounds -----------------------------------------------------------------------------------------
 
-// The whole record is painted first; what a pass may change is cut out of the comparison.
-TEST_F(ConfigurationBounds, LongestValuesAreCutAndLeaveTheNeighboursAlone) {
-  const std::string longest(127, '7');
-  std::memset(&gl_tSat, 0x5A, sizeof gl_tSat);
-  SatContext expected = gl_tSat;
-  update_from("[LOG]\nLogFilePath=Log\n[SERIAL_PORT_CONFIG]\nFixarPorta=" + longest + "\nSerialPortConfig=" +
-              longest + "\n[ARVOLEN]\nPathWindows=" + longest + "\nPathLinux=" + longest + "\n");
-  EXPECT_EQ(gl_tSat.strFixedPort, longest.substr(0, 31));
-  EXPECT_EQ(gl_tSat.strSerialPortConfig, longest.substr(0, 59));
-  EXPECT_EQ(gl_tSat.strResultPathWindows, longest);
-  EXPECT_EQ(gl_tSat.strResultPathLinux, longest);
-
-  std::memcpy(expected.strFixedPort, gl_tSat.strFixedPort, sizeof expected.strFixedPort);
-  std::memcpy(expected.strSerialPortConfig, gl_tSat.strSerialPortConfig, sizeof expected.strSerialPortConfig);
-  std::memcpy(expected.strResultPathWindows, gl_tSat.strResultPathWindows,
-              sizeof expected.strResultPathWindows);
-  std::memcpy(expected.strResultPathLinux, gl_tSat.strResultPathLinux, sizeof expected.strResultPathLinux);
-  expected.iReadIntervalTimeout = expected.iReadTotalTimeoutMultiplier = -1;
-  expected.iReadTotalTimeoutConstant = -11;
-  expected.iWriteTotalTimeoutMultiplier = expected.iWriteTotalTimeoutConstant = 1;
-  expected.lResultFilesOn = expected.lSatEmulatorOn = 0;
-  EXPECT_EQ(bytes_of(gl_tSat), bytes_of(expected));
-}
-
-TEST_F(ConfigurationBounds, ALongFixedPortDoesNotReachIntoTheSerialParameters) {
-  std::memset(gl_tSat.strSerialPortConfig, 0x5A, sizeof gl_tSat.strSerialPortConfig);
-  update_from("[SERIAL_PORT_CONFIG]\nFixarPorta=" + std::string(127, '7') + "\nSerialPortConfig=x\n");
-  EXPECT_EQ(std::string(gl_tSat.strSerialPortConfig, 3), std::string("x\0Z", 3));
-}
-
 TEST_F(ConfigurationBounds, AValueOfMoreThan127CharactersIsAFailedRead) {
   update_from("[ARVOLEN]\nPathLinux=" + std::string(127, '7') + "\n");
-  EXPECT_EQ(gl_tSat.strResultPathLinux, std::string(127, '7'));
+  EXPECT_EQ(settings_.strResultPathLinux, std::string(127, '7'));
   take_lines();
   take_all_lines("olk_utils.log");
   update_from("[ARVOLEN]\nPathLinux=" + std::string(128, '7') + "\n");
-  EXPECT_STREQ(gl_tSat.strResultPathLinux, "/etc/Arvolen/Cupons/New");
+  EXPECT_STREQ(settings_.strResultPathLinux, "/etc/Arvolen/Cupons/New");
   EXPECT_THAT(with_text(take_lines(), "item[PathLinux"),
               ElementsAre(update_line("ERR",
                                       "rc[-302]ER:FAIL  STEP28c  TalvexIniFileName[SAT.ini]  "

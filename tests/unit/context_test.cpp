@@ -15,6 +15,7 @@
 #include "api/configuration.h"
 #include "api/protocol_log.h"
 #include "olk_sat_utils/return_codes.h"
+#include "olk_utils/bounded_text.h"
 #include "olk_utils/open_file.h"
 #include "support/api_trace.h"
 #include "support/virtual_clock.h"
@@ -64,7 +65,7 @@ std::string log_section(const char* mode, const char* more = "LogFileMaxSize=130
 class Context : public ApiTraceTest {
  protected:
   Context() {
-    std::memset(&gl_tSat, 0, sizeof gl_tSat);
+    gl_tSat = {};
     log_up_to(0);
     virtual_clock::set_local_time(2020, 7, 27, 10, 41, 14, 0);
   }
@@ -72,7 +73,6 @@ class Context : public ApiTraceTest {
     meanwhile = nullptr;
     if (gl_iFd > 0) close(gl_iFd);
     gl_iFd = 0;
-    gl_TmpBuf[0] = '\0';
   }
 
   // Writes SAT.ini with a modification time of its own, so that no test depends on how fast it runs.
@@ -104,11 +104,9 @@ class Passes : public Context {};
 // ---- First call -------------------------------------------------------------------------------------
 
 TEST_F(FirstCall, Returns0AndLaterOnes1) {
-  EXPECT_FALSE(context_is_set_up());
+  EXPECT_FALSE(gl_tSat.is_set_up);
   EXPECT_EQ(init_global_sat_struct(), 0);
-  EXPECT_TRUE(context_is_set_up());
-  EXPECT_EQ(gl_tSat.ucInitMark, 0xAA);
-  EXPECT_EQ(gl_tSat.ucInitTail, 0x55);
+  EXPECT_TRUE(gl_tSat.is_set_up);
   EXPECT_EQ(init_global_sat_struct(), 1);
   EXPECT_EQ(init_global_sat_struct(), 1);
 }
@@ -157,9 +155,8 @@ TEST_F(FirstCall, WithAFileThatCannotBeCreatedGoesOn) {
                           not_created, no_pass,
                           api_line("ERR", "init_global_sat_struct", "--- rc[-00301]ER ConfigFile[SAT.ini]\n"),
                           not_created, no_pass));
-  EXPECT_TRUE(context_is_set_up());
-  EXPECT_STREQ(gl_tSat.strSerialPortConfig, "");
-  EXPECT_EQ(gl_tSat.tIniFileTime, 0);
+  EXPECT_TRUE(gl_tSat.is_set_up);
+  EXPECT_EQ(gl_tSat.settings.tIniFileTime, 0);
   EXPECT_EQ(init_global_sat_struct(), 1);
 }
 
@@ -174,7 +171,7 @@ TEST_F(FirstCall, LeavesAFileAloneThatSomebodyElseMakesMeanwhile) {
 TEST_F(FirstCall, LeavesAFileOfAnySizeAlone) {
   for (const uintmax_t gibibytes : {2, 4}) {
     for (const char* name : {"SAT.ini", "large.ini"}) {
-      std::memset(&gl_tSat, 0, sizeof gl_tSat);
+      gl_tSat = {};
       write_file(name, "[LOG]\nLogMode=3\n");
       std::filesystem::resize_file(name, gibibytes << 30);
       if (!std::filesystem::exists("SAT.ini")) std::filesystem::create_symlink(name, "SAT.ini");
@@ -182,7 +179,7 @@ TEST_F(FirstCall, LeavesAFileOfAnySizeAlone) {
       EXPECT_EQ(std::filesystem::file_size(name), gibibytes << 30);
       EXPECT_EQ(tLog.ucModeMask, 1) << "as without memory to read it";
       EXPECT_THAT(with_text(take_all_lines(), "rc[-00302]ER ConfigFile[SAT.ini]"), SizeIs(1));
-      EXPECT_STREQ(gl_tSat.strSerialPortConfig, "115200,8,n,1");
+      EXPECT_STREQ(gl_tSat.settings.strResultPathLinux, "/etc/Arvolen/Cupons/New");
       EXPECT_EQ(init_global_sat_struct(), 1);
       std::filesystem::remove("SAT.ini");
     }
@@ -248,40 +245,40 @@ TEST_F(FirstCall, KeepsWarningsOnlyInMode2) {
 }
 
 TEST_F(FirstCall, ClearsTheWholeRecord) {
-  std::memset(&gl_tSat, 0x5A, sizeof gl_tSat);
+  copy_text(gl_tSat.strSatProtLogFilePath, "former");
+  copy_text(gl_tSat.strSatProtLogFileName, "former");
+  copy_text(gl_tSat.CurSatCmdInProc, "former");
+  gl_tSat.settings.timeout_s[kConsultarSAT] = 77;
+  gl_tSat.settings.lSatEmulatorOn = gl_tSat.settings.lResultFilesOn = true;
   write_configuration(kFixedPort + log_section("0"));
   EXPECT_EQ(init_global_sat_struct(), 0);
   EXPECT_STREQ(gl_tSat.strSatProtLogFilePath, "");
   EXPECT_STREQ(gl_tSat.strSatProtLogFileName, "");
   EXPECT_STREQ(gl_tSat.CurSatCmdInProc, "");
-  EXPECT_EQ(gl_tSat.hT, 0u);
-  for (const uint8_t reserved : gl_tSat.aucReserved) EXPECT_EQ(reserved, 0);
+  EXPECT_EQ(gl_tSat.settings.timeout_s[kConsultarSAT], 0u);
+  EXPECT_FALSE(gl_tSat.settings.lSatEmulatorOn || gl_tSat.settings.lResultFilesOn);
 }
 
 TEST_F(FirstCall, StoresTheFilesTime) {
   write_configuration(kFixedPort + log_section("0"), 1234567, 999999999);
   init_global_sat_struct();
-  EXPECT_EQ(gl_tSat.tIniFileTime, 1234567);
+  EXPECT_EQ(gl_tSat.settings.tIniFileTime, 1234567);
 }
 
 TEST_F(FirstCall, WithoutAFixedPortLosesTheFilesTimeInItsSecondPass) {
   write_configuration(log_section("0"), 1234567);
   init_global_sat_struct();
-  EXPECT_EQ(gl_tSat.tIniFileTime, 0);
+  EXPECT_EQ(gl_tSat.settings.tIniFileTime, 0);
   init_global_sat_struct();
-  EXPECT_EQ(gl_tSat.tIniFileTime, 1234567);
+  EXPECT_EQ(gl_tSat.settings.tIniFileTime, 1234567);
 }
 
 TEST_F(FirstCall, IsDoneAgainInFullWhenItWasInterrupted) {
   write_configuration(kFixedPort + log_section("3"));
   EXPECT_EQ(passes_of_a_call(), 2u);
-  gl_tSat.ucInitTail = 0;
-  gl_tSat.hT = 7;
+  gl_tSat.is_set_up = false;
   EXPECT_EQ(init_global_sat_struct(), 0);
   EXPECT_THAT(with_text(take_lines(), "STEP30"), SizeIs(2));
-  EXPECT_EQ(gl_tSat.hT, 0u);
-  gl_tSat.ucInitMark = 0;
-  EXPECT_EQ(init_global_sat_struct(), 0);
 }
 
 // ---- Passes over the file on successive calls -------------------------------------------------------
@@ -303,7 +300,7 @@ TEST_F(Passes, WithAnEmptyFixedPort) {
 
 TEST_F(Passes, AfterATouch) {
   for (const std::string& port : {std::string(), kFixedPort, kEmptyFixedPort}) {
-    std::memset(&gl_tSat, 0, sizeof gl_tSat);
+    gl_tSat = {};
     write_configuration(port + log_section("3"));
     passes_of_calls(3);
     set_time(1000001);
@@ -349,19 +346,18 @@ TEST_F(LaterCall, TakesInAChangedFile) {
       "[SERIAL_PORT_CONFIG]\nFixarPorta=/dev/ttyS7\n[SAT_TIMEOUT]\nConsultarSAT=77\n" + log_section("1"),
       1000001);
   init_global_sat_struct();
-  EXPECT_STREQ(gl_tSat.strFixedPort, "/dev/ttyS7");
-  EXPECT_EQ(tRetCode98[kConsultarSAT].timeoutSeconds, 77u);
-  EXPECT_EQ(gl_tSat.tIniFileTime, 1000001);
+  EXPECT_EQ(reply_timeout_s(gl_tSat.settings, kConsultarSAT), 77u);
+  EXPECT_EQ(gl_tSat.settings.tIniFileTime, 1000001);
 }
 
 TEST_F(LaterCall, DoesNotResetTheRecord) {
-  write_configuration(kFixedPort + log_section("1"));
+  write_configuration(kFixedPort + "[SAT_TIMEOUT]\nConsultarSAT=77\n" + log_section("1"));
   init_global_sat_struct();
-  gl_tSat.hT = 9;
+  copy_text(gl_tSat.CurSatCmdInProc, "ConsultarSAT");
   write_configuration(kEmptyFixedPort + log_section("1"), 1000001);
   init_global_sat_struct();
-  EXPECT_STREQ(gl_tSat.strFixedPort, "/dev/ttyS0");
-  EXPECT_EQ(gl_tSat.hT, 9u);
+  EXPECT_EQ(reply_timeout_s(gl_tSat.settings, kConsultarSAT), 77u);
+  EXPECT_STREQ(gl_tSat.CurSatCmdInProc, "ConsultarSAT");
 }
 
 TEST_F(LaterCall, ReadsTheConfigurationBeforeItSetsTheLogMode) {
@@ -398,13 +394,12 @@ TEST_F(LaterCall, ClearsTheHostsFlagsOnlyWhenItReadsTheFile) {
 }
 
 TEST_F(LaterCall, WithoutTheFileKeepsTheSettingsAndMakesNone) {
-  write_configuration(kFixedPort + "WriteTotalTimeoutConstant=77\n" + log_section("3"));
+  write_configuration(kFixedPort + "[SAT_EMULATOR]\nEnable=1\n" + log_section("3"));
   init_global_sat_struct();
   std::filesystem::remove("SAT.ini");
   EXPECT_THAT(passes_of_calls(2), ElementsAre(0, 0));
   EXPECT_FALSE(std::filesystem::exists("SAT.ini"));
-  EXPECT_STREQ(gl_tSat.strFixedPort, "/dev/ttyS0");
-  EXPECT_EQ(gl_tSat.iWriteTotalTimeoutConstant, 77);
+  EXPECT_TRUE(gl_tSat.settings.lSatEmulatorOn);
   EXPECT_EQ(tLog.ucModeMask, 7);
 }
 
@@ -414,7 +409,7 @@ TEST_F(LaterCall, NeverRewritesAnEmptyFile) {
   write_configuration("", 1000001);
   EXPECT_EQ(init_global_sat_struct(), 1);
   EXPECT_EQ(std::filesystem::file_size("SAT.ini"), 0u);
-  EXPECT_EQ(gl_tSat.tIniFileTime, 1000001);
+  EXPECT_EQ(gl_tSat.settings.tIniFileTime, 1000001);
 }
 
 TEST_F(FirstCall, NeverRewritesAnEmptyFile) {
@@ -499,62 +494,12 @@ TEST_F(SizeControl, ClosesTheProtocolLogOnLaterCallsOnly) {
   write_configuration(kFixedPort + log_section("1"));
   gl_iFd = open_log_file("/dev/null", 0600);
   const int descriptor = gl_iFd;
-  gl_TmpBuf[0] = 'x';
+  LogSATProtocolMsg("x", true);
   init_global_sat_struct();
   EXPECT_EQ(gl_iFd, descriptor);
   init_global_sat_struct();
   EXPECT_EQ(gl_iFd, 0);
   EXPECT_EQ(fcntl(descriptor, F_GETFD), -1);
-}
-
-// ---- Clearing large buffers -------------------------------------------------------------------------
-
-TEST_F(Context, ThePacketBufferIsClearedToItsLastByte) {
-  for (std::size_t at : {std::size_t{0}, std::size_t{1}, std::size_t{4095}, std::size_t{16383},
-                         std::size_t{16384}, kReplyLimit, kPacketBufferSize - 1}) {
-    gl_sSatPkt[at] = 'x';
-  }
-  clear_buffer(gl_sSatPkt, kPacketBufferSize);
-  EXPECT_EQ(std::string(gl_sSatPkt, kPacketBufferSize).find_first_not_of('\0'), std::string::npos);
-}
-
-// Locked pages cannot be given back to the kernel, but they are cleared all the same.
-TEST_F(Context, ThePacketBufferIsClearedInAHostWithLockedMemoryToo) {
-  constexpr std::size_t kPages = 65536;
-  char* const middle = gl_sSatPkt + kPacketBufferSize / 2;
-  if (mlock(middle, kPages) != 0) GTEST_SKIP() << "no right to lock memory";
-  std::memset(gl_sSatPkt, 'x', kPacketBufferSize);
-  clear_buffer(gl_sSatPkt, kPacketBufferSize);
-  munlock(middle, kPages);
-  EXPECT_EQ(std::string_view(gl_sSatPkt, kPacketBufferSize).find_first_not_of('\0'), std::string_view::npos);
-}
-
-// What is known to be zero already is not touched, once; the byte behind the end breaks the promise on
-// purpose.
-TEST_F(Context, ClearingStopsOnceAtTheEndOfWhatWasUsed) {
-  for (const std::size_t used : {std::size_t{1}, std::size_t{4096}, std::size_t{16384}, std::size_t{16385},
-                                 std::size_t{20480}, std::size_t{50001}, kReplyLimit}) {
-    std::memset(gl_sSatPkt, 'x', used + 1);
-    packet_buffer_ends_at(used);
-    clear_buffer(gl_sSatPkt, kPacketBufferSize);
-    EXPECT_EQ(std::string(gl_sSatPkt, used).find_first_not_of('\0'), std::string::npos) << used;
-    EXPECT_EQ(gl_sSatPkt[used], 'x') << used;
-    clear_buffer(gl_sSatPkt, kPacketBufferSize);
-    EXPECT_EQ(gl_sSatPkt[used], '\0') << used;
-  }
-}
-
-TEST_F(Context, ClearingAPartOfABufferLeavesTheRest) {
-  gl_sSatPkt[kReplyLimit] = 'x';
-  gl_sSatPkt[kReplyLimit - 1] = 'x';
-  clear_buffer(gl_sSatPkt, kReplyLimit);
-  EXPECT_EQ(gl_sSatPkt[kReplyLimit], 'x');
-  EXPECT_EQ(gl_sSatPkt[kReplyLimit - 1], '\0');
-  char small[64];
-  std::memset(small, 'x', sizeof small);
-  clear_buffer(small, 63);
-  EXPECT_EQ(small[62], '\0');
-  EXPECT_EQ(small[63], 'x');
 }
 
 }  // namespace

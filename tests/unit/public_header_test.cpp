@@ -6,6 +6,7 @@
 
 #include "api/context.h"
 #include "api/link_codes.h"
+#include "api/packet_buffer.h"
 #include "olk_sat_utils/frames.h"
 #include "olk_sat_utils/return_codes.h"
 #include "olk_utils/ini_file.h"
@@ -45,7 +46,8 @@ namespace {
 
 TEST(PublicHeader, FailureTextsBeginWithTheirPrefix) {
   char text[kBusyReplySize];
-  ASSERT_EQ(generate_98_return(text, 42, kConsultarUltimaSessaoFiscal, 5), TALVEX_LINK_NO_BUSY_REPLY);
+  ASSERT_EQ(generate_98_return(text, 42, kSatFunctions[kConsultarUltimaSessaoFiscal]),
+            TALVEX_LINK_NO_BUSY_REPLY);
   const std::string prefix = TALVEX_FAILURE_PREFIX;
   ASSERT_TRUE(std::string(text).starts_with(prefix));
   EXPECT_EQ(atoi(text + prefix.size()), TALVEX_LINK_NO_BUSY_REPLY);

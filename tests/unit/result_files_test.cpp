@@ -23,24 +23,32 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr char kReply[] = "123456|06000|0000|Emitido com sucesso|||";
-constexpr uint32_t kReplyLength = sizeof kReply - 1;
 constexpr char kSaleFile[] = "venda-cprx-27030507-123456-1.sat";
 
 class ResultFiles : public ApiTraceTest {
  protected:
   ResultFiles() {
-    std::memset(&gl_tSat, 0, sizeof gl_tSat);
-    gl_tSat.lResultFilesOn = 1;
-    copy_text(gl_tSat.strResultPathLinux, "coupons");
+    gl_tSat = {};
+    settings_.lResultFilesOn = true;
+    copy_text(settings_.strResultPathLinux, "coupons");
     setenv("TZ", "UTC0", 1);
     tzset();
     virtual_clock::set_local_time(2020, 7, 27, 3, 5, 7, 999);
     log_up_to(kInfo);
   }
 
-  static void write_sale(uint32_t session = 123456) {
-    write_operation_result(kReply, session, kReplyLength, "venda-cprx-", nullptr, 0);
+  // The result of one call with this reply.
+  void write_result(const std::string& reply, int session = 123456,
+                    SatFunctionIndex function = kEnviarDadosVenda) {
+    PacketBuffer packet = packet_buffer();
+    replace_text(packet, "%s", reply.c_str());
+    write_operation_result({.function = kSatFunctions[function],
+                            .session = session,
+                            .reply_timeout_s = 0,
+                            .settings = settings_,
+                            .packet = packet});
   }
+  void write_sale(int session = 123456) { write_result(kReply, session); }
   static std::string line(const std::string& text) { return api_line("INF", "write_operation_result", text); }
   static Lines first_lines(const std::string& folder, const std::string& name = kSaleFile) {
     return {line("Win: strTmpFolderPath[00001:.]\n"),
@@ -66,21 +74,16 @@ class ResultFiles : public ApiTraceTest {
     }
     return names;
   }
+
+  Settings settings_ = {};
 };
 
 TEST_F(ResultFiles, SwitchedOffLeaveNoFileAndNoLine) {
-  gl_tSat.lResultFilesOn = 0;
+  settings_.lResultFilesOn = false;
   std::filesystem::create_directory("coupons");
   write_sale();
   EXPECT_THAT(names_in("coupons"), IsEmpty());
   EXPECT_THAT(take_all_lines(), IsEmpty());
-}
-
-TEST_F(ResultFiles, AnyNonZeroSwitchIsOn) {
-  gl_tSat.lResultFilesOn = int64_t{1} << 40;
-  std::filesystem::create_directory("coupons");
-  write_sale();
-  EXPECT_THAT(names_in("coupons"), ElementsAre(kSaleFile));
 }
 
 TEST_F(ResultFiles, HoldTheReplyUnderLocalDayAndTimeWithoutHourShift) {
@@ -105,7 +108,7 @@ TEST_F(ResultFiles, OfTheExampleSale) {
 }
 
 struct SessionName {
-  uint32_t session;
+  int session;
   const char* name;
 };
 void PrintTo(const SessionName& tested, std::ostream* out) {
@@ -124,14 +127,13 @@ INSTANTIATE_TEST_SUITE_P(Sessions, SessionInName,
                                          SessionName{42, "venda-cprx-27030507-42-1.sat"},
                                          SessionName{123, "venda-cprx-27030507-123-1.sat"},
                                          SessionName{999999, "venda-cprx-27030507-999999-1.sat"},
-                                         SessionName{static_cast<uint32_t>(-5),
-                                                     "venda-cprx-27030507--5-1.sat"}));
+                                         SessionName{-5, "venda-cprx-27030507--5-1.sat"}));
 
-TEST_F(ResultFiles, HoldExactlyTheGivenBytes) {
+TEST_F(ResultFiles, HoldTheReplyWithoutAnythingBehindIt) {
   std::filesystem::create_directory("coupons");
-  write_operation_result("ab\0cd\nef", 1, 7, "canc-cprx-", nullptr, 0);
-  EXPECT_EQ(read_file("coupons/canc-cprx-27030507-01-1.sat"), std::string("ab\0cd\ne", 7));
-  write_operation_result("", 2, 0, "canc-cprx-", nullptr, 0);
+  write_result("ab\nef", 1, kCancelarUltimaVenda);
+  EXPECT_EQ(read_file("coupons/canc-cprx-27030507-01-1.sat"), "ab\nef");
+  write_result("", 2, kCancelarUltimaVenda);
   EXPECT_EQ(read_file("coupons/canc-cprx-27030507-02-1.sat"), "");
 }
 
@@ -163,7 +165,7 @@ TEST_F(ResultFiles, LeaveNoDescriptorOpen) {
 TEST_F(ResultFiles, OfTheSameSecondAndSessionAreOverwritten) {
   std::filesystem::create_directory("coupons");
   write_sale();
-  write_operation_result("short", 123456, 5, "venda-cprx-", nullptr, 0);
+  write_result("short");
   EXPECT_EQ(read_file(std::string("coupons/") + kSaleFile), "short");
   EXPECT_THAT(names_in("coupons"), ElementsAre(kSaleFile));
 }
@@ -172,13 +174,13 @@ TEST_F(ResultFiles, ComeBackAfterAMonth) {
   std::filesystem::create_directory("coupons");
   write_sale();
   virtual_clock::set_local_time(2020, 8, 27, 3, 5, 7, 0);
-  write_operation_result("august", 123456, 6, "venda-cprx-", nullptr, 0);
+  write_result("august");
   EXPECT_EQ(read_file(std::string("coupons/") + kSaleFile), "august");
 }
 
 TEST_F(ResultFiles, OfACancellationHoldTheReplyOnly) {
   std::filesystem::create_directory("coupons");
-  write_operation_result(kReply, 123456, kReplyLength, "canc-cprx-", "<CFeCanc/>", 10);
+  write_result(kReply, 123456, kCancelarUltimaVenda);
   EXPECT_EQ(read_file("coupons/canc-cprx-27030507-123456-1.sat"), kReply);
 }
 
@@ -198,7 +200,7 @@ TEST_F(ResultFiles, WithAFileInThePlaceOfTheFolderAreNotWritten) {
 }
 
 TEST_F(ResultFiles, GoToTheBuiltInFolderWhenTheFieldItselfIsEmpty) {
-  gl_tSat.strResultPathLinux[0] = '\0';
+  settings_.strResultPathLinux[0] = '\0';
   std::filesystem::create_directories("Arvolen/Cupons/New");
   write_sale();
   EXPECT_THAT(names_in("Arvolen/Cupons/New"), ElementsAre(kSaleFile));
@@ -207,7 +209,7 @@ TEST_F(ResultFiles, GoToTheBuiltInFolderWhenTheFieldItselfIsEmpty) {
 }
 
 TEST_F(ResultFiles, WithTheBuiltInFolderConfiguredGoThereToo) {
-  copy_text(gl_tSat.strResultPathLinux, "./Arvolen/Cupons/New");
+  copy_text(settings_.strResultPathLinux, "./Arvolen/Cupons/New");
   std::filesystem::create_directories("Arvolen/Cupons/New");
   write_sale();
   EXPECT_THAT(names_in("Arvolen/Cupons/New"), ElementsAre(kSaleFile));
@@ -221,7 +223,7 @@ TEST_F(ResultFiles, OfTheDefaultAndOfAnEmptyPathGoToTheDefaultFolder) {
     if (std::filesystem::exists("/etc/Arvolen/Cupons/New"))
       GTEST_SKIP() << "this machine watches that folder";
     write_file("SAT.ini", file);
-    UpdateTalvexConfiguration();
+    UpdateTalvexConfiguration(settings_);
     take_lines();
     write_sale();
     EXPECT_EQ(take_lines(), first_lines("/etc/Arvolen/Cupons/New"));
@@ -234,7 +236,7 @@ TEST_F(ResultFiles, GoToTheLongestFolder) {
   while (folder.size() < 127) folder += folder.size() % 2 != 0 ? "/" : "d";
   std::filesystem::create_directories(folder);
   write_file("SAT.ini", "[ARVOLEN]\nPathLinux=" + folder + "\nEnable=1\n");
-  UpdateTalvexConfiguration();
+  UpdateTalvexConfiguration(settings_);
   write_sale();
   EXPECT_EQ(read_file(folder + "/" + kSaleFile), kReply);
 }
@@ -253,8 +255,7 @@ TEST_F(ResultFiles, OnAFullDiskAreReportedAsSavedAllTheSame) {
   const std::string reply(2 * kRoom, 'r');
   {
     const FullDisk disk(kRoom);
-    write_operation_result(reply.data(), 123456, static_cast<uint32_t>(reply.size()), "venda-cprx-", nullptr,
-                           0);
+    write_result(reply);
   }
   EXPECT_EQ(take_lines(), followed_by(first_lines("coupons"), saved(file)));
   EXPECT_EQ(read_file(file).size(), kRoom);

@@ -194,19 +194,16 @@ const std::vector<Function> kFunctions = {
     {"ConsultarUltimaSessaoFiscal", "19098", 20},
 };
 
-constexpr uint32_t kFiveFields = 5;
-constexpr uint32_t kSixFields = 6;
-
 // The reply and, in front of the guard bytes, nothing behind it.
 struct BusyReply {
   int result;
   std::string text;
 };
 
-BusyReply busy_reply(uint32_t session, uint32_t function, uint32_t layout) {
+BusyReply busy_reply(int session, uint32_t function) {
   const auto out = std::make_unique<char[]>(kBusyReplySize);
   std::memset(out.get(), '#', kBusyReplySize);
-  const int result = generate_98_return(out.get(), session, function, layout);
+  const int result = generate_98_return(out.get(), session, kSatFunctions[function]);
   return {result, out.get()};
 }
 
@@ -242,38 +239,49 @@ TEST(ReturnCodeTable, EndsWithTheSentinelAndIsZeroBehindIt) {
   }
 }
 
-TEST(BusyReplyTable, HoldsEveryRow) {
-  ASSERT_EQ(std::size(tRetCode98), kFunctions.size());
+TEST(SatFunctions, HoldEveryRow) {
+  ASSERT_EQ(std::size(kSatFunctions), kFunctions.size());
   for (size_t i = 0; i < kFunctions.size(); ++i) {
     SCOPED_TRACE(kFunctions[i].name);
-    EXPECT_EQ(tRetCode98[i].index, static_cast<int32_t>(i));
-    EXPECT_EQ(tRetCode98[i].codePrefix + std::string("98"), kFunctions[i].busy_code);
-    EXPECT_EQ(tRetCode98[i].timeoutSeconds, kFunctions[i].timeout_seconds);
+    EXPECT_EQ(kSatFunctions[i].name, kFunctions[i].name);
+    EXPECT_EQ(kSatFunctions[i].code_prefix + std::string("98"), kFunctions[i].busy_code);
+    EXPECT_EQ(kSatFunctions[i].default_timeout_s, kFunctions[i].timeout_seconds);
   }
 }
 
-class ConfiguredTimeout : public testing::Test {
- protected:
-  ~ConfiguredTimeout() override { tRetCode98[kEnviarDadosVenda].timeoutSeconds = 30; }
-  static void configure(const std::string& item_and_value) {
-    write_file("SAT.ini", "[SAT_TIMEOUT]\n" + item_and_value + "\n");
-    UpdateTalvexConfiguration();
+// The names of the functions of which this is true, in order.
+std::vector<std::string> functions_that(bool (*is_true)(const SatFunction&)) {
+  std::vector<std::string> names;
+  for (const SatFunction& function : kSatFunctions) {
+    if (is_true(function)) names.emplace_back(function.name);
   }
-  ScratchDirectory directory_;
-};
-
-TEST_F(ConfiguredTimeout, ReplacesTheDefaultForGood) {
-  configure("EnviarDadosVenda=45");
-  EXPECT_EQ(tRetCode98[kEnviarDadosVenda].timeoutSeconds, 45U);
-  // A line that goes away does not bring the default back.
-  configure("");
-  EXPECT_EQ(tRetCode98[kEnviarDadosVenda].timeoutSeconds, 45U);
+  return names;
 }
 
-TEST_F(ConfiguredTimeout, OfZeroOrNoNumberLeavesTheDefault) {
-  for (const char* value : {"0", "abc", "-5", ""}) {
-    configure(std::string("EnviarDadosVenda=") + value);
-    EXPECT_EQ(tRetCode98[kEnviarDadosVenda].timeoutSeconds, 30U) << value;
+TEST(SatFunctions, DifferInWhatTheLibraryDoes) {
+  EXPECT_THAT(
+      functions_that([](const SatFunction& f) { return f.takes_timeout; }),
+      ElementsAre("AtivarSAT", "ComunicarCertificadoICPBRASIL", "EnviarDadosVenda", "CancelarUltimaVenda",
+                  "ConsultarSAT", "TesteFimAFim", "ConsultarStatusOperacional"));
+  EXPECT_THAT(functions_that([](const SatFunction& f) { return f.waits_long; }),
+              ElementsAre("AtivarSAT", "AtualizarSoftwareSAT", "BloquearSAT"));
+  EXPECT_THAT(functions_that([](const SatFunction& f) { return f.holds_back_size_control; }),
+              ElementsAre("AtivarSAT", "EnviarDadosVenda", "CancelarUltimaVenda", "TesteFimAFim",
+                          "AtualizarSoftwareSAT", "ExtrairLogs"));
+  EXPECT_THAT(functions_that([](const SatFunction& f) { return f.sells; }),
+              ElementsAre("EnviarDadosVenda", "CancelarUltimaVenda", "TesteFimAFim"));
+  EXPECT_THAT(functions_that([](const SatFunction& f) { return f.result_file != nullptr; }),
+              ElementsAre("EnviarDadosVenda", "CancelarUltimaVenda"));
+  EXPECT_THAT(functions_that([](const SatFunction& f) { return f.busy_reply_fields == 6; }),
+              ElementsAre("EnviarDadosVenda", "CancelarUltimaVenda"));
+  EXPECT_THAT(functions_that([](const SatFunction& f) { return f.busy_reply_fields == 0; }),
+              ElementsAre("ConsultarUltimaSessaoFiscal"));
+}
+
+TEST(SatFunctions, AreFoundByTheirWholeName) {
+  for (const SatFunction& function : kSatFunctions) EXPECT_EQ(find_sat_function(function.name), &function);
+  for (const char* name : {"", "ConsultarSA", "ConsultarSATX", "consultarsat", "VersaoDllTalvex"}) {
+    EXPECT_EQ(find_sat_function(name), nullptr) << name;
   }
 }
 
@@ -295,48 +303,37 @@ TEST(SefazNotices, HoldEveryRow) {
 }
 
 TEST_F(BusyReplies, SaleOfSession42) {
-  const BusyReply reply = busy_reply(42, kEnviarDadosVenda, kSixFields);
+  const BusyReply reply = busy_reply(42, kEnviarDadosVenda);
   EXPECT_EQ(reply.text, "42|06098|0000|SAT em processamento, tente novamente.||");
   EXPECT_EQ(reply.result, 54);
 }
 
 TEST_F(BusyReplies, ConsultationOfSession7) {
-  const BusyReply reply = busy_reply(7, kConsultarSAT, kFiveFields);
+  const BusyReply reply = busy_reply(7, kConsultarSAT);
   EXPECT_EQ(reply.text, "7|08098|SAT em processamento, tente novamente.||");
   EXPECT_EQ(reply.result, 48);
 }
 
-TEST_F(BusyReplies, EveryFunctionInBothLayouts) {
+TEST_F(BusyReplies, EveryFunction) {
   for (uint32_t function = 0; function <= kTrocarCodigoDeAtivacao; ++function) {
     SCOPED_TRACE(kFunctions[function].name);
-    const std::string start = "123456|" + kFunctions[function].busy_code;
-    const BusyReply five = busy_reply(123456, function, kFiveFields);
-    EXPECT_EQ(five.text, start + "|SAT em processamento, tente novamente.||");
-    EXPECT_EQ(five.result, static_cast<int>(five.text.size()));
-    const BusyReply six = busy_reply(123456, function, kSixFields);
-    EXPECT_EQ(six.text, start + "|0000|SAT em processamento, tente novamente.||");
-    EXPECT_EQ(six.result, static_cast<int>(six.text.size()));
-  }
-}
-
-TEST_F(BusyReplies, AnyOtherLayoutHasTheSefazCode) {
-  for (const uint32_t layout : {0U, 1U, 4U, 7U, static_cast<uint32_t>(INT_MAX)}) {
-    EXPECT_EQ(busy_reply(1, kBloquearSAT, layout).text,
-              "1|16098|0000|SAT em processamento, tente novamente.||");
+    const bool sells = function == kEnviarDadosVenda || function == kCancelarUltimaVenda;
+    const BusyReply reply = busy_reply(123456, function);
+    EXPECT_EQ(reply.text, "123456|" + kFunctions[function].busy_code + (sells ? "|0000" : "") +
+                              "|SAT em processamento, tente novamente.||");
+    EXPECT_EQ(reply.result, static_cast<int>(reply.text.size()));
   }
 }
 
 TEST_F(BusyReplies, SessionIsPrintedSignedAndWithoutZeros) {
-  EXPECT_EQ(busy_reply(static_cast<uint32_t>(-42), kConsultarSAT, kFiveFields).text,
-            "-42|08098|SAT em processamento, tente novamente.||");
-  EXPECT_EQ(busy_reply(0, kConsultarSAT, kFiveFields).text,
-            "0|08098|SAT em processamento, tente novamente.||");
-  EXPECT_EQ(busy_reply(static_cast<uint32_t>(INT_MIN), kConsultarSAT, kFiveFields).text,
+  EXPECT_EQ(busy_reply(-42, kConsultarSAT).text, "-42|08098|SAT em processamento, tente novamente.||");
+  EXPECT_EQ(busy_reply(0, kConsultarSAT).text, "0|08098|SAT em processamento, tente novamente.||");
+  EXPECT_EQ(busy_reply(INT_MIN, kConsultarSAT).text,
             "-2147483648|08098|SAT em processamento, tente novamente.||");
 }
 
 TEST_F(BusyReplies, AreTraced) {
-  busy_reply(42, kEnviarDadosVenda, kSixFields);
+  busy_reply(42, kEnviarDadosVenda);
   EXPECT_THAT(trace_messages("SAT_api.log"),
               ElementsAre("INF " + kTracePrefix +
                           "All rc[00000]OK:All Gen 98Return \n\t << "
@@ -344,38 +341,18 @@ TEST_F(BusyReplies, AreTraced) {
 }
 
 TEST_F(BusyReplies, LastFunctionGetsTheErrorText) {
-  const BusyReply reply = busy_reply(42, kConsultarUltimaSessaoFiscal, kFiveFields);
+  const BusyReply reply = busy_reply(42, kConsultarUltimaSessaoFiscal);
   EXPECT_EQ(reply.result, -3000);
   EXPECT_EQ(reply.text, "SAT Erro[-03000] Parametro Invalido  SAT L[3149] F[generate_98_return] ");
   EXPECT_THAT(trace_messages("SAT_api.log"),
               ElementsAre("ERR " + kTracePrefix + " rc[-03000]ER:All All Error!!!!!!\n"));
 }
 
-TEST_F(BusyReplies, FunctionsOutsideTheTableGetTheErrorText) {
-  for (const uint32_t function : {16U, 1000U, static_cast<uint32_t>(INT_MIN), UINT_MAX}) {
-    const BusyReply reply = busy_reply(42, function, kSixFields);
-    EXPECT_EQ(reply.result, -3000);
-    EXPECT_EQ(reply.text, "SAT Erro[-03000] Parametro Invalido  SAT L[3149] F[generate_98_return] ");
-  }
-}
-
-TEST_F(BusyReplies, NegativeLayoutIsTracedAndReturnsTheLengthOfItsErrorText) {
-  const std::string expected =
-      "SAT Erro[-03000] Numero de Argumentos errados  SAT L[3133] F[generate_98_return] ";
-  const BusyReply reply = busy_reply(42, kAtivarSAT, static_cast<uint32_t>(-1));
-  EXPECT_EQ(reply.text, expected);
-  EXPECT_EQ(reply.result, static_cast<int>(expected.size()));
-  EXPECT_THAT(trace_messages("SAT_api.log"),
-              ElementsAre("INF " + kTracePrefix +
-                          "All rc[00000]OK:All Gen 98Return \n\t << API->PC[00081:" + expected + "]\n"));
-  EXPECT_EQ(busy_reply(42, kAtivarSAT, static_cast<uint32_t>(INT_MIN)).text, expected);
-}
-
 TEST_F(BusyReplies, LeaveErrnoAsItWas) {
   errno = EAGAIN;
-  busy_reply(42, kEnviarDadosVenda, kSixFields);
+  busy_reply(42, kEnviarDadosVenda);
   EXPECT_EQ(errno, EAGAIN);
-  busy_reply(42, kConsultarUltimaSessaoFiscal, kSixFields);
+  busy_reply(42, kConsultarUltimaSessaoFiscal);
   EXPECT_EQ(errno, EAGAIN);
 }
 

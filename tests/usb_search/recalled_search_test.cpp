@@ -13,12 +13,12 @@
 #include <functional>
 #include <utility>
 
-#include "api/discovery.h"
 #include "api/usb_search.h"
 #include "olk_utils/system_clock.h"
 #include "support/api_trace.h"
 #include "support/environment.h"
 #include "support/file_status.h"
+#include "support/find_sat.h"
 #include "usb_search/mocked_bus.h"
 
 namespace fs = std::filesystem;
