@@ -130,8 +130,9 @@ class Bench:
             if usb:
                 bus = pathlib.Path(folder, "bus.umockdev")
                 bus.write_text(USB_DEVICE)
-                link = f'ln -sf {self.port} "$UMOCKDEV_DIR/dev/ttyACM0" && exec "$@"'
-                command = ["umockdev-run", "--device", bus, "--", "sh", "-c", link, "sh", *command]
+                testbed = (f'ln -sf {self.port} "$UMOCKDEV_DIR/dev/ttyACM0" && mkdir -p "$UMOCKDEV_DIR/sys/kernel"'
+                           ' && echo 1000 > "$UMOCKDEV_DIR/sys/kernel/uevent_seqnum" && exec "$@"')
+                command = ["umockdev-run", "--device", bus, "--", "sh", "-c", testbed, "sh", *command]
             result = subprocess.run([*wrapper, *command], cwd=folder, capture_output=True, text=True, check=False)
         if result.returncode != 0:
             raise SystemExit(f"{activity} {case}: {result.stderr.strip()}")

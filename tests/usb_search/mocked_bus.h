@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -16,18 +17,16 @@ class MockedBus {
   void plug(int port, const std::string& node, const Properties& properties);
   void unplug(int port);
 
-  // Written over the former ones, as the kernel and udev show them from then on.
+  // Written over the former ones, as udev shows them from then on; the kernel counts nothing.
   void set_properties(int port, const Properties& properties);
 
-  // The class folder forgets the port; the device stays.
-  void hide_from_class(int port);
+  // In the kernel's count, as every plug and unplug does.
+  void count_event();
 
-  // The kernel's count of device events; the bus has none until it is first set.
-  void set_event_count(int count);
+  std::filesystem::path path(const std::string& name) const { return sys_ / name; }  // "class/tty"
 
  private:
-  std::filesystem::path device_folder(int port) const;
-  std::string node_of(int port) const;
-
   std::filesystem::path sys_;
+  std::map<int, std::string> nodes_;
+  int events_ = 1000;
 };

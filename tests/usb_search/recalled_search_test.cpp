@@ -1,11 +1,9 @@
 // The search is run only when its answer may have changed. Whatever happens to the bus, findSat must find,
 // trace and save what the plain command says at that moment.
+#include <errno.h>
 #include <signal.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -22,44 +20,42 @@
 #include "usb_search/mocked_bus.h"
 
 namespace fs = std::filesystem;
+using namespace std::chrono_literals;
 
 namespace {
 
-std::string udev_database;  // of the test; there is none while it is empty or names nothing
-std::string nodes;          // folder of the test in the place of /dev, unless empty
-std::string mounts;         // in the place of /proc/self/mountinfo, unless empty
+// udev's database: why it cannot be looked at, or how long ago by the library's clock, which stands still, it
+// was changed last.
+struct Database {
+  int error;
+  std::chrono::milliseconds age;
+};
+
+constexpr Database kSettled = {0, 2h};
+
+Database database;
+int runs;                         // of the search
+std::string command_instead;      // of the search's, unless empty
+std::function<void()> meanwhile;  // happens once while the search runs
 
 }  // namespace
 
-// As stat, but udev's database and the nodes lie where the test has put them.
 extern "C" int __real_stat(const char* path, struct stat* status);
 extern "C" int __wrap_stat(const char* path, struct stat* status) {
-  const std::string name = path;
-  if (name == "/run/udev/data") return __real_stat(udev_database.c_str(), status);
-  if (name == "/dev" && !nodes.empty()) return __real_stat(nodes.c_str(), status);
-  return __real_stat(path, status);
+  if (std::string(path) != "/run/udev/data") return __real_stat(path, status);
+  errno = database.error;
+  if (database.error != 0) return -1;
+  const auto changed_ms = static_cast<std::int64_t>(GetCurrentMilliTime()) - database.age.count();
+  *status = {};
+  status->st_ctim = {changed_ms / 1000, changed_ms % 1000 * 1000000};
+  return 0;
 }
 
-extern "C" FILE* __real_fopen(const char* path, const char* mode);
-extern "C" FILE* __wrap_fopen(const char* path, const char* mode) {
-  const bool is_mounts = std::string(path) == "/proc/self/mountinfo" && !mounts.empty();
-  return __real_fopen(is_mounts ? mounts.c_str() : path, mode);
-}
-
-namespace {
-
-int runs_of_the_search;
-std::string command_instead;      // of the search's, unless empty
-std::function<void()> meanwhile;  // what happens while the search runs
-
-}  // namespace
-
-// Counts the searches of the library, and lets things happen during one.
 extern "C" FILE* __real_popen(const char* command, const char* mode);
 extern "C" FILE* __wrap_popen(const char* command, const char* mode) {
-  const bool is_search = std::string(command) == kUsbSearchCommand;
-  if (is_search) ++runs_of_the_search;
-  return __real_popen(is_search && !command_instead.empty() ? command_instead.c_str() : command, mode);
+  if (std::string(command) != kUsbSearchCommand) return __real_popen(command, mode);
+  ++runs;
+  return __real_popen(command_instead.empty() ? command : command_instead.c_str(), mode);
 }
 
 extern "C" int __real_pclose(FILE* stream);
@@ -71,532 +67,266 @@ extern "C" int __wrap_pclose(FILE* stream) {
 
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 const MockedBus::Properties kTalvex = {"ID_MODEL=TALVEX_SAT"};
 const MockedBus::Properties kOther = {"ID_MODEL=Scanner"};
+constexpr char kNone[] = "/dev/ttyNONE";
 
 class RecalledSearch : public ApiTraceTest {
  protected:
   RecalledSearch() : former_path_(environment("PATH")) {
     log_up_to(kInfo);
-    runs_of_the_search = 0;
+    database = kSettled;
     // A PATH of its own for each test: a former test's answer must not be recalled.
-    setenv("PATH", (former_path_ + ":" + here("no-programs")).c_str(), 1);
+    path_ = former_path_ + ":" + here("no-programs");
+    setenv("PATH", path_.c_str(), 1);
   }
 
-  ~RecalledSearch() override {
-    signal(SIGCHLD, SIG_DFL);
-    setenv("PATH", former_path_.c_str(), 1);
-    udev_database = nodes = mounts = command_instead = "";
-    meanwhile = nullptr;
-  }
+  ~RecalledSearch() override { setenv("PATH", former_path_.c_str(), 1); }
 
   static std::string here(const std::string& name) { return (fs::current_path() / name).string(); }
 
-  // How often the library has run the command.
-  static int runs() { return runs_of_the_search; }
-
-  // The command's output by itself, which the library has no part in.
-  static Lines plain_search() {
-    const std::string command = std::string("\n") + kUsbSearchCommand;
-    FILE* output = popen(command.c_str(), "re");
-    Lines lines(1);
-    for (int character; (character = std::fgetc(output)) != EOF;) {
-      lines.back() += static_cast<char>(character);
-      if (character == '\n') lines.emplace_back();
-    }
-    pclose(output);
-    lines.pop_back();
-    return lines;
-  }
-
-  // Searches and compares everything that is to be seen of it with the plain command's output.
-  void expect_plain_result() {
-    fs::remove("SAT.conf");
+  std::string find() {
     take_all_lines();
+    runs = 0;
     const long descriptors = open_descriptors();
     char name[kDeviceNameSize] = "";
-    const int rc = findSat(name);
+    findSat(name);
     EXPECT_EQ(open_descriptors(), descriptors);
     trace_ = take_lines();
-
-    const Lines plain = plain_search();
-    Lines expected;
-    for (std::size_t i = 0; i < plain.size(); ++i) {
-      expected.push_back(api_line("INF", "findSat",
-                                  printed("Lnx: rc[%06d]WR portNameFmt[%05d:%s]\n", static_cast<int>(i),
-                                          static_cast<int>(plain[i].size()), plain[i].c_str())));
-    }
-    EXPECT_EQ(with_text(trace_, "]WR portNameFmt["), expected);
-    const std::string found =
-        plain.empty() ? "/dev/ttyNONE" : plain.back().substr(0, plain.back().size() - 1);
-    EXPECT_EQ(name, found);
-    EXPECT_EQ(rc, plain.empty() ? -2000 : 0);
-    EXPECT_EQ(read_file("SAT.conf"), found);
-    found_ = found;
+    return name;
   }
 
-  // A search that must not need the command, and whose trace is that of the search before.
-  void expect_recalled() {
-    const int runs_before = runs();
-    const Lines trace_before = trace_;
-    expect_plain_result();
-    EXPECT_EQ(runs(), runs_before) << "the command was run again";
-    EXPECT_EQ(trace_, trace_before);
+  std::string find_by(const std::string& command) {
+    command_instead = command;
+    std::string name = find();
+    command_instead.clear();
+    return name;
   }
 
-  // A search behind a change.
   void expect_run(const std::string& name) {
-    const int runs_before = runs();
-    expect_plain_result();
-    EXPECT_EQ(found_, name);
-    EXPECT_EQ(runs(), runs_before + 1);
+    EXPECT_EQ(find(), name);
+    EXPECT_EQ(runs, 1) << "an old answer was recalled";
   }
 
-  // A search behind a change, then one that finds nothing changed.
+  // The name and every line of the search before.
+  void expect_recalled(const std::string& name) {
+    const Lines former_trace = trace_;
+    EXPECT_EQ(find(), name);
+    EXPECT_EQ(runs, 0) << "the command was run again";
+    EXPECT_EQ(trace_, former_trace);
+  }
+
   void expect_found(const std::string& name) {
     expect_run(name);
-    expect_recalled();
+    expect_recalled(name);
   }
 
-  void put_udev_database(std::chrono::milliseconds age) {
-    udev_database = here("udev-database");
-    fs::create_directory(udev_database);
-    fs::last_write_time(udev_database, file_time(age));
+  void expect_never_recalled(const std::string& name) {
+    for (int search = 1; search <= 3; ++search) expect_run(name);
   }
 
-  // Port nodes that were last changed so long ago, on a file system of this type.
-  void put_nodes(std::chrono::milliseconds age, const std::string& type = "devtmpfs") {
-    nodes = here("nodes");
-    fs::create_directory(nodes);
-    fs::last_write_time(nodes, file_time(age));
-    struct stat status {};
-    ASSERT_EQ(__real_stat(nodes.c_str(), &status), 0);
-    mounts = here("mounts");
-    write_file(mounts,
-               printed("23 27 0:22 / /sys rw - sysfs sysfs rw\n24 27 %u:%u / /dev rw,relatime - %s x rw\n",
-                       major(status.st_dev), minor(status.st_dev), type.c_str()));
+  void exchange(int port, const std::string& node, const MockedBus::Properties& properties) {
+    bus_.unplug(port);
+    bus_.plug(port, node, properties);
   }
 
   MockedBus bus_;
-  std::string found_;
+  std::string path_;
 
  private:
-  // So long ago by the library's clock, which stands still.
-  static fs::file_time_type file_time(std::chrono::milliseconds age) {
-    const std::chrono::milliseconds now(static_cast<std::int64_t>(GetCurrentMilliTime()));
-    return fs::file_time_type::clock::from_sys(std::chrono::sys_time<std::chrono::milliseconds>(now - age));
-  }
-
-  std::string former_path_;
   Lines trace_;
+  std::string former_path_;
 };
 
-constexpr char kNone[] = "/dev/ttyNONE";
-
-TEST_F(RecalledSearch, TheMockedBusIsSeenByThePlainCommand) {
-  EXPECT_THAT(plain_search(), IsEmpty());
-  bus_.plug(1, "ttyACM0", kTalvex);
-  EXPECT_THAT(plain_search(), ElementsAre("/dev/ttyACM0\n"));
-}
-
-TEST_F(RecalledSearch, UnchangedBusIsSearchedOnce) {
-  bus_.plug(1, "ttyACM0", kTalvex);
-  expect_found("/dev/ttyACM0");
-  expect_recalled();
-  expect_recalled();
-  EXPECT_EQ(runs(), 1U);
-}
-
-TEST_F(RecalledSearch, AnEmptyAnswerIsRecalledToo) {
-  expect_found(kNone);
-  expect_recalled();
-}
-
-TEST_F(RecalledSearch, PlugAndUnplug) {
+TEST_F(RecalledSearch, SeesWhateverHappensToTheBus) {
   expect_found(kNone);
   bus_.plug(1, "ttyACM0", kTalvex);
   expect_found("/dev/ttyACM0");
-  bus_.unplug(1);
-  expect_found(kNone);
-  bus_.plug(1, "ttyACM0", kTalvex);
+  bus_.plug(2, "ttyUSB0", kTalvex);
   expect_found("/dev/ttyACM0");
-}
-
-TEST_F(RecalledSearch, ADeviceThatComesBackUnderAnotherName) {
-  bus_.plug(1, "ttyACM0", kTalvex);
-  expect_found("/dev/ttyACM0");
-  bus_.unplug(1);
-  bus_.plug(1, "ttyACM5", kTalvex);
-  expect_found("/dev/ttyACM5");
-}
-
-TEST_F(RecalledSearch, ADeviceThatComesBackAtAnotherPort) {
-  bus_.plug(1, "ttyACM0", kTalvex);
-  expect_found("/dev/ttyACM0");
-  bus_.unplug(1);
-  bus_.plug(2, "ttyACM0", kTalvex);
-  expect_found("/dev/ttyACM0");
-}
-
-TEST_F(RecalledSearch, ReplacementUnderTheSameName) {
-  bus_.plug(1, "ttyACM0", kTalvex);
-  expect_found("/dev/ttyACM0");
-  bus_.unplug(1);
-  bus_.plug(1, "ttyACM0", kOther);
-  expect_run(kNone);
-  bus_.unplug(1);
-  bus_.plug(1, "ttyACM0", kTalvex);
-  expect_found("/dev/ttyACM0");
-}
-
-TEST_F(RecalledSearch, NamesThatTwoDevicesHaveExchanged) {
-  bus_.plug(1, "ttyACM0", kTalvex);
-  bus_.plug(2, "ttyACM1", kOther);
-  expect_run("/dev/ttyACM0");
-  bus_.unplug(1);
-  bus_.unplug(2);
-  bus_.plug(1, "ttyACM1", kTalvex);
-  bus_.plug(2, "ttyACM0", kOther);
-  expect_run("/dev/ttyACM1");
-}
-
-TEST_F(RecalledSearch, ASecondDevice) {
-  bus_.plug(1, "ttyACM0", kTalvex);
-  expect_found("/dev/ttyACM0");
-  bus_.plug(2, "ttyACM1", {"ID_MODEL=VDR-K20"});
-  ASSERT_EQ(plain_search().size(), 2U);
-  expect_found(plain_search().back() == "/dev/ttyACM0\n" ? "/dev/ttyACM0" : "/dev/ttyACM1");
+  bus_.plug(3, "ttyACM1", {"ID_MODEL=VDR-K20"});
+  expect_recalled(find());  // both; which comes last is the folder's order
   bus_.unplug(1);
   expect_found("/dev/ttyACM1");
-}
-
-TEST_F(RecalledSearch, PropertiesThatComeLate) {
-  bus_.plug(1, "ttyACM0", {});
+  exchange(3, "ttyACM5", kTalvex);
+  expect_found("/dev/ttyACM5");
+  exchange(3, "ttyACM5", kOther);
   expect_run(kNone);
-  bus_.set_properties(1, kTalvex);
+  bus_.plug(1, "ttyACM0", kTalvex);
+  expect_run("/dev/ttyACM0");
   expect_found("/dev/ttyACM0");
-  bus_.set_properties(1, kOther);
-  expect_run(kNone);
+  bus_.unplug(1);  // these two exchange their names
+  exchange(3, "ttyACM0", kOther);
+  bus_.plug(1, "ttyACM5", kTalvex);
+  expect_run("/dev/ttyACM5");
+  bus_.unplug(1);
+  bus_.unplug(3);
+  expect_found(kNone);
 }
 
-TEST_F(RecalledSearch, AnotherDeviceComesAndGoes) {
+// ---- What an answer depends on ----------------------------------------------------------------------
+
+TEST_F(RecalledSearch, DependsOnEachPieceOfTheEvidence) {
   bus_.plug(1, "ttyACM0", kTalvex);
   expect_found("/dev/ttyACM0");
-  bus_.plug(2, "ttyUSB0", kOther);
+  bus_.count_event();
   expect_found("/dev/ttyACM0");
-  bus_.unplug(2);
+  database.age = 7199999ms;
+  expect_found("/dev/ttyACM0");
+  database.age = 5199999ms;
+  expect_found("/dev/ttyACM0");
+  database.error = ENOENT;  // no udev
+  expect_found("/dev/ttyACM0");
+  setenv("PATH", (path_ + ":/nowhere").c_str(), 1);
   expect_found("/dev/ttyACM0");
 }
 
-// ---- udev's database --------------------------------------------------------------------------------
-
-TEST_F(RecalledSearch, ADatabaseThatWasWrittenMeanwhile) {
+TEST_F(RecalledSearch, RunsWhereEvidenceCannotBeRead) {
   bus_.plug(1, "ttyACM0", kTalvex);
-  put_udev_database(std::chrono::hours(2));
+  setenv("PATH", (path_ + ":" + std::string(4096, 'x')).c_str(), 1);
+  expect_never_recalled("/dev/ttyACM0");
+  setenv("PATH", path_.c_str(), 1);
+
+  database.error = ENOENT;
   expect_found("/dev/ttyACM0");
-  put_udev_database(std::chrono::hours(1));
-  expect_found("/dev/ttyACM0");
-  fs::remove(udev_database);
-  expect_found("/dev/ttyACM0");
-  put_udev_database(std::chrono::hours(1));
-  expect_found("/dev/ttyACM0");
+  database.error = EACCES;
+  expect_never_recalled("/dev/ttyACM0");
+  database.error = 0;
+
+  write_file(bus_.path("kernel/uevent_seqnum"), "");
+  expect_never_recalled("/dev/ttyACM0");
+  fs::remove(bus_.path("kernel/uevent_seqnum"));
+  expect_never_recalled("/dev/ttyACM0");
 }
 
-TEST_F(RecalledSearch, ADatabaseJustWrittenIsNotRelied) {
+// A second change may bear the same time so soon.
+TEST_F(RecalledSearch, ReliesOnADatabaseThatHasBeenAtRestForMoreThanASecond) {
   bus_.plug(1, "ttyACM0", kTalvex);
-  put_udev_database(std::chrono::hours(-1));
-  for (std::size_t run = 1; run <= 3; ++run) {
-    expect_plain_result();
-    EXPECT_EQ(runs(), run);
+  for (const auto age : {-3600000ms, 0ms, 1000ms}) {
+    database.age = age;
+    expect_never_recalled("/dev/ttyACM0");
   }
-  put_udev_database(std::chrono::hours(1));
+  database.age = 1001ms;
   expect_found("/dev/ttyACM0");
 }
 
-// The stamp of a second change may be the same so soon.
-TEST_F(RecalledSearch, ADatabaseIsReliedOnOnceItHasBeenAtRestForMoreThanASecond) {
+TEST_F(RecalledSearch, SeesWhatComesDuringARun) {
   bus_.plug(1, "ttyACM0", kTalvex);
-  for (const int age : {0, 1, 1000}) {
-    put_udev_database(std::chrono::milliseconds(age));
-    expect_run("/dev/ttyACM0");
-    expect_run("/dev/ttyACM0");
-  }
-  put_udev_database(std::chrono::milliseconds(1001));
-  expect_found("/dev/ttyACM0");
-}
-
-// ---- The kernel's count -----------------------------------------------------------------------------
-
-TEST_F(RecalledSearch, EveryEventIsLookedInto) {
-  bus_.set_event_count(100);
-  expect_found(kNone);
-  bus_.plug(1, "ttyACM0", kTalvex);
-  bus_.set_event_count(101);
-  expect_found("/dev/ttyACM0");
-  bus_.unplug(1);
-  bus_.plug(1, "ttyACM0", kOther);
-  bus_.set_event_count(103);
+  meanwhile = [this] { exchange(1, "ttyACM0", kOther); };
+  expect_run("/dev/ttyACM0");
   expect_run(kNone);
-}
-
-TEST_F(RecalledSearch, AnEventThatChangesNothingHereNeedsNoCommand) {
-  bus_.plug(1, "ttyACM0", kTalvex);
-  bus_.set_event_count(100);
-  expect_found("/dev/ttyACM0");
-  bus_.set_event_count(101);
-  expect_recalled();
-  expect_recalled();
-}
-
-// No device comes or goes without an event, so the folders are not read while none was counted.
-TEST_F(RecalledSearch, TheCountVouchesForTheFolders) {
-  bus_.plug(1, "ttyACM0", kTalvex);
-  bus_.set_event_count(100);
-  expect_found("/dev/ttyACM0");
-  bus_.unplug(1);
-  char name[kDeviceNameSize] = "";
-  EXPECT_EQ(findSat(name), 0);
-  EXPECT_STREQ(name, "/dev/ttyACM0");
-  bus_.set_event_count(101);
-  expect_found(kNone);
-}
-
-// ---- The kernel's nodes -----------------------------------------------------------------------------
-
-// Nor does a port come or go without its node. The first search finds out whose nodes they are.
-TEST_F(RecalledSearch, TheNodesVouchForTheFolders) {
-  put_nodes(std::chrono::hours(2));
-  bus_.set_event_count(100);
-  bus_.plug(1, "ttyACM0", kTalvex);
-  expect_found("/dev/ttyACM0");
-  bus_.set_event_count(101);
-  bus_.unplug(1);
-  char name[kDeviceNameSize] = "";
-  EXPECT_EQ(findSat(name), 0);
-  EXPECT_STREQ(name, "/dev/ttyACM0");
-  put_nodes(std::chrono::hours(1));
-  expect_found(kNone);
-}
-
-TEST_F(RecalledSearch, NodesJustChangedDoNotVouch) {
-  put_nodes(std::chrono::hours(2));
-  bus_.set_event_count(100);
-  bus_.plug(1, "ttyACM0", kTalvex);
-  expect_found("/dev/ttyACM0");
-  put_nodes(std::chrono::hours(-1));
-  expect_recalled();
-  bus_.set_event_count(101);
-  bus_.unplug(1);
-  expect_found(kNone);
-  bus_.set_event_count(102);
-  bus_.plug(1, "ttyACM0", kTalvex);
-  expect_found("/dev/ttyACM0");
-}
-
-TEST_F(RecalledSearch, NodesVouchOnceTheyHaveBeenAtRestForMoreThanASecond) {
-  bus_.set_event_count(100);
-  bus_.plug(1, "ttyACM0", kTalvex);
-  put_nodes(std::chrono::milliseconds(1000));
-  expect_found("/dev/ttyACM0");
-  bus_.set_event_count(101);
-  bus_.unplug(1);
-  expect_found(kNone);
-
-  bus_.plug(1, "ttyACM0", kTalvex);
-  put_nodes(std::chrono::milliseconds(1001));
-  expect_found("/dev/ttyACM0");
-  bus_.set_event_count(102);
-  bus_.unplug(1);
-  char name[kDeviceNameSize] = "";
-  EXPECT_EQ(findSat(name), 0);
-  EXPECT_STREQ(name, "/dev/ttyACM0");
-}
-
-TEST_F(RecalledSearch, NodesOnAnotherFileSystemDoNotVouch) {
-  put_nodes(std::chrono::hours(2), "tmpfs");
-  bus_.set_event_count(100);
-  bus_.plug(1, "ttyACM0", kTalvex);
-  expect_found("/dev/ttyACM0");
-  bus_.set_event_count(101);
-  bus_.unplug(1);
-  expect_found(kNone);
-}
-
-TEST_F(RecalledSearch, NodesDoNotVouchForAnotherSysfs) {
-  put_nodes(std::chrono::hours(2));
-  bus_.plug(1, "ttyACM0", kTalvex);
-  expect_found("/dev/ttyACM0");
-  bus_.unplug(1);
-  expect_found(kNone);
+  meanwhile = [this] {  // as udev writes properties, behind the kernel's event
+    bus_.set_properties(1, kTalvex);
+    database.age = 1h;
+  };
+  expect_run(kNone);
+  meanwhile = [this] {
+    bus_.set_properties(1, kOther);
+    database.age = 30min;
+  };
+  expect_run("/dev/ttyACM0");
+  expect_run(kNone);
 }
 
 // ---- Answers that are not kept ----------------------------------------------------------------------
 
-TEST_F(RecalledSearch, ABusThatChangesDuringTheSearch) {
+TEST_F(RecalledSearch, ForgetsTheAnswerOfACommandThatDidNotEndWell) {
   bus_.plug(1, "ttyACM0", kTalvex);
-  bus_.set_event_count(100);
-  const std::string folder = environment("UMOCKDEV_DIR") + "/sys/class/tty";
-  meanwhile = [folder] { fs::create_symlink("nowhere", folder + "/ttyACM7"); };
-  expect_plain_result();
-  expect_found("/dev/ttyACM0");
-  EXPECT_EQ(runs(), 2);
-}
-
-TEST_F(RecalledSearch, ADeviceExchangedUnderItsNameDuringTheSearch) {
-  bus_.plug(1, "ttyACM0", kTalvex);
-  meanwhile = [this] {
-    bus_.unplug(1);
-    bus_.plug(1, "ttyACM0", kOther);
-  };
-  char name[kDeviceNameSize] = "";
-  EXPECT_EQ(findSat(name), 0);
-  EXPECT_STREQ(name, "/dev/ttyACM0");
-  expect_run(kNone);
-}
-
-// What was written may tell the command something else.
-TEST_F(RecalledSearch, ADatabaseWrittenDuringTheSearch) {
-  bus_.plug(1, "ttyACM0", kTalvex);
-  put_udev_database(std::chrono::hours(2));
-  meanwhile = [this] { put_udev_database(std::chrono::hours(1)); };
+  EXPECT_EQ(find_by("echo /dev/ttyACM0; kill -KILL $$"), "/dev/ttyACM0");
   expect_run("/dev/ttyACM0");
+  bus_.count_event();
+  signal(SIGCHLD, SIG_IGN);  // such a host takes away how the command ended
+  expect_never_recalled("/dev/ttyACM0");
+  signal(SIGCHLD, SIG_DFL);
+}
+
+// The command ends well even when find or udevadm was killed.
+TEST_F(RecalledSearch, ForgetsThatNothingWasFoundBesideAPort) {
+  bus_.plug(1, "ttyACM0", kTalvex);
+  EXPECT_EQ(find_by("true"), kNone);
+  EXPECT_EQ(find_by("true"), kNone);
   expect_found("/dev/ttyACM0");
 }
 
-// Whatever it was, it may have come too late for the search.
-TEST_F(RecalledSearch, AnEventDuringTheSearchIsLookedInto) {
+TEST_F(RecalledSearch, ForgetsAPortThatTheKernelDoesNotList) {
   bus_.plug(1, "ttyACM0", kTalvex);
-  bus_.set_event_count(100);
-  meanwhile = [this] { bus_.set_event_count(101); };
-  expect_plain_result();
+  for (const char* lines : {"/dev/ttyACM1", "ttyACM0", "'/dev/ttyACM0\n/dev/ttyACM1'"}) {
+    find_by(std::string("echo ") + lines);
+    find_by(std::string("echo ") + lines);
+    expect_found("/dev/ttyACM0");
+    bus_.count_event();
+  }
   bus_.unplug(1);
-  expect_found(kNone);
+  find_by("echo /dev/ttyACM0");
+  expect_run(kNone);
+  fs::remove(bus_.path("class/tty"));
+  bus_.count_event();
+  expect_never_recalled(kNone);
 }
 
-TEST_F(RecalledSearch, AnotherPathOfPrograms) {
-  bus_.plug(1, "ttyACM0", kTalvex);
-  expect_found("/dev/ttyACM0");
-  setenv("PATH", (environment("PATH") + ":/nowhere").c_str(), 1);
-  expect_found("/dev/ttyACM0");
-}
-
-TEST_F(RecalledSearch, APortThatTheKernelDoesNotList) {
-  bus_.plug(1, "ttyACM0", kTalvex);
-  bus_.hide_from_class(1);
-  expect_plain_result();
-  EXPECT_EQ(found_, "/dev/ttyACM0");
-  expect_plain_result();
-  EXPECT_EQ(runs(), 2);
-}
-
-// Such a host takes away how the command ended; it may have been killed half-way.
-TEST_F(RecalledSearch, AHostThatIgnoresItsChildren) {
-  signal(SIGCHLD, SIG_IGN);
-  bus_.plug(1, "ttyACM0", kTalvex);
-  expect_plain_result();
-  expect_plain_result();
-  EXPECT_EQ(runs(), 2);
-}
-
-TEST_F(RecalledSearch, ACommandThatWasKilled) {
-  bus_.plug(1, "ttyACM0", kTalvex);
-  command_instead = "kill -KILL $$";
-  char name[kDeviceNameSize] = "";
-  EXPECT_EQ(findSat(name), -2000);
-  command_instead.clear();
-  expect_found("/dev/ttyACM0");
-}
-
-// An answer that the kernel's list of ports does not bear out is not trusted: one of the command's processes
-// may have failed.
-TEST_F(RecalledSearch, NoAnswerBesideAPortIsNeverKept) {
+TEST_F(RecalledSearch, ForgetsAnAnswerThatLeavesAPortOutUntilItIsRepeated) {
   bus_.plug(1, "ttyACM0", kOther);
-  for (int search = 1; search <= 4; ++search) {
-    expect_plain_result();
-    EXPECT_EQ(runs(), search);
+  bus_.plug(2, "ttyACM1", kTalvex);
+  for (const char* first_run :
+       {"echo /dev/ttyACM0", "echo '/dev/ttyACM1\\n/dev/ttyACM1'", "echo /dev/ttyACM1; kill -KILL $$"}) {
+    find_by(first_run);
+    expect_run("/dev/ttyACM1");
+    expect_found("/dev/ttyACM1");
+    bus_.count_event();  // what was answered before it does not count either
+    expect_run("/dev/ttyACM1");
+    expect_found("/dev/ttyACM1");
+    bus_.count_event();
   }
 }
 
-TEST_F(RecalledSearch, ASearchThatFailedUnseenIsRunAgain) {
-  bus_.plug(1, "ttyACM0", kTalvex);
-  command_instead = "true";
-  char name[kDeviceNameSize] = "";
-  EXPECT_EQ(findSat(name), -2000);
-  command_instead.clear();
-  expect_found("/dev/ttyACM0");
+TEST_F(RecalledSearch, ForgetsMoreThan16Ports) {
+  std::string all;
+  for (int port = 1; port <= 17; ++port) {
+    const std::string node = "ttyACM" + std::to_string(port);
+    bus_.plug(port, node, {});
+    all += "echo /dev/" + node + ";";
+    find_by(all);
+    find_by(all);
+    EXPECT_EQ(runs, port <= 16 ? 0 : 1);
+  }
 }
 
-TEST_F(RecalledSearch, AnAnswerThatLeavesAPortOutIsKeptOnceItWasGivenTwice) {
-  bus_.plug(1, "ttyACM0", kOther);
-  bus_.plug(2, "ttyACM1", kTalvex);
-  expect_plain_result();
-  expect_plain_result();
-  EXPECT_EQ(runs(), 2);
-  expect_recalled();
-  EXPECT_EQ(found_, "/dev/ttyACM1");
+TEST_F(RecalledSearch, IsNotCutShortByASignal) {
+  struct sigaction action {};
+  action.sa_handler = [](int) {};  // without SA_RESTART
+  sigaction(SIGUSR1, &action, nullptr);
+  EXPECT_EQ(find_by("printf /dev/tty; sleep 0.1; kill -USR1 $PPID; sleep 0.1; echo ACM0"), "/dev/ttyACM0");
 }
 
 // ---- Other programs ---------------------------------------------------------------------------------
 
-// Programs that somebody has put in front of the system's own may answer as they like.
-class OtherProgram : public RecalledSearch, public testing::WithParamInterface<const char*> {
- protected:
-  // A program of that name in a folder, which notes that it was run and does what the system's own does.
-  static void put_program(const std::string& name, const std::string& folder) {
+// A program that somebody has put in front of the system's own may answer as it likes.
+class OtherProgram : public RecalledSearch, public testing::WithParamInterface<const char*> {};
+
+TEST_P(OtherProgram, IsAskedEveryTime) {
+  bus_.plug(1, "ttyACM0", kTalvex);
+  const std::string deep = here(std::string(100, 'f')) + "/";
+  const std::string folder_of_255 = deep + std::string(255 - deep.size(), 'g');
+  const std::pair<std::string, std::string> folders_and_path[] = {
+      {here("programs"), here("programs")},
+      {here("."), ""},  // to the shell an empty folder is the working directory
+      {here("."), here("no-programs") + ":"},
+      {folder_of_255, folder_of_255},
+      {folder_of_255 + "g", folder_of_255 + "g"},
+  };
+  for (const auto& [folder, path] : folders_and_path) {
+    const std::string program = folder + "/" + GetParam();
     fs::create_directories(folder);
-    const std::string program = folder + "/" + name;
-    write_file(program, "#!/bin/sh\necho " + name + " >> " + here("runs") +
-                            "\nPATH=/usr/bin:/bin:/usr/sbin:/sbin\nexec " + name + " \"$@\"\n");
+    write_file(program, std::string("#!/bin/sh\ntouch ") + here("asked") + "\nPATH=" + path_ + " exec " +
+                            GetParam() + " \"$@\"\n");
     fs::permissions(program, fs::perms::owner_all);
-  }
-
-  void expect_asked_every_time() {
-    bus_.plug(1, "ttyACM0", kTalvex);
-    for (int search = 1; search <= 3; ++search) {
-      expect_run("/dev/ttyACM0");
-      EXPECT_TRUE(fs::remove("runs")) << "the shell runs another program";
-    }
-  }
-};
-
-TEST_P(OtherProgram, InFrontOfTheSystemsIsAskedEveryTime) {
-  put_program(GetParam(), here("programs"));
-  setenv("PATH", (here("programs") + ":" + environment("PATH")).c_str(), 1);
-  expect_asked_every_time();
-}
-
-// To the shell an empty folder in the PATH is the working directory.
-TEST_P(OtherProgram, InTheWorkingDirectoryIsAskedEveryTimeWhenThePathBeginsWithAnEmptyFolder) {
-  put_program(GetParam(), here("."));
-  setenv("PATH", (":" + environment("PATH")).c_str(), 1);
-  expect_asked_every_time();
-}
-
-TEST_P(OtherProgram, InTheWorkingDirectoryIsAskedEveryTimeWhenThePathHasAnEmptyFolder) {
-  put_program(GetParam(), here("."));
-  setenv("PATH", (here("no-programs") + "::" + environment("PATH")).c_str(), 1);
-  expect_asked_every_time();
-}
-
-TEST_P(OtherProgram, InAFolderOfAnyLengthIsAskedEveryTime) {
-  for (const std::size_t length : {255u, 256u, 300u}) {
-    std::string folder = here("");
-    folder += std::to_string(length) + std::string(100, 'f') + "/";
-    folder += std::string(length - folder.size(), 'g');
-    ASSERT_EQ(folder.size(), length);
-    put_program(GetParam(), folder);
-    const std::string former_path = environment("PATH");
-    setenv("PATH", std::string(folder).append(":").append(former_path).c_str(), 1);
-    expect_asked_every_time();
-    setenv("PATH", former_path.c_str(), 1);
-    bus_.unplug(1);
+    setenv("PATH", (path + ":" + path_).c_str(), 1);
+    expect_never_recalled("/dev/ttyACM0");
+    EXPECT_TRUE(fs::remove("asked")) << "the shell runs another program";
+    fs::remove(program);
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Programs, OtherProgram, testing::Values("find", "udevadm", "grep"),
-                         [](const auto& test) { return std::string(test.param); });
+INSTANTIATE_TEST_SUITE_P(Programs, OtherProgram, testing::Values("find", "udevadm", "grep"));
 
 }  // namespace
