@@ -39,11 +39,20 @@ def test_a_sale_gives_a_receipt(till):
     assert fields[9] == "126.84"
 
 
-def test_a_busy_device_is_asked_again(sat_factory, tmp_path, monkeypatch):
-    device = sat_factory("--activated", "--fault", "on EnviarDadosVenda nth=1 do processing 1")
+def test_what_the_device_calls_busy_may_be_sold(sat_factory, tmp_path, monkeypatch):
+    # The first sale is issued, though its reply says "in process"; the second one is not carried out.
+    device = sat_factory("--activated", "--fault", "on EnviarDadosVenda nth=1 do carry-out-return 06098",
+                         "--fault", "on EnviarDadosVenda nth=2 do processing 1")
     till = load(device, tmp_path, monkeypatch)
-    assert till("EnviarDadosVenda", 1, CODE, SALE)[1] == "06098"
-    assert till("EnviarDadosVenda", 1, CODE, SALE)[1] == "06000"
+    assert till("EnviarDadosVenda", 1, CODE, SALE)[:2] == ["000001", "06098"]
+    sold = till("ConsultarNumeroSessao", 2, CODE, 1)
+    assert sold[:2] == ["000001", "06000"]
+
+    assert till("EnviarDadosVenda", 3, CODE, SALE)[:2] == ["000003", "06098"]
+    assert till("ConsultarNumeroSessao", 4, CODE, 3)[1] == "11003"
+    last = till("ConsultarUltimaSessaoFiscal", 5, CODE)
+    assert last[8] == sold[8], "still the last receipt, so nothing was issued"
+    assert till("EnviarDadosVenda", 6, CODE, SALE)[1] == "06000"
 
 
 def test_a_lost_reply_is_found_again(sat_factory, tmp_path, monkeypatch):

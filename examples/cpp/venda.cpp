@@ -1,6 +1,9 @@
-// A till in C++17, linked against the library: asks the device how it is and sells.
+// A till in C++17, linked against the library: asks the device how it is, sells, and finds out what became of
+// the sale if its reply does not say.
 //
 //   venda ACTIVATION_CODE SALE_FILE
+//
+// Exit status: 0 sold, 1 nothing was issued, 3 unknown, do not sell again before you know.
 #include <talvex/talvex.h>
 
 #include <algorithm>
@@ -29,6 +32,26 @@ const Names kSaleNames = {
     "numeroSessao",     "EEEEE",     "CCCC",          "mensagem",      "cod",          "mensagemSEFAZ",
     "arquivoCFeBase64", "timeStamp", "chaveConsulta", "valorTotalCFe", "CPFCNPJValue", "assinaturaQRCODE"};
 
+enum class Outcome { issued, refused, not_sent, not_issued, unknown };
+
+const char* text_of(Outcome outcome) {
+  switch (outcome) {
+    case Outcome::issued:
+      return "issued";
+    case Outcome::refused:
+      return "refused";
+    case Outcome::not_sent:
+      return "not sent";
+    case Outcome::not_issued:
+      return "not issued";
+    default:
+      return "unknown";
+  }
+}
+
+// Session numbers stay below this: devices pad theirs to six digits, the library's own busy reply does not.
+constexpr int kSessions = 100000;
+
 // The library overwrites its reply at the next call, so this keeps a copy, cut into its fields.
 class Reply {
  public:
@@ -44,8 +67,27 @@ class Reply {
     }
   }
 
-  bool answers(int session, std::string_view code) const {
-    return fields_.size() > 1 && std::atoi(fields_[0].c_str()) == session && fields_[1] == code;
+  std::string field(std::size_t index) const { return index < fields_.size() ? fields_[index] : ""; }
+  std::string code() const { return field(1); }
+  std::string key() const { return field(8); }
+
+  bool is_of(int session) const {
+    const std::string digits = field(0);
+    return !digits.empty() && digits.find_first_not_of("0123456789") == std::string::npos &&
+           std::atoi(digits.c_str()) == session;
+  }
+
+  // What this reply settles of the sale with that session number. 06097 to 06099 are no refusals: where the
+  // line spoils an acknowledgement, the library sends the command again, and they are the device's answers to
+  // a repetition of what it has carried out. Only the library's own busy reply has no leading zeros: nothing
+  // was sent.
+  Outcome settles_sale(int session) const {
+    const std::string code = this->code();
+    if (!is_of(session) || code.size() != 5 || code.substr(0, 2) != "06") return Outcome::unknown;
+    if (code == "06000") return Outcome::issued;
+    if (code == "06098" && field(0) == std::to_string(session)) return Outcome::not_sent;
+    const bool settles_nothing = code == "06097" || code == "06098" || code == "06099";
+    return settles_nothing ? Outcome::unknown : Outcome::refused;
   }
 
   void show(std::string_view function, const Names& names) const {
@@ -61,8 +103,31 @@ class Reply {
   std::vector<std::string> fields_;
 };
 
-int draw_session() {
-  return static_cast<int>(SAT_APP_GenRndNum(1000000));
+// The session number must differ from the last one.
+int next_session(int session) {
+  return (session + 1) % kSessions;
+}
+
+// What became of the sale with that session number. key_before: access key of the last receipt that was known
+// before the sale, empty if there was none.
+Outcome find_out(int session, const char* activation_code, const std::string& key_before) {
+  const auto is_sold = [&](const Reply& reply) {
+    return reply.settles_sale(session) == Outcome::issued && reply.key() != key_before;
+  };
+  const int query = next_session(session);
+  const Reply stored(ConsultarNumeroSessao(query, activation_code, session));
+  stored.show("ConsultarNumeroSessao", kSaleNames);
+  if (is_sold(stored)) return Outcome::issued;
+  if (stored.settles_sale(session) == Outcome::refused) return Outcome::refused;
+  // Only a device that was asked, and knows nothing of the sale, is asked for its last receipt.
+  if (!stored.is_of(session) && stored.code() != "11003" && stored.code() != "11099") return Outcome::unknown;
+
+  const Reply last(ConsultarUltimaSessaoFiscal(next_session(query), activation_code));
+  last.show("ConsultarUltimaSessaoFiscal", kSaleNames);
+  if (is_sold(last)) return Outcome::issued;
+  if (last.settles_sale(session) == Outcome::refused) return Outcome::refused;
+  const bool unchanged = key_before.empty() ? last.code() == "19003" : last.key() == key_before;
+  return unchanged ? Outcome::not_issued : Outcome::unknown;
 }
 
 }  // namespace
@@ -75,14 +140,18 @@ int main(int argc, char** argv) {
   std::ifstream file(argv[2], std::ios::binary);
   const std::string sale_xml{std::istreambuf_iterator<char>(file), {}};
 
-  int session = draw_session();
+  int session = static_cast<int>(SAT_APP_GenRndNum(kSessions));
   const Reply status(ConsultarStatusOperacional(session, argv[1]));
   status.show("ConsultarStatusOperacional", kStatusNames);
-  if (!status.answers(session, "10000")) return 1;
+  if (!status.is_of(session) || status.code() != "10000") return 1;
 
-  // The session number must differ from the last one.
-  session = (session + 1) % 1000000;
+  // A till writes both down before it sells, where a power failure does not reach them.
+  session = next_session(session);
+  const std::string key_before = status.field(20);  // ULTIMO_CF_E_SAT
   const Reply sale(EnviarDadosVenda(session, argv[1], sale_xml.c_str()));
   sale.show("EnviarDadosVenda", kSaleNames);
-  return sale.answers(session, "06000") ? 0 : 1;
+  Outcome outcome = sale.settles_sale(session);
+  if (outcome == Outcome::unknown) outcome = find_out(session, argv[1], key_before);
+  std::cout << "=> " << text_of(outcome) << '\n';
+  return outcome == Outcome::issued ? 0 : outcome == Outcome::unknown ? 3 : 1;
 }

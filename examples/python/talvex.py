@@ -1,9 +1,13 @@
 """Talvex from Python: every function and datum of libtalvex.so, with the standard library alone.
 
     sat = Talvex("libtalvex.so.2")
-    reply = sat.EnviarDadosVenda(sat.draw_session(), "12345678", sale_xml)
-    if reply.failure is None and reply.code == "06000":
+    session = sat.draw_session()
+    reply = sat.EnviarDadosVenda(session, "12345678", sale_xml)
+    if reply.settles(session, SALE) == ISSUED:
         print(reply.fields["chaveConsulta"])
+
+A sale or cancellation that is neither ISSUED nor REFUSED nor NOT_SENT is UNKNOWN, and must not be sent again before
+find_out has said what became of it.
 
 Methods and attributes keep the names of talvex.h, which says what each of them does. What differs:
 
@@ -17,11 +21,22 @@ now and then (the C stream, which is flushed at exit when it is a file or pipe).
 """
 
 import ctypes
+import re
 import threading
 from ctypes import (POINTER, byref, c_char, c_char_p, c_int, c_int32, c_int64, c_ubyte, c_uint, c_uint8, c_uint32,
                     c_uint64, c_void_p, create_string_buffer)
 
 FAILURE_PREFIX = "SAT Erro["
+
+# The first two digits of the return codes of EnviarDadosVenda and CancelarUltimaVenda.
+SALE, CANCELLATION = "06", "07"
+
+# What a reply to a sale or cancellation settles.
+ISSUED = "issued"      # the receipt, or the cancellation's, is there
+REFUSED = "refused"    # nothing was issued
+NOT_SENT = "not sent"  # nothing was sent: another process holds the port; call again
+UNKNOWN = "unknown"    # the device may have done it: find out
+NOT_ISSUED = "not issued"  # what find_out may say beside ISSUED, REFUSED and UNKNOWN
 INI_VALUE_SIZE = 128
 
 _COMMON = ("numeroSessao", "EEEEE", "mensagem", "cod", "mensagemSEFAZ")
@@ -73,8 +88,23 @@ class Reply:
 
     @property
     def busy(self):
-        """Whether the device was busy: the same call may be made again."""
+        """Whether the device was busy. Only for functions that sell and cancel nothing: see settles."""
         return bool(self.code) and self.code.endswith("098")
+
+    def settles(self, session, prefix):
+        """What this reply settles of the sale (prefix SALE) or CANCELLATION with that session number.
+
+        xx097 to xx099 are no refusals: where the line spoils an acknowledgement, the library sends the command again,
+        and they are the device's answers to a repetition of what it has carried out. Only the library's own busy reply
+        has a session number without leading zeros, which shows as long as numbers are below 100000.
+        """
+        if self.session != session or not re.fullmatch(prefix + "[0-9]{3}", self.code or ""):
+            return UNKNOWN
+        if self.code == prefix + "000":
+            return ISSUED
+        if self.code.endswith("098") and self.fields["numeroSessao"] == str(session) and session < 100000:
+            return NOT_SENT
+        return UNKNOWN if self.code.endswith(("097", "098", "099")) else REFUSED
 
     def __str__(self):
         return self.text
@@ -217,8 +247,35 @@ class Talvex:
         return Reply(self._call(name, *arguments))
 
     def draw_session(self):
-        """A session number for the next call."""
-        return self.SAT_APP_GenRndNum(1000000)
+        """A session number for the next call, below 100000: see Reply.settles."""
+        return self.SAT_APP_GenRndNum(100000)
+
+    def find_out(self, session, prefix, codigoDeAtivacao, key_before):
+        """What became of a sale or cancellation whose reply was UNKNOWN: (what, the reply that says so).
+
+        key_before is the access key of the last receipt that was known before the call, "" if there was none.
+        """
+        def new_receipt(reply):
+            key = reply.fields.get("chaveConsulta")
+            return reply.settles(session, prefix) == ISSUED and key != key_before
+
+        query = (session + 1) % 100000
+        stored = self.ConsultarNumeroSessao(query, codigoDeAtivacao, session)
+        if new_receipt(stored):
+            return ISSUED, stored
+        if stored.settles(session, prefix) == REFUSED:
+            return REFUSED, stored
+        # Only a device that was asked, and knows nothing of the call, is asked for its last receipt.
+        if stored.session != session and stored.code not in ("11003", "11099"):
+            return UNKNOWN, stored
+
+        last = self.ConsultarUltimaSessaoFiscal((query + 1) % 100000, codigoDeAtivacao)
+        if new_receipt(last):
+            return ISSUED, last
+        if last.settles(session, prefix) == REFUSED:
+            return REFUSED, last
+        unchanged = last.fields.get("chaveConsulta") == key_before if key_before else last.code == "19003"
+        return (NOT_ISSUED if unchanged else UNKNOWN), last
 
     # SAT functions
 

@@ -127,6 +127,21 @@ class Replies(unittest.TestCase):
         self.assertTrue(reply.busy)
         self.assertEqual(reply.fields["mensagem"], "SAT em processamento, tente novamente.")
 
+    def test_what_settles_a_sale_or_cancellation(self):
+        cases = [("000042|06000|0000|m|||x|2|CFe", talvex.SALE, talvex.ISSUED),
+                 ("000042|07000|0000|m|||x|2|CFe", talvex.CANCELLATION, talvex.ISSUED),
+                 ("000042|06010|1234|m||", talvex.SALE, talvex.REFUSED),
+                 ("42|06098|0000|m||", talvex.SALE, talvex.NOT_SENT),
+                 ("42|07098|0000|m||", talvex.CANCELLATION, talvex.NOT_SENT)]
+        cases += [(text, talvex.SALE, talvex.UNKNOWN) for text in (
+            "000042|06097|0000|m||", "000042|06098|0000|m||", "000042|06099|0000|m||", "42|06097|0000|m||",
+            "000041|06000|0000|m||", "41|06098|0000|m||", "000042|07000|0000|m||", "000042|08000|m||",
+            "SAT Erro[-02003]", "", "000042", "x|06000|0000|m||")]
+        for text, prefix, expected in cases:
+            with self.subTest(text):
+                self.assertEqual(talvex.Reply(text).settles(42, prefix), expected)
+        self.assertEqual(talvex.Reply("100000|06098|0000|m||").settles(100000, talvex.SALE), talvex.UNKNOWN)
+
     def test_failure_text(self):
         reply = talvex.Reply("SAT Erro[-02000]Lnx SAT Nao Encontrado L[2193] F[Communicate] LibVer[23-JUL-2020]")
         self.assertEqual((reply.failure, reply.code, reply.session, reply.busy), (-2000, None, None, False))
@@ -273,7 +288,7 @@ class Utilities(InScratchFolder):
         self.assertEqual(self.sat.SAT_APP_RspParcer("EnviarDadosVenda", 124, text), (0, None, 123, None))
         self.assertEqual(self.sat.SAT_APP_RspParcer("ConsultarSAT", 1, "SAT Erro[-02000]")[0], -1101)
         self.assertIn(self.sat.SAT_APP_GenRndNum(1000000), range(1000000))
-        self.assertIn(self.sat.draw_session(), range(1000000))
+        self.assertIn(self.sat.draw_session(), range(100000))
         with self.assertRaises(ValueError):
             self.sat.SAT_APP_GenRndNum(0)
         self.assertEqual(self.sat.SAT_Free_AllocedMsg(), -1)

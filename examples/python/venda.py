@@ -1,11 +1,13 @@
-"""A till in Python: asks the device how it is and sells.
+"""A till in Python: asks the device how it is, sells, and finds out what became of the sale if its reply does not say.
 
     venda.py LIBRARY ACTIVATION_CODE SALE_FILE
+
+Exit status: 0 sold, 1 nothing was issued, 3 unknown, do not sell again before you know.
 """
 
 import sys
 
-from talvex import Talvex
+from talvex import ISSUED, SALE, UNKNOWN, Talvex
 
 
 def show(function, reply):
@@ -26,10 +28,17 @@ def main(library, activation_code, sale_file):
 
     with open(sale_file, encoding="utf-8") as file:
         sale_xml = file.read()
-    session = sat.draw_session()
+    # The session number must differ from the last one. A till writes it down, with key_before, before it sells.
+    session = (status.session + 1) % 100000
+    key_before = status.fields["ULTIMO_CF_E_SAT"]
     sale = sat.EnviarDadosVenda(session, activation_code, sale_xml)
     show("EnviarDadosVenda", sale)
-    return 0 if sale.session == session and sale.code == "06000" else 1
+    outcome = sale.settles(session, SALE)
+    if outcome == UNKNOWN:
+        outcome, answer = sat.find_out(session, SALE, activation_code, key_before)
+        show("What became of it", answer)
+    print("=> " + outcome)
+    return {ISSUED: 0, UNKNOWN: 3}.get(outcome, 1)
 
 
 if __name__ == "__main__":
