@@ -6,11 +6,14 @@
 import ctypes
 import os
 import pathlib
+import subprocess
+import sys
 
 import pytest
 
 CODE = b"12345678"
-SALE = (pathlib.Path(__file__).parent.parent / "venda.xml").read_bytes()
+HERE = pathlib.Path(__file__).parent
+SALE = (HERE.parent / "venda.xml").read_bytes()
 
 
 @pytest.fixture
@@ -37,6 +40,19 @@ def test_a_sale_gives_a_receipt(till):
     assert fields[:3] == ["000001", "06000", "0000"]
     assert fields[8].startswith("CFe35")
     assert fields[9] == "126.84"
+
+
+def test_a_till_meets_the_device_that_it_expects(sat_factory, tmp_path):
+    """The sample till in Python, with the replies of replies.txt."""
+    device = sat_factory("--replies", str(HERE / "replies.txt"), "--clock", "2026-03-01T10:00:00")
+    device.write_sat_ini(tmp_path)
+    shown = subprocess.run([sys.executable, HERE.parent / "python" / "venda.py",
+                            os.environ.get("TALVEX_LIBRARY", "libtalvex.so.2"), CODE, HERE.parent / "venda.xml"],
+                           cwd=tmp_path, capture_output=True, text=True, timeout=30)
+    assert shown.returncode == 0, shown.stdout + shown.stderr
+    for line in ("NSERIE            000123456", "mensagem          Emitido com sucesso + conteudo notas",
+                 "timeStamp         20260301100000", "valorTotalCFe     10.00"):
+        assert "  " + line + "\n" in shown.stdout
 
 
 def test_what_the_device_calls_busy_may_be_sold(sat_factory, tmp_path, monkeypatch):

@@ -778,6 +778,18 @@ class CommandLineTest(DeskTest):
         self.assertEqual(fields[8][25:34], "000123456")
         self.assertEqual(emulator.call("EnviarDadosVenda", "000003", "outrocodigo", sale()).split("|")[2], "1203")
 
+    def test_replies_come_from_files(self):
+        path = self.file("replies", "ConsultarSAT {session}|08000|Ligado||\nConsultarSAT nth=2 {session}|08098|Ocupado||\n")
+        for options in ((), ("--profile", "static")):
+            emulator = self.start("--replies", path, "--clock", "2026-03-01", *options)
+            replies = [emulator.call("ConsultarSAT", "00000%d" % n) for n in (1, 2, 3)]
+            self.assertEqual(replies, ["000001|08000|Ligado||", "000002|08098|Ocupado||", "000003|08000|Ligado||"])
+            emulator.stop()
+        self.file("replies", "ConsultarSAT 08000\n")
+        result = run("--replies", path)
+        self.assertEqual(result.returncode, 3)
+        self.assertIn("replies: line 1: a line reads", result.stderr)
+
     def test_static_profile_answers_whatever_the_state(self):
         emulator = self.start("--profile", "static")
         first = emulator.call("EnviarDadosVenda", "000042", "x", "y")

@@ -502,7 +502,8 @@ TEST_F(ReadyDevice, ABusyDeviceForgetsTheCall) {
 
 TEST_F(ReadyDevice, AnOrderedCodeTakesThePlaceOfTheCall) {
   FiscalFaults ordered;
-  ordered.imposed = {6099, 1999, "", false, false};
+  ordered.imposed.emplace().code = 6099;
+  ordered.imposed->cccc = 1999;
   EXPECT_THAT(call("EnviarDadosVenda", {kCode, SaleData().xml()}, ordered),
               ElementsAre("000001", "06099", "1999", "Erro desconhecido", "", ""));
   EXPECT_TRUE(device.state().receipts.empty());
@@ -515,7 +516,8 @@ TEST_F(ReadyDevice, AnOrderedCodeTakesThePlaceOfTheCall) {
 
 TEST_F(ReadyDevice, ADocumentThatTheDeviceDeniesIsIssuedAndFound) {
   FiscalFaults denied;
-  denied.imposed = {6099, 0, "", true, false};
+  denied.imposed.emplace().code = 6099;
+  denied.imposed->carried_out = true;
   EXPECT_THAT(call("EnviarDadosVenda", {kCode, SaleData().xml()}, denied),
               ElementsAre("000001", "06099", "0000", "Erro desconhecido", "", ""));
   EXPECT_EQ(device.state().receipts.size(), 1U);
@@ -527,6 +529,32 @@ TEST_F(ReadyDevice, ADocumentThatTheDeviceDeniesIsIssuedAndFound) {
   EXPECT_EQ(code_of("ConsultarNumeroSessao", {kCode, denied_session}), "06099");
   EXPECT_EQ(call("ConsultarUltimaSessaoFiscal", {kCode})[0], denied_session);
   EXPECT_EQ(device.state().receipts.size(), 2U);
+}
+
+TEST_F(ReadyDevice, AWholeReplyIsGivenWhateverTheCommandHolds) {
+  FiscalFaults canned;
+  canned.imposed.emplace().whole = "{session}|06000|0000|Feito|||QQ==|{date}|{key}|1.00|||{session}";
+  const auto first = call_in(9, "EnviarDadosVenda", {"wrong code", "no sale"}, canned);
+  ASSERT_THAT(first, SizeIs(13));
+  EXPECT_THAT((std::vector<std::string>{first[0], first[1], first[7], first[12]}),
+              ElementsAre("000009", "06000", "20260301100000", "000009"));
+  EXPECT_TRUE(valid_access_key(first[8])) << first[8];
+  const std::string reply = last_reply;
+  // The same session again, and no argument: another document.
+  const auto second = call_in(9, "EnviarDadosVenda", {}, canned);
+  EXPECT_TRUE(valid_access_key(second[8]));
+  EXPECT_NE(second[8], first[8]);
+  EXPECT_TRUE(device.state().receipts.empty());
+  call_in(10, "ConsultarNumeroSessao", {kCode, "000009"});
+  EXPECT_EQ(last_reply.substr(0, 12), reply.substr(0, 12));
+  EXPECT_EQ(call("EnviarDadosVenda", {kCode, SaleData().xml()})[1], "06000");
+}
+
+TEST_F(ReadyDevice, AWholeReplyToACommandWithoutASessionIsNotStored) {
+  FiscalFaults canned;
+  canned.imposed.emplace().whole = "{session}|08000|Tudo bem||";
+  EXPECT_EQ(device.execute(parse_command("ConsultarSAT"), canned).text(), "|08000|Tudo bem||");
+  EXPECT_TRUE(device.state().sessions.empty());
 }
 
 TEST_F(ReadyDevice, ARepeatedSessionIsRefusedAndTheFirstReplyStays) {

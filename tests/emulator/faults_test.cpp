@@ -123,6 +123,58 @@ TEST(Rules, ArgumentsReachTheirPlaces) {
   EXPECT_EQ(plan.link.piece_pause.count(), 2);
 }
 
+ImposedReturn imposed_by(const std::string& action) {
+  const CallPlan plan = rules_of("on any do " + action).plan(call("ConsultarSAT"));
+  EXPECT_TRUE(plan.fiscal.imposed) << action;
+  return plan.fiscal.imposed.value_or(ImposedReturn{});
+}
+
+TEST(Rules, ReturnTakesAMessageWithoutACccc) {
+  const ImposedReturn imposed = imposed_by("return 08099 Falha do leitor 1999");
+  EXPECT_EQ(imposed.code, 8099);
+  EXPECT_EQ(imposed.cccc, 0);
+  EXPECT_EQ(imposed.message, "Falha do leitor 1999");
+}
+
+TEST(Rules, ReturnTakesAWholeReplyAsItStands) {
+  const std::string reply = "{session}|06000|0000|a  b#1 x=2|||QUI=|{date}|{key}|10.00||QUJDRA==";
+  EXPECT_EQ(imposed_by("return " + reply + "   # a comment").whole, reply);
+  const ImposedReturn denied = imposed_by("carry-out-return stored=yes " + reply);
+  EXPECT_EQ(denied.whole, reply);
+  EXPECT_TRUE(denied.carried_out);
+  EXPECT_TRUE(denied.stored);
+}
+
+TEST(Replies, ForCertainCallsWinOverThoseForAll) {
+  FaultRules rules(1);
+  rules.add_replies(
+      "# what this device answers\n"
+      "ConsultarSAT nth=2 {session}|08098|Ocupado||\n"
+      "ConsultarSAT       {session}|08000|Em uso  por A||\n");
+  std::vector<std::string> replies;
+  for (int i = 1; i <= 3; ++i) replies.push_back(rules.plan(call("ConsultarSAT", i)).fiscal.imposed->whole);
+  EXPECT_THAT(replies, testing::ElementsAre("{session}|08000|Em uso  por A||", "{session}|08098|Ocupado||",
+                                            "{session}|08000|Em uso  por A||"));
+  EXPECT_FALSE(rules.plan(call("BloquearSAT")).fiscal.imposed);
+}
+
+TEST(Replies, WrongOnesAreRefusedWithTheirLine) {
+  for (const auto& [text, complaint] :
+       {std::pair("ConsultarSAT", "line 1: a line reads: WHAT [CONDITION...] REPLY"),
+        {"{session}|08000|x||", "a line reads"},
+        {"\nNada {session}|08000|x||", "line 2: no function is called \"Nada\""},
+        {"ConsultarSAT when=2 {session}|08000|x||", "is no condition"},
+        {"ConsultarSAT {session}|8000|x||", "a reply reads SESSION|EEEEE|..."}}) {
+    FaultRules rules(1);
+    try {
+      rules.add_replies(text);
+      ADD_FAILURE() << text;
+    } catch (const FaultSyntaxError& error) {
+      EXPECT_THAT(error.what(), HasSubstr(complaint)) << text;
+    }
+  }
+}
+
 TEST(Rules, WrongOnesAreRefusedWithTheirLine) {
   const std::pair<const char*, const char*> rows[] = {
       {"on any silence", "line 1: a rule reads"},
@@ -139,7 +191,9 @@ TEST(Rules, WrongOnesAreRefusedWithTheirLine) {
       {"on any do nak many", "\"many\" is no number"},
       {"on any do hangup 1 with=2", "unknown argument with="},
       {"on any do blocked nobody", "\"nobody\" is none of"},
-      {"on any do return 06000 0000 a|b", "a message holds no"},
+      {"on any do return 06000 0000 a|b", "a reply reads SESSION|EEEEE|..."},
+      {"on any do return {session}|08000|{what}||", "the places of a reply are {session}, {date} and {key}"},
+      {"on any do return {session}|08000|a\x03||", "a reply holds no STX or ETX"},
       {"on any do carry-out-return 06099 stored=maybe", "stored= is yes or no"},
       {"on any do silence\non any do x", "line 2: "},
   };

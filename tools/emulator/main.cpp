@@ -65,13 +65,15 @@ void mask_file(const std::string& from, const std::string& to) {
 
 FaultRules read_rules(const Options& options, std::uint64_t seed) {
   FaultRules rules(seed);
-  for (const std::string& path : options.fault_files) {
+  const auto add_file = [&](const std::string& path, void (FaultRules::*add)(const std::string& text)) {
     try {
-      rules.add(read_file(path));
+      (rules.*add)(read_file(path));
     } catch (const FaultSyntaxError& error) {
       throw Failure(kExitInputFile, path + ": " + error.what());
     }
-  }
+  };
+  for (const std::string& path : options.reply_files) add_file(path, &FaultRules::add_replies);
+  for (const std::string& path : options.fault_files) add_file(path, &FaultRules::add);
   for (const std::string& rule : options.faults) rules.add(rule);
   return rules;
 }

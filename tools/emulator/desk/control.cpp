@@ -15,7 +15,6 @@ using nlohmann::json;
 
 namespace {
 
-constexpr const char* kBlanks = " \t\r";
 constexpr int kDeepest = 4;  // of a JSON object with orders
 
 }  // namespace
@@ -198,10 +197,7 @@ void Control::unlock(const std::string&, json&) {
 }
 
 void Control::hang_up(const std::string& argument, json&) {
-  std::istringstream stream(argument);
-  std::vector<std::string> words;
-  for (std::string word; stream >> word;) words.push_back(word);
-  const ActionArguments arguments(words);
+  const ActionArguments arguments(argument);
   arguments.check_names({"back", "as"});
   line_.request_absence(absence_of(arguments));
 }

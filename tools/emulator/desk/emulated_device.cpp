@@ -58,7 +58,8 @@ LinkFaults EmulatedDevice::link_faults(const std::string& text) {
 std::string EmulatedDevice::reply(const std::string& text) {
   const auto start = Clock::now();
   const Command command = parse_command(text);
-  const Reply reply = is_static() ? static_reply(command) : device_.execute(command, plan_.fiscal);
+  const Reply reply =
+      is_static() && !plan_.fiscal.imposed ? static_reply(command) : device_.execute(command, plan_.fiscal);
   std::string answer = latin1_ ? to_latin1(reply.text()) : reply.text();
   if (plan_.previous_reply && !former_reply_.empty())
     std::swap(answer, former_reply_);

@@ -4,68 +4,23 @@
 //   on EnviarDadosVenda nth=2 do nak 3
 //   on any chance=5 do wrong-checksum 1
 //
+// and of replies that are given as they stand, which are rules in other words:
+//
+//   WHAT [CONDITION...] REPLY
+//   ConsultarSAT nth=2 {session}|08000|SAT em operacao||
+//
 // With the same seed the same calls meet the same faults.
 #pragma once
 
 #include <cstdint>
 #include <map>
 #include <random>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "device/device.h"
-#include "line/conversation.h"
+#include "desk/fault_actions.h"
 
 namespace emulator {
-
-class FaultSyntaxError : public std::invalid_argument {
- public:
-  using std::invalid_argument::invalid_argument;
-};
-
-// All that goes wrong in one call.
-struct CallPlan {
-  LinkFaults link;
-  FiscalFaults fiscal;
-  bool previous_reply = false;
-  std::size_t reply_size = 0;  // the reply is filled up to this many bytes; 0: as it is
-  int hold_for = 1;            // the rule stays in force for this many calls
-  std::string names;           // of the actions, for the log
-};
-
-// What stands behind an action's name: plain words and NAME=VALUE.
-class ActionArguments {
- public:
-  explicit ActionArguments(const std::vector<std::string>& words);
-
-  std::size_t count() const { return plain_.size(); }
-  const std::string& word(std::size_t index) const { return plain_.at(index); }
-  // The rest of the line from this word on.
-  std::string words_from(std::size_t index) const;
-  std::int64_t number(std::size_t index, std::int64_t otherwise, std::int64_t most) const;
-  std::int64_t number(const std::string& name, std::int64_t otherwise, std::int64_t most) const;
-  std::string text(const std::string& name) const;
-  void check_names(const std::vector<std::string>& known) const;
-
- private:
-  std::vector<std::string> plain_;
-  std::map<std::string, std::string> named_;
-};
-
-// back=MS and as=NAME. A name is a name: it cannot lead out of the link's folder.
-Absence absence_of(const ActionArguments& arguments);
-
-struct FaultAction {
-  const char* name;
-  const char* usage;
-  std::size_t least, most;         // plain arguments
-  std::vector<std::string> named;  // names that it knows
-  const char* effect;
-  void (*apply)(const ActionArguments& arguments, CallPlan& plan);
-};
-
-const std::vector<FaultAction>& fault_actions();
 
 class FaultRules {
  public:
@@ -74,6 +29,8 @@ class FaultRules {
   // Lines with rules, empty lines and comments behind "#". Throws FaultSyntaxError, naming the line; then
   // no rule was added.
   void add(const std::string& text);
+  // The same for lines with replies. Those for certain calls win over those for all calls of a function.
+  void add_replies(const std::string& text);
   void clear() { rules_.clear(); }
   std::vector<std::string> lines() const;
 
@@ -86,13 +43,17 @@ class FaultRules {
     std::string what;  // a function's name, "fiscal" or "any"
     std::map<std::string, std::int64_t> conditions;
     const FaultAction* action = nullptr;
-    std::vector<std::string> arguments;
+    std::string arguments;
     std::int64_t seen = 0;
     std::int64_t fired = 0;
     std::int64_t held = 0;  // calls for which it stays in force
   };
 
+  static std::vector<Rule> parse_lines(const std::string& text, Rule (*parse_line)(const std::string& line));
   static Rule parse(const std::string& line);
+  static Rule parse_reply(const std::string& line);
+  static void add_condition(Rule& rule, const std::string& condition);
+  static void set_action(Rule& rule, const std::string& name);
   bool fires(Rule& rule, const Command& command);
   static bool matches(const Rule& rule, const Command& command);
 

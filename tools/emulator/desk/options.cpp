@@ -66,6 +66,8 @@ Fault rules, one to a line (--faults FILE, --fault RULE, order "fault" of the co
   on WHAT [CONDITION...] do ACTION [ARGUMENT...]
   WHAT       a function, fiscal (sales and cancellations) or any
   CONDITION  nth=N  every=N  from=N  times=N  chance=PERCENT  session=N
+  REPLY      a whole reply with {session}, {date} and {key} where they differ from call to call
+             --replies FILE holds lines of WHAT [CONDITION...] REPLY
 )";
   for (const FaultAction& action : fault_actions()) {
     text += row(std::string(action.name) + (*action.usage != '\0' ? " " : "") + action.usage, action.effect);
@@ -162,6 +164,7 @@ void add_trouble_options(CLI::App& app, Options& o) {
   trouble.value("--profile", "NAME", o.profiles, "Quirk of devices in the field")
       ->allow_extra_args(false)
       ->check(validator(profile_called));
+  trouble.value("--replies", "FILE", o.reply_files, "Whole replies of this file")->allow_extra_args(false);
   trouble.value("--faults", "FILE", o.fault_files, "Fault rules of this file")->allow_extra_args(false);
   trouble.value("--fault", "RULE", o.faults, "One fault rule")
       ->allow_extra_args(false)

@@ -43,6 +43,7 @@ struct Options {
 
   // Trouble.
   std::vector<std::string> profiles;
+  std::vector<std::string> reply_files;
   std::vector<std::string> fault_files;
   std::vector<std::string> faults;
 

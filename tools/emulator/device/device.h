@@ -38,6 +38,7 @@ struct ImposedReturn {
   int code = 0;
   int cccc = 0;
   std::string message;       // empty: the code's own
+  std::string whole;         // a template that takes the place of all these; empty: none
   bool carried_out = false;  // the call takes place all the same
   bool stored = false;       // and yet this is what ConsultarNumeroSessao finds
 };

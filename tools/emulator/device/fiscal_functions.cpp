@@ -2,6 +2,7 @@
 
 #include "device/crypto.h"
 #include "device/function_call.h"
+#include "device/reply_template.h"
 #include "documents/identifiers.h"
 #include "documents/sale.h"
 
@@ -133,20 +134,37 @@ const Receipt& FunctionCall::sale_to_cancel() const {
   return *sale;
 }
 
+AccessKey FunctionCall::new_key(const std::string& issuer_cnpj, int& counter) {
+  AccessKey key;
+  key.state = state_.uf;
+  key.year_month = format_date(now_).substr(2, 4);
+  key.cnpj = issuer_cnpj;
+  key.serial = state_.serial;
+  key.number = counter;
+  key.random = random_part(device_.seed(), counter);
+  counter = counter == kLastNumber ? 1 : counter + 1;
+  return key;
+}
+
+// Its key is that of a document which leaves no receipt.
+Reply FunctionCall::filled_in(const std::string& reply_template) {
+  constexpr const char* kAnyIssuer = "11222333000181";
+  const AccessKey key = new_key(state_.cnpj.empty() ? kAnyIssuer : state_.cnpj, state_.next_test_number);
+  Reply reply;
+  reply.fields =
+      split_fields(fill_in(reply_template, {command_.session, format_moment(now_), "CFe" + key.digits()}));
+  if (reply.fields.size() > 1) reply.code = small_number(reply.fields[1]).value_or(0);
+  return reply;
+}
+
 DocumentFacts FunctionCall::new_document(const std::string& issuer_cnpj, int& counter, Cents total,
                                          const std::string& buyer) {
   DocumentFacts facts;
-  facts.key.state = state_.uf;
-  facts.key.year_month = format_date(now_).substr(2, 4);
-  facts.key.cnpj = issuer_cnpj;
-  facts.key.serial = state_.serial;
-  facts.key.number = counter;
-  facts.key.random = random_part(device_.seed(), counter);
+  facts.key = new_key(issuer_cnpj, counter);
   facts.moment = now_;
   facts.software_version = state_.software_version;
   facts.layout_version = kLayoutVersion;
   facts.qr_signature = device_.signing_key().sign(qr_text(facts.key.digits(), now_, total, buyer));
-  counter = counter == kLastNumber ? 1 : counter + 1;
   return facts;
 }
 

@@ -67,6 +67,10 @@ FunctionCall::Handler FunctionCall::handler(FunctionId id) {
 }
 
 Reply FunctionCall::run() {
+  const ImposedReturn* imposed = faults_.imposed ? &*faults_.imposed : nullptr;
+  if (imposed != nullptr && !faults_.processing && !imposed->carried_out && !imposed->whole.empty()) {
+    return canned_reply(*imposed);
+  }
   // A session that is refused or told to come back is as if it had never been: the reply that its number
   // may already have stays, and the number may be used again. A device at work looks at nothing.
   try {
@@ -81,7 +85,7 @@ Reply FunctionCall::run() {
   Reply reply;
   try {
     check_arguments();
-    if (faults_.imposed && !faults_.imposed->carried_out) throw refusal_of(*faults_.imposed);
+    if (imposed != nullptr && !imposed->carried_out) throw refusal_of(*imposed);
     check_activation_code();
     reply = compose((this->*handler(function_.id))(), 0, "");
   } catch (const Refusal& refusal) {
@@ -93,13 +97,25 @@ Reply FunctionCall::run() {
   else
     reply.fields = split_fields(verbatim_);
   remember(reply);
-  return faults_.imposed && faults_.imposed->carried_out ? denial(*faults_.imposed) : reply;
+  return imposed != nullptr && imposed->carried_out ? denial(*imposed) : reply;
+}
+
+// Given whatever the command holds, as by a device that a test suite has made up.
+Reply FunctionCall::canned_reply(const ImposedReturn& imposed) {
+  Reply reply = filled_in(imposed.whole);
+  if (session_number(command_.session)) remember(reply);
+  return reply;
 }
 
 Reply FunctionCall::denial(const ImposedReturn& imposed) {
   extra_.clear();
-  Reply reply = compose(imposed.code, imposed.cccc, imposed.message);
-  shape(reply);
+  Reply reply;
+  if (imposed.whole.empty()) {
+    reply = compose(imposed.code, imposed.cccc, imposed.message);
+    shape(reply);
+  } else {
+    reply = filled_in(imposed.whole);
+  }
   if (imposed.stored && function_.recorded) {
     keep(state_.sessions, SessionReply{state_.last_session, reply.text()}, kMostSessions);
   }

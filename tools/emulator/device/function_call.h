@@ -71,6 +71,8 @@ class FunctionCall {
   void check_may_sell() const;
   void check_signature(const std::string& signature) const;
   const Receipt& sale_to_cancel() const;
+  Reply filled_in(const std::string& reply_template);
+  AccessKey new_key(const std::string& issuer_cnpj, int& counter);
   DocumentFacts new_document(const std::string& issuer_cnpj, int& counter, Cents total,
                              const std::string& buyer);
   void issue(const DocumentFacts& facts, const std::string& xml, Receipt receipt);
@@ -78,7 +80,8 @@ class FunctionCall {
   [[noreturn]] void refuse(int last_two_digits, const std::string& message = {}, int cccc = 0) const;
   [[noreturn]] static void refuse_with(int code);
   Reply compose(int code, int cccc, const std::string& message) const;
-  // What the till is told of a call that took place.
+  // What the till is told instead of a call, or of one that took place.
+  Reply canned_reply(const ImposedReturn& imposed);
   Reply denial(const ImposedReturn& imposed);
   void shape(Reply& reply) const;
   void remember(const Reply& reply);
