@@ -438,7 +438,10 @@ TALVEX_API int OLK_GetIniFileValue(const char* pIniFileName, const char* pSessio
  * behind that section, and text in front of it is lost too. Write such files anew instead.
  * Returns a code of 0 or more from the list above; TALVEX_INI_ERR_INVALID_PARAM for a null file name or
  * section; or TALVEX_INI_ERR_NOT_FOUND, TALVEX_INI_ERR_CREATE. After TALVEX_INI_ERR_CREATE the file is
- * unchanged, unless the disk was full: then a part of what was to be added may stand at its end. */
+ * unchanged, unless the disk was full: then a part of what was to be added may stand at its end. After
+ * TALVEX_INI_ERR_NOT_FOUND that may be so too, when an item was to be added to the last section; any other
+ * change rewrites the file, and on a full disk leaves only the beginning of the new text, or nothing: keep a
+ * copy. A file that cannot be opened for writing is unchanged in every case. */
 TALVEX_API int OLK_SetIniFileValue(const char* pIniFileName, const char* pSession, const char* pItem,
                                    const char* pNewValue);
 

@@ -28,6 +28,8 @@ Excerpt excerpt_of(const char* frame, uint32_t etx) {
   return excerpt;
 }
 
+// Kept: behind a short frame the line goes on with what a refused reception of the same call left in the
+// buffer.
 void trace_frame(const char* frame, uint32_t etx, const Excerpt& excerpt) {
   if (etx <= kLargeTraceSize) {
     API_TRACE_IN(kReadBuf, kInfo, "Lnx Rcvd\n\t << SAT->SO  Recv[%04d:<STX>%s]\n",

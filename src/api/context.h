@@ -4,14 +4,15 @@
 #include <stdint.h>
 
 #include "api/settings.h"
+#include "talvex/talvex.h"
 
 inline constexpr char kIniFileName[] = "SAT.ini";
 
 struct SatContext {
   bool is_set_up;
   Settings settings;
-  char strSatProtLogFilePath[200];
-  char strSatProtLogFileName[200];
+  char strSatProtLogFilePath[sizeof TalvexLogConfiguration::strLogFilePath];
+  char strSatProtLogFileName[sizeof strSatProtLogFilePath + 64];
   char CurSatCmdInProc[64];  // the SAT function in progress, for a size-control loop on another thread
 };
 extern SatContext gl_tSat;

@@ -261,10 +261,9 @@ void CreateSAT_ProtLogFile() {
           kApiSourcePath, kCreate, rc, directory, hex32(gl_iFd));
     return;
   }
-  char name[sizeof gl_tSat.strSatProtLogFilePath + 64];
-  snprintf(name, sizeof name, "%s/%04d%02d%02d_SAT_ProtocolLog.txt", directory, today.tm_year + 1900,
-           today.tm_mon + 1, today.tm_mday);
-  copy_text(gl_tSat.strSatProtLogFileName, name);
+  char* name = gl_tSat.strSatProtLogFileName;
+  snprintf(name, sizeof gl_tSat.strSatProtLogFileName, "%s/%04d%02d%02d_SAT_ProtocolLog.txt", directory,
+           today.tm_year + 1900, today.tm_mon + 1, today.tm_mday);
   const int descriptor = open_log_file(name, S_IRUSR | S_IWUSR);
   exchange_descriptor(descriptor);
   if (descriptor != -1) {

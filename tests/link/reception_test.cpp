@@ -54,6 +54,23 @@ TEST_F(ReceptionTest, NothingButTheChecksumIsChangedBehindTheText) {
   EXPECT_EQ(std::string(gl_sSatPkt, 5), std::string("AB\0\x03\0", 5));
 }
 
+// The buffer is cleared once in a call, and its line shows all of it up to the first NUL.
+TEST_F(ReceptionTest, LineOfTheFrameGoesOnWithWhatARefusedReceptionLeftBehindIt) {
+  device().play({send("\x02"
+                      "ABCDEFGH\x7F\x03"),
+                 expect_nak(),
+                 send("\x02"
+                      "AB\x83\x03"),
+                 expect_ack()});
+  EXPECT_EQ(receive(), 2);
+  expect_script_played();
+  EXPECT_EQ(reply(), "AB");
+  EXPECT_THAT(with_text(reading_lines(), "Rcvd"),
+              ElementsAre("INF Lnx Rcvd\n\t << SAT->SO  Recv[0010:<STX>AB\x83\x03"
+                          "EFGH\x7F\x03]\n",
+                          "INF Lnx Rcvd\n\t <<  SO->PC   Rsp[00002:AB]\n"));
+}
+
 TEST_F(ReceptionTest, BytesOfTheTextPassUntouched) {
   const std::string text = "42|08000|não \xFF\x80\x02\x06\x15\x7F|\t\r\n";
   device().play({send_frame(text), expect_ack()});

@@ -109,9 +109,9 @@ std::string message_line(const std::string& text) {
 std::string create_line(const std::string& tag, const std::string& text) {
   return api_line(tag, "CreateSAT_ProtLogFile", text);
 }
-std::string opened_line(const char* name) {
+std::string opened_line(const std::string& name) {
   return create_line("INF", printed("---  rc[-01101]OK:logFd[%08Xh] pcLogName[%s]Created!!!\n",
-                                    static_cast<unsigned>(gl_iFd), name));
+                                    static_cast<unsigned>(gl_iFd), name.c_str()));
 }
 const std::string kUpdated = create_line("WRN", "---  gl_tSat.strSatProtLogFilePath[Log]UPDATED\n");
 
@@ -487,20 +487,23 @@ TEST_F(ProtocolLog, ALinkInThePlaceOfTheFileLeadsNowhere) {
   EXPECT_EQ(read_file("precious"), "kept");
 }
 
-TEST_F(ProtocolLog, APathLongerThanItsFieldIsCutAndLeavesTheNeighboursAlone) {
+// The longest path that the trace log's settings hold.
+TEST_F(ProtocolLog, ALongPathIsTheTraceLogsWhole) {
   std::string path;
-  while (path.size() < 300) path += "./";
-  set_path(path + "Log");
-  std::memset(gl_tSat.CurSatCmdInProc, 0x5A, sizeof gl_tSat.CurSatCmdInProc);
+  while (path.size() + 100 < sizeof tLog.strLogFilePath) path += std::string(99, 'd') + "/";
+  path.resize(sizeof tLog.strLogFilePath - 1, 'e');
+  std::filesystem::create_directories(path);
+  set_path(path);
+  log_up_to(kInfo);
   CreateSAT_ProtLogFile();
-  EXPECT_EQ(gl_tSat.strSatProtLogFilePath, path.substr(0, 199));
-  EXPECT_EQ(std::strlen(gl_tSat.strSatProtLogFileName), sizeof gl_tSat.strSatProtLogFileName - 1);
-  EXPECT_EQ(std::string(gl_tSat.CurSatCmdInProc, sizeof gl_tSat.CurSatCmdInProc),
-            std::string(sizeof gl_tSat.CurSatCmdInProc, 0x5A));
-  EXPECT_TRUE(std::filesystem::exists("20200727_SAT_ProtocolLog.txt"));
-  take_lines();
-  open_log_and_stdout();
-  EXPECT_THAT(take_lines(), IsEmpty());
+  EXPECT_EQ(gl_tSat.strSatProtLogFilePath, path);
+  const std::string name = path + "/20200727_SAT_ProtocolLog.txt";
+  EXPECT_EQ(gl_tSat.strSatProtLogFileName, name);
+  EXPECT_TRUE(std::filesystem::exists(name));
+  EXPECT_THAT(take_lines(),
+              ElementsAre(create_line("WRN", "---  gl_tSat.strSatProtLogFilePath[" + path + "]UPDATED\n"),
+                          opened_line(name)));
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator("."), {}), 1) << "no directory of a cut name";
 }
 
 // ---- A frame while no file is open ------------------------------------------------------------------
