@@ -796,6 +796,15 @@ class CommandLineTest(DeskTest):
         self.assertTrue(first.startswith("000042|06000|0000|"))
         self.assertEqual(emulator.call("EnviarDadosVenda", "000042", "x", "y"), first)
 
+    def test_a_profile_lets_only_the_last_sale_be_cancelled(self):
+        emulator = self.ready("--profile", "last-sale-only")
+        keys = [emulator.call("EnviarDadosVenda", "00000%d" % n, CODE, sale()).split("|")[8] for n in (1, 2)]
+        xml = ('<CFeCanc><infCFe chCanc="%s"><ide><CNPJ>12345678000195</CNPJ><signAC>x</signAC>'
+               "<numeroCaixa>001</numeroCaixa></ide></infCFe></CFeCanc>")
+        codes = [emulator.call("CancelarUltimaVenda", "00001%d" % n, CODE, keys[n], xml % keys[n]).split("|")[1]
+                 for n in (0, 1)]
+        self.assertEqual(codes, ["07002", "07000"])
+
     def test_without_activation_it_does_not_sell(self):
         emulator = self.start()
         self.assertEqual(emulator.call("EnviarDadosVenda", "000001", CODE, sale()).split("|")[1], "06002")

@@ -490,6 +490,63 @@ TEST_F(ReadyDevice, AnUpdateRaisesTheSoftwareVersion) {
   EXPECT_EQ(call("ConsultarStatusOperacional", {kCode})[18], "010001");
 }
 
+// ---- encodings of documents
+
+class Encodings : public ReadyDevice {
+ protected:
+  // The name of the article with an accent, in the bytes given.
+  std::vector<std::string> sell_article(const std::string& declaration, const std::string& name) {
+    std::string xml = SaleData().xml();
+    xml.replace(xml.find("Artigo"), 6, name);
+    return call("EnviarDadosVenda", {kCode, declaration + xml});
+  }
+  static std::string declared(const std::string& encoding) {
+    return "<?xml version=\"1.0\" encoding=\"" + encoding + "\"?>";
+  }
+};
+
+TEST_F(Encodings, ADocumentIsReadAsItDeclares) {
+  for (const auto& [declaration, name] : {std::pair(std::string(), "Caf\xC3\xA9"),
+                                          {declared("UTF-8"), "Caf\xC3\xA9"},
+                                          {"\xEF\xBB\xBF" + declared("utf-8"), "Caf\xC3\xA9"},
+                                          {declared("ISO-8859-1"), "Caf\xE9"},
+                                          {declared("windows-1252"), "Caf\xE9"},
+                                          {declared("us-ascii"), "Cafe"}}) {
+    const auto reply = sell_article(declaration, name);
+    ASSERT_EQ(reply[1], "06000") << declaration;
+    if (declaration.find("ascii") != std::string::npos) continue;
+    EXPECT_THAT(*base64_decode(reply[6]), testing::HasSubstr("<xProd>Caf\xC3\xA9</xProd>"));
+  }
+}
+
+TEST_F(Encodings, BytesThatDoNotFitAreRefusedWithTheirPlace) {
+  for (const auto& [declaration, encoding] : {std::pair(std::string(), "utf-8"),
+                                              {declared("UTF-8"), "utf-8"},
+                                              {declared("US-ASCII"), "us-ascii"}}) {
+    const auto reply = sell_article(declaration, "Caf\xE9");
+    EXPECT_THAT((std::vector<std::string>{reply[1], reply[2]}), ElementsAre("06010", "1224"));
+    const auto place = (declaration + SaleData().xml()).find("Artigo") + 3;
+    EXPECT_THAT(reply[3],
+                testing::EndsWith(std::string("(") + encoding + ", byte " + std::to_string(place) + ")"));
+  }
+  EXPECT_EQ(sell_article(declared("US-ASCII"), "Caf\xC3\xA9")[2], "1224");
+  EXPECT_EQ(sell_article(declared("UTF-16"), "Cafe")[2], "1224");
+  EXPECT_EQ(sell_article(declared("klingon"), "Cafe")[2], "1224");
+  EXPECT_TRUE(device.state().receipts.empty());
+}
+
+TEST_F(ReadyDevice, MayCancelTheVeryLastSaleOnly) {
+  const std::string first = sell()[8];
+  const std::string second = sell()[8];
+  device.surroundings().last_sale_only = true;
+  const auto refused = cancel(first);
+  EXPECT_THAT((std::vector<std::string>{refused[1], refused[2]}), ElementsAre("07002", "1219"));
+  EXPECT_EQ(cancel(second)[1], "07000");
+  EXPECT_EQ(cancel(first)[2], "1219");
+  device.surroundings().last_sale_only = false;
+  EXPECT_EQ(cancel(first)[1], "07000");
+}
+
 // ---- faults of one call
 
 TEST_F(ReadyDevice, ABusyDeviceForgetsTheCall) {

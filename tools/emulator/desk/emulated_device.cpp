@@ -26,6 +26,7 @@ EmulatedDevice::EmulatedDevice(Device& device, FaultRules& rules, const EventLog
 
 void EmulatedDevice::set_profiles(std::vector<const Profile*> profiles) {
   profiles_ = std::move(profiles);
+  device_.surroundings().last_sale_only = uses(kLastSaleOnlyProfile);
   device_.surroundings().shape = [this](const Function& function, Reply& reply) {
     for (const Profile* profile : profiles_) {
       if (profile->shape != nullptr) profile->shape(function, reply);
@@ -33,10 +34,9 @@ void EmulatedDevice::set_profiles(std::vector<const Profile*> profiles) {
   };
 }
 
-bool EmulatedDevice::is_static() const {
-  return std::any_of(profiles_.begin(), profiles_.end(), [](const Profile* profile) {
-    return profile->name == std::string_view(kStaticProfile);
-  });
+bool EmulatedDevice::uses(std::string_view profile) const {
+  return std::any_of(profiles_.begin(), profiles_.end(),
+                     [profile](const Profile* used) { return used->name == profile; });
 }
 
 Reply EmulatedDevice::static_reply(const Command& command) {
@@ -58,8 +58,8 @@ LinkFaults EmulatedDevice::link_faults(const std::string& text) {
 std::string EmulatedDevice::reply(const std::string& text) {
   const auto start = Clock::now();
   const Command command = parse_command(text);
-  const Reply reply =
-      is_static() && !plan_.fiscal.imposed ? static_reply(command) : device_.execute(command, plan_.fiscal);
+  const Reply reply = uses(kStaticProfile) && !plan_.fiscal.imposed ? static_reply(command)
+                                                                    : device_.execute(command, plan_.fiscal);
   std::string answer = latin1_ ? to_latin1(reply.text()) : reply.text();
   if (plan_.previous_reply && !former_reply_.empty())
     std::swap(answer, former_reply_);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "desk/faults.h"
@@ -29,7 +30,7 @@ class EmulatedDevice : public Service {
   void hung_up(const std::string& complaint) override;
 
  private:
-  bool is_static() const;
+  bool uses(std::string_view profile) const;
   Reply static_reply(const Command& command);
 
   Device& device_;

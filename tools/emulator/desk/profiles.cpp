@@ -110,6 +110,7 @@ const std::vector<Profile>& profiles() {
          for (std::string& field : r.fields) field = without_accents(field);
        }},
       {"total-15-digits", "the total of a document is fifteen digits, in cents", total_15_digits},
+      {kLastSaleOnlyProfile, "only the very last sale can be cancelled", nullptr},
       {kStaticProfile, "the same successful reply per function, whatever the state", nullptr},
   };
   return table;

@@ -29,6 +29,7 @@ struct Surroundings {
   std::string battery = "ALTO";
   std::string memory_total = "1 Gbytes";
   int wrong_code_limit = 5;
+  bool last_sale_only = false;  // no other can be cancelled
   // Gives a finished reply the quirks of a device in the field, before it is stored.
   std::function<void(const Function&, Reply&)> shape;
 };

@@ -129,6 +129,9 @@ const Receipt& FunctionCall::sale_to_cancel() const {
     return receipt.kind == "sale" && receipt.key == argument(1);
   });
   if (sale == nullptr) invalid(Cause::receipt_unknown);
+  const Receipt* last =
+      newest(state_.receipts, [](const Receipt& receipt) { return receipt.kind == "sale"; });
+  if (surroundings_.last_sale_only && sale != last) invalid(Cause::not_the_last_sale);
   if (!sale->cancelled_by.empty()) invalid(Cause::already_cancelled);
   if (now_ - sale->issued > kCancellationLimit) invalid(Cause::too_late_to_cancel);
   return *sale;

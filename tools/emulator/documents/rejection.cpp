@@ -8,6 +8,7 @@ const std::vector<CauseRow>& causes() {
   static const std::vector<CauseRow> table{
       {Cause::not_understood, 1999, "erro não identificado"},
       {Cause::not_xml, 1225, "falha no schema XML"},
+      {Cause::encoding, 1224, "bytes não correspondem à codificação declarada"},
       {Cause::missing_field, 1226, "campo obrigatório ausente"},
       {Cause::too_many, 1227, "quantidade de ocorrências fora do limite"},
       {Cause::issuer_unknown, 1203, "emitente não autorizado neste SAT"},
@@ -34,6 +35,7 @@ const std::vector<CauseRow>& causes() {
       {Cause::payments_below_total, 1534, "pagamentos não cobrem o valor total"},
       {Cause::receipt_unknown, 1217, "CF-e não emitido por este SAT"},
       {Cause::already_cancelled, 1218, "CF-e já cancelado"},
+      {Cause::not_the_last_sale, 1219, "CF-e não é o último emitido"},
       {Cause::key_check_digit, 1236, "chave de acesso inválida"},
       {Cause::too_late_to_cancel, 1412, "CF-e não emitido nos 30 minutos anteriores"},
   };

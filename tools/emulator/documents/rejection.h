@@ -12,6 +12,7 @@ namespace emulator {
 enum class Cause {
   not_understood,
   not_xml,
+  encoding,
   missing_field,
   too_many,
   issuer_unknown,
@@ -38,6 +39,7 @@ enum class Cause {
   payments_below_total,
   receipt_unknown,
   already_cancelled,
+  not_the_last_sale,
   key_check_digit,
   too_late_to_cancel,
 };

@@ -2,6 +2,8 @@
 
 #include <sstream>
 
+#include "documents/encoding.h"
+
 namespace emulator {
 
 Element Element::child(const char* name) const {
@@ -43,12 +45,22 @@ struct NamespaceRemover : pugi::xml_tree_walker {
   }
 };
 
+// How the text is to be read; Rejected if its bytes do not fit what it declares.
+pugi::xml_encoding encoding_of(std::string_view text) {
+  const std::string declared = declared_encoding(text);
+  if (is_latin1(declared)) return pugi::encoding_latin1;
+  if (declared != kUtf8 && declared != kAscii) throw Rejected(Cause::encoding, declared);
+  const auto misfit = declared == kAscii ? first_byte_not_ascii(text) : first_byte_not_utf8(text);
+  if (misfit) throw Rejected(Cause::encoding, declared + ", byte " + std::to_string(*misfit));
+  return pugi::encoding_utf8;
+}
+
 }  // namespace
 
 Element parse_group(pugi::xml_document& document, std::string_view text, const char* root,
                     const char* group) {
-  const auto result = document.load_buffer(text.data(), text.size(), pugi::parse_default);
-  if (!result) throw Rejected(Cause::not_xml, "posicao " + std::to_string(result.offset));
+  const auto result = document.load_buffer(text.data(), text.size(), pugi::parse_default, encoding_of(text));
+  if (!result) throw Rejected(Cause::not_xml, "posição " + std::to_string(result.offset));
   NamespaceRemover remover;
   document.traverse(remover);
   return {Element(document, "").child(root).child(group).node(), ""};
