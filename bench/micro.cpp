@@ -5,12 +5,12 @@
 #include <string>
 #include <vector>
 
+#include "api/api_trace.h"
 #include "api/configuration.h"
 #include "api/context.h"
 #include "api/packet_buffer.h"
 #include "api/protocol_log.h"
 #include "olk_sat_utils/dissectors.h"
-#include "olk_utils/trace_log.h"
 #include "talvex/talvex.h"
 
 namespace {

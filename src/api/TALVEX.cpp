@@ -8,6 +8,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "api/api_trace.h"
 #include "api/call.h"
 #include "api/communicate.h"
 #include "api/context.h"
@@ -16,7 +17,6 @@
 #include "api/version.h"
 #include "olk_sat_utils/frames.h"
 #include "olk_utils/bounded_text.h"
-#include "olk_utils/trace_log.h"
 
 namespace {
 

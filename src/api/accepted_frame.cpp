@@ -4,9 +4,9 @@
 #include <string.h>
 
 #include "api/acknowledgement.h"
+#include "api/api_trace.h"
 #include "api/protocol_log.h"
 #include "olk_sat_utils/dissectors.h"
-#include "olk_utils/trace_log.h"
 
 namespace {
 

@@ -3,12 +3,12 @@
 #include <errno.h>
 #include <string.h>
 
+#include "api/api_trace.h"
 #include "api/errno_trace.h"
 #include "api/port_io.h"
 #include "api/time_limits.h"
 #include "olk_sat_utils/frames.h"
 #include "olk_utils/system_clock.h"
-#include "olk_utils/trace_log.h"
 
 namespace {
 

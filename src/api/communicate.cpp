@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <string.h>
 
+#include "api/api_trace.h"
 #include "api/discovery.h"
 #include "api/link_codes.h"
 #include "api/protocol_log.h"
@@ -12,7 +13,6 @@
 #include "api/version.h"
 #include "olk_sat_utils/return_codes.h"
 #include "olk_utils/bounded_text.h"
-#include "olk_utils/trace_log.h"
 
 namespace {
 

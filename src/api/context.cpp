@@ -3,12 +3,13 @@
 #include <string.h>
 #include <sys/stat.h>
 
+#include "api/api_trace.h"
 #include "api/configuration.h"
+#include "api/default_configuration.h"
 #include "api/protocol_log.h"
 #include "api/version.h"
 #include "olk_utils/file_helpers.h"
 #include "olk_utils/open_file.h"
-#include "olk_utils/trace_log.h"
 
 SatContext gl_tSat;
 

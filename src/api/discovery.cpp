@@ -5,6 +5,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include "api/api_trace.h"
 #include "api/context.h"
 #include "api/link_codes.h"
 #include "api/usb_search.h"
@@ -12,7 +13,6 @@
 #include "olk_utils/ini_file.h"
 #include "olk_utils/open_file.h"
 #include "olk_utils/output.h"
-#include "olk_utils/trace_log.h"
 
 namespace {
 

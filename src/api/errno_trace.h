@@ -3,7 +3,7 @@
 
 #include <errno.h>
 
-#include "olk_utils/trace_log.h"
+#include "api/api_trace.h"
 
 // The three texts take the same values; which one is written depends on error.
 #define TRACE_BY_ERRNO(function, level, error, bad_descriptor_text, would_block_text, other_text, ...) \

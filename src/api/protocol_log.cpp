@@ -9,6 +9,7 @@
 
 #include <atomic>
 
+#include "api/api_trace.h"
 #include "api/context.h"
 #include "api/packet_buffer.h"
 #include "olk_sat_utils/frames.h"
@@ -17,7 +18,6 @@
 #include "olk_utils/open_file.h"
 #include "olk_utils/output.h"
 #include "olk_utils/system_clock.h"
-#include "olk_utils/trace_log.h"
 
 int gl_iFd;
 int gl_hComm = -1;

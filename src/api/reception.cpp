@@ -7,13 +7,13 @@
 
 #include "api/accepted_frame.h"
 #include "api/acknowledgement.h"
+#include "api/api_trace.h"
 #include "api/errno_trace.h"
 #include "api/link_codes.h"
 #include "api/port_io.h"
 #include "api/time_limits.h"
 #include "olk_sat_utils/frames.h"
 #include "olk_utils/system_clock.h"
-#include "olk_utils/trace_log.h"
 
 namespace {
 

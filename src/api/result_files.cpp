@@ -5,10 +5,10 @@
 #include <string.h>
 #include <unistd.h>
 
+#include "api/api_trace.h"
 #include "olk_utils/open_file.h"
 #include "olk_utils/output.h"
 #include "olk_utils/system_clock.h"
-#include "olk_utils/trace_log.h"
 
 namespace {
 

@@ -10,12 +10,12 @@
 
 #include <initializer_list>
 
+#include "api/api_trace.h"
 #include "api/link_codes.h"
 #include "api/port_io.h"
 #include "api/time_limits.h"
 #include "olk_utils/open_file.h"
 #include "olk_utils/system_clock.h"
-#include "olk_utils/trace_log.h"
 
 namespace {
 

@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include "api/acknowledgement.h"
+#include "api/api_trace.h"
 #include "api/errno_trace.h"
 #include "api/link_codes.h"
 #include "api/port_io.h"
@@ -13,7 +14,6 @@
 #include "olk_sat_utils/dissectors.h"
 #include "olk_sat_utils/frames.h"
 #include "olk_utils/system_clock.h"
-#include "olk_utils/trace_log.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 #include <string.h>
 
 #include "olk_sat_utils/frames.h"
+#include "olk_sat_utils/sat_utils_trace.h"
 #include "olk_sat_utils/split_text.h"
-#include "olk_utils/trace_log.h"
 
 #define COMMAND_TRACE(level, ...) SAT_UTILS_TRACE_IN("SAT_API_CmdPktParcer", level, __VA_ARGS__)
 #define RESPONSE_TRACE(level, ...) SAT_UTILS_TRACE_IN("SAT_API_RspPktParcer", level, __VA_ARGS__)

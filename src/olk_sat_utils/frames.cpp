@@ -3,7 +3,7 @@
 #include <limits.h>
 #include <string.h>
 
-#include "olk_utils/trace_log.h"
+#include "olk_sat_utils/sat_utils_trace.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <string.h>
 
-#include "olk_utils/trace_log.h"
+#include "olk_sat_utils/sat_utils_trace.h"
 
 // Kept: "CENTROESTE" is one word.
 const UfIbgeRow tTabelaUfIbge[kUfIbgeRowCount] = {

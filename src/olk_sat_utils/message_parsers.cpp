@@ -6,10 +6,10 @@
 
 #include "olk_sat_utils/frames.h"
 #include "olk_sat_utils/sat_functions.h"
+#include "olk_sat_utils/sat_utils_trace.h"
 #include "olk_sat_utils/split_text.h"
 #include "olk_utils/bounded_text.h"
 #include "olk_utils/system_clock.h"
-#include "olk_utils/trace_log.h"
 
 #define COMMAND_TRACE(...) SAT_UTILS_TRACE_IN("SAT_APP_CmdParcer", kInfo, __VA_ARGS__)
 #define RESPONSE_TRACE(level, ...) SAT_UTILS_TRACE_IN("SAT_APP_RspParcer", level, __VA_ARGS__)

@@ -5,7 +5,7 @@
 
 #include "olk_utils/output.h"
 #include "olk_utils/system_clock.h"
-#include "olk_utils/trace_log.h"
+#include "olk_utils/utils_trace.h"
 #include "talvex/talvex.h"
 
 const char pB64_EncTable[64] = {

@@ -6,7 +6,7 @@
 #include "olk_utils/bounded_text.h"
 #include "olk_utils/ini_file.h"
 #include "olk_utils/system_clock.h"
-#include "olk_utils/trace_log.h"
+#include "olk_utils/utils_trace.h"
 
 namespace {
 

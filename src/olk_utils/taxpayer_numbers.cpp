@@ -3,7 +3,7 @@
 #include <stdint.h>
 #include <string.h>
 
-#include "olk_utils/trace_log.h"
+#include "olk_utils/utils_trace.h"
 #include "talvex/talvex.h"
 
 namespace {

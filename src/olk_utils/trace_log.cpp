@@ -8,9 +8,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "olk_utils/file_size.h"
 #include "olk_utils/open_file.h"
 #include "olk_utils/output.h"
 #include "olk_utils/system_clock.h"
+#include "olk_utils/utils_trace.h"
 
 int64_t bErrorLogsEnabled;
 int64_t bWarningLogsEnabled;
@@ -23,8 +25,6 @@ int64_t bConsoleLogsEnabled;
 
 TalvexLogConfiguration tLog;
 
-const char* pApiLogFileName = "SAT_api.log";
-const char* pLogOlkSatUtils = "SAT_api.log";
 const char* pOlkUtilsLogFile = "olk_utils.log";
 
 namespace {
@@ -175,14 +175,14 @@ int TraleFileLogSzCtl() {
     dated_file_name(current, "", "", today, tLog.strLogFileName);
   }
 
-  int size = OLK_GetFileSize(current);
+  int size = file_size(current);
   if (size <= tLog.iLogFileMaxSize) return size;
 
   char backup[kFileNameSize + 32];
   int number = 0;
   do {
     snprintf(backup, sizeof backup, "%s_bkp_%02d.log", current, number++);
-    size = OLK_GetFileSize(backup);
+    size = file_size(backup);
   } while (size > 0);
   rename(current, backup);
   return size;

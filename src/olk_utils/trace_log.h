@@ -18,15 +18,6 @@ enum TraceLevel : uint32_t {
 // Size limit of the logs, in bytes, unless the configuration sets another.
 inline constexpr int kDefaultLogMaxSize = 800000;
 
-// Names of the trace files, without date and directory.
-extern const char* pApiLogFileName;
-extern const char* pLogOlkSatUtils;
-extern const char* pOlkUtilsLogFile;
-
-inline constexpr char kApiSourcePath[] = "../src/api/TALVEX";
-inline constexpr char kUtilsSourcePath[] = "../src/olk_utils/olk_utils";
-inline constexpr char kSatUtilsSourcePath[] = "../src/olk_sat_utils/olk_sat_utils";
-
 // Whether a message of this level reaches the log with the flags as they stand.
 bool trace_passes(uint32_t level);
 
@@ -42,51 +33,12 @@ int OLK_SetIniFileLogMode(const char* log_file_name, const char* ini_file_name);
 // Returns the last size looked at.
 int TraleFileLogSzCtl();
 
-// Call sites give level, text and values; the macro supplies the source position in front of the text.
+// What the trace macros of each module are made of: they put the source position in front of the text.
 // Arguments are evaluated only when the level is logged, so they must not have side effects.
 #define TALVEX_TRACE(log_file_name, level, ...)                               \
   do {                                                                        \
     if (trace_passes(level)) TraceFileLog(log_file_name, level, __VA_ARGS__); \
   } while (false)
-
-// The SAT interface module: "[line] [path] [function]". The _IN form is for helpers that speak in the
-// name of the function that a support technician knows.
-#define API_TRACE_IN(function, level, text, ...)                                          \
-  TALVEX_TRACE(pApiLogFileName, level, "[%04d] [%s] [%s]" text, __LINE__, kApiSourcePath, \
-               function __VA_OPT__(, ) __VA_ARGS__)
-#define API_TRACE(level, text, ...) API_TRACE_IN(__func__, level, text __VA_OPT__(, ) __VA_ARGS__)
-
-// "[line] path function", as the size-control loop writes it.
-#define API_PLAIN_TRACE(level, text, ...)                                             \
-  TALVEX_TRACE(pApiLogFileName, level, "[%04d] %s %s" text, __LINE__, kApiSourcePath, \
-               __func__ __VA_OPT__(, ) __VA_ARGS__)
-
-// The configuration reader's form: "[line]  path  function  ".
-#define CONFIG_TRACE_IN(function, level, text, ...)                                       \
-  TALVEX_TRACE(pApiLogFileName, level, "[%04d]  %s  %s  " text, __LINE__, kApiSourcePath, \
-               function __VA_OPT__(, ) __VA_ARGS__)
-#define CONFIG_TRACE(level, text, ...) CONFIG_TRACE_IN(__func__, level, text __VA_OPT__(, ) __VA_ARGS__)
-
-// The general utilities: "[line] function" in most files ...
-#define UTILS_TRACE_IN(function, level, text, ...) \
-  TALVEX_TRACE(pOlkUtilsLogFile, level, "[%04d] %s" text, __LINE__, function __VA_OPT__(, ) __VA_ARGS__)
-#define UTILS_TRACE(level, text, ...) UTILS_TRACE_IN(__func__, level, text __VA_OPT__(, ) __VA_ARGS__)
-
-// ... "[line] path function" in the log set-up, and "[line] [path] [function]" in a few.
-#define UTILS_PATH_TRACE_IN(function, level, text, ...)                                  \
-  TALVEX_TRACE(pOlkUtilsLogFile, level, "[%04d] %s %s" text, __LINE__, kUtilsSourcePath, \
-               function __VA_OPT__(, ) __VA_ARGS__)
-#define UTILS_BRACKET_TRACE_IN(function, level, text, ...)                                   \
-  TALVEX_TRACE(pOlkUtilsLogFile, level, "[%04d] [%s] [%s]" text, __LINE__, kUtilsSourcePath, \
-               function __VA_OPT__(, ) __VA_ARGS__)
-#define UTILS_BRACKET_TRACE(level, text, ...) \
-  UTILS_BRACKET_TRACE_IN(__func__, level, text __VA_OPT__(, ) __VA_ARGS__)
-
-// The SAT utilities: "[line] [path] [function]".
-#define SAT_UTILS_TRACE_IN(function, level, text, ...)                                         \
-  TALVEX_TRACE(pLogOlkSatUtils, level, "[%04d] [%s] [%s]" text, __LINE__, kSatUtilsSourcePath, \
-               function __VA_OPT__(, ) __VA_ARGS__)
-#define SAT_UTILS_TRACE(level, text, ...) SAT_UTILS_TRACE_IN(__func__, level, text __VA_OPT__(, ) __VA_ARGS__)
 
 // "%08Xh" fields show the low 32 bits of an address or descriptor.
 inline unsigned hex32(const void* address) {

@@ -35,8 +35,8 @@ def golden_frames():
 
 
 def default_configuration():
-    """The lines that the library writes when there is no SAT.ini."""
-    source = (ROOT / "src" / "api" / "configuration.cpp").read_text(encoding="utf-8")
+    """The lines that the library writes when there is no SAT.ini, but for the time-outs."""
+    source = (ROOT / "src" / "api" / "default_configuration.cpp").read_text(encoding="utf-8")
     block = source.split("kDefaultFile[] = {", 1)[1].split("};", 1)[0]
     lines = [eval(text) for text in re.findall(r'"(?:[^"\\]|\\.)*"', block)]  # pylint: disable=eval-used
     return ("\n".join(lines) + "\n").encode()

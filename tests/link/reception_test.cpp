@@ -3,6 +3,7 @@
 #include <array>
 
 #include "api/protocol_log.h"
+#include "api/time_limits.h"
 #include "link/virtual_link_fixture.h"
 #include "olk_utils/bounded_text.h"
 
@@ -255,6 +256,7 @@ TEST_F(ReceptionTest, OrdinaryFunctionWithoutAReplyFailsAfterThreeWaits) {
   device().play({});
   EXPECT_EQ(receive(10), -2003);
   EXPECT_EQ(ms(), 9000);
+  EXPECT_EQ(kNoReplyMs, 9000);
   EXPECT_THAT(reading_lines(),
               ElementsAre("INF Lnx iSelectRetries[01] Waiting Data from SAT!!!\n",
                           "INF Lnx iSelectRetries[00] Waiting Data from SAT!!!\n",

@@ -370,6 +370,7 @@ TEST_F(TransmissionTest, SilentDeviceFailsAfterFourWaitsOfThreeSeconds) {
   device().play({expect_frame()});
   EXPECT_EQ(transmit("AB"), -2);
   EXPECT_EQ(virtual_clock::monotonic_ms(), 12000);
+  EXPECT_EQ(kSilentDeviceMs, 12000);
   EXPECT_THAT(answer_lines(), ElementsAre("WRN  rc[-0001]WR: Lnx:FAIL select Trying Read\n\t       hComm[" +
                                               handle() + "] \n\t selectRetry[-1]\n",
                                           "ERR   rc[-0002]ER:Lnx hComm[" + handle() +

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "olk_utils/trace_log.h"
+#include "olk_utils/utils_trace.h"
 #include "support/printed.h"
 #include "support/scratch_directory.h"
 #include "support/text_files.h"

@@ -12,6 +12,7 @@
 #include <ostream>
 
 #include "api/context.h"
+#include "api/default_configuration.h"
 #include "olk_sat_utils/return_codes.h"
 #include "support/api_trace.h"
 #include "support/file_status.h"

@@ -14,7 +14,10 @@
 #include <utility>
 #include <vector>
 
+#include "api/api_trace.h"
+#include "olk_sat_utils/sat_utils_trace.h"
 #include "olk_utils/system_clock.h"
+#include "olk_utils/utils_trace.h"
 #include "support/file_status.h"
 #include "support/scratch_directory.h"
 #include "support/text_files.h"

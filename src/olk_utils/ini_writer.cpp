@@ -1,8 +1,4 @@
-// Reader and writer of INI-style files. Both work on the whole file in memory, as a text that ends at
-// the first zero byte.
-#include "olk_utils/ini_file.h"
-
-#include <errno.h>
+// The writer of INI-style files.
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -11,22 +7,15 @@
 
 #include "olk_utils/bounded_text.h"
 #include "olk_utils/file_helpers.h"
+#include "olk_utils/ini_file.h"
+#include "olk_utils/ini_text.h"
 #include "olk_utils/open_file.h"
 #include "olk_utils/output.h"
-#include "olk_utils/trace_log.h"
+#include "olk_utils/utils_trace.h"
 
 namespace {
 
-constexpr char kReader[] = "OLK_GetIniFileValue";
 constexpr char kWriter[] = "OLK_SetIniFileValue";
-
-// What a caller of the exported reader has to provide.
-constexpr size_t kExportedValueSize = 128;
-constexpr size_t kLargestValueSize = 512;
-constexpr size_t kReadSlack = 1024;
-
-// Larger files are none of settings: they count as what there is no memory for.
-constexpr off_t kLargestFile = off_t{64} * 1024 * 1024;
 
 // The writer takes in what a growing file has gained since it was measured, up to this many bytes.
 constexpr size_t kReadAhead = 64;
@@ -36,151 +25,6 @@ constexpr size_t kLargestGrowth = kReadAhead + 1024;
 constexpr size_t kWriteSlack = kReadAhead + kLargestGrowth + 2;
 // A composed line, or a header with its first line, and the NUL.
 constexpr size_t kLineSize = 256;
-
-// Normally absent: its lookup is not worth a line.
-constexpr char kSilentItem[] = "FixarPorta";
-
-// Dropped wherever they stand in a value that is read.
-constexpr char kDroppedCharacters[] = "= ";
-
-// Reads until the buffer is full or the file ends. False when reading fails; length then still says how
-// much came in.
-bool read_up_to(int descriptor, char* buffer, size_t capacity, size_t& length) {
-  length = 0;
-  while (length < capacity) {
-    const ssize_t count = read(descriptor, buffer + length, capacity - length);
-    if (count == 0) break;
-    if (count > 0) {
-      length += static_cast<size_t>(count);
-    } else if (errno != EINTR) {
-      return false;
-    }
-  }
-  return true;
-}
-
-// First "[section]" of the text, wherever it stands.
-const char* find_header(const char* text, const char* section) {
-  const size_t length = strlen(section);
-  for (const char* at = strchr(text, '['); at != nullptr; at = strchr(at + 1, '[')) {
-    if (strncmp(at + 1, section, length) == 0 && at[1 + length] == ']') return at;
-  }
-  return nullptr;
-}
-
-// First occurrence of the item's name, as a part of any word, in front of the next "[". An empty name
-// is found at once.
-const char* find_item(const char* from, const char* item) {
-  const char* section_end = strchrnul(from, '[');
-  const char* found = strstr(from, item);
-  if (found == nullptr || found > section_end || *found == '[') return nullptr;
-  return found;
-}
-
-// Where the value that starts here ends. Kept: the look-ahead for a carriage return reaches as far
-// beyond the value as the section's header lies from the start of the file.
-const char* value_end(const char* value, size_t look_ahead, const char* file_end) {
-  const char* at = value;
-  while (*at != '\0' && *at != '\n') {
-    if (static_cast<size_t>(file_end - at) > look_ahead && at[look_ahead] == '\r') break;
-    ++at;
-  }
-  return at;
-}
-
-bool is_dropped(char character) {
-  return character != '\0' && strchr(kDroppedCharacters, character) != nullptr;
-}
-
-// Copies the value without its dropped characters and without carriage returns at its end. False, with
-// an empty buffer, when it does not fit.
-bool copy_value(const char* from, const char* end, char* value, size_t capacity) {
-  while (end > from && (end[-1] == '\r' || is_dropped(end[-1]))) --end;
-  size_t length = 0;
-  for (; from < end; ++from) {
-    if (is_dropped(*from)) continue;
-    if (length + 1 >= capacity) {
-      value[0] = '\0';
-      return false;
-    }
-    value[length++] = *from;
-  }
-  value[length] = '\0';
-  return true;
-}
-
-// The names of one lookup, and where its value goes.
-struct Lookup {
-  const char* file_name;
-  const char* section;
-  const char* item;
-  char* value;
-  size_t capacity;
-};
-
-int value_in_text(const Lookup& lookup, const char* text, size_t file_length) {
-  const char* header = find_header(text, lookup.section);
-  if (header == nullptr) {
-    UTILS_TRACE_IN(
-        kReader, kError,
-        " rc[%06d]ER:INI_FILE_ERR_SESSION_NOT_FOUND Fail\n\t pIniFileName[%s] \n\t     pSession[%s] \n\t        pItem[%s] \n\t    pRetValue[%s]\n",
-        INI_FILE_ERR_SESSION_NOT_FOUND, lookup.file_name, lookup.section, lookup.item, lookup.value);
-    return INI_FILE_ERR_SESSION_NOT_FOUND;
-  }
-  const char* item = find_item(header + strlen(lookup.section) + 2, lookup.item);
-  if (item == nullptr) {
-    if (strcmp(lookup.item, kSilentItem) != 0) {
-      UTILS_TRACE_IN(
-          kReader, kError,
-          " rc[%06d]ER:INI_FILE_ERR_ITEM_NOT_FOUND OLK_GetIniFileValue Fail\n\t pIniFileName[%s] \n\t pSession[%s] \n\t        pItem[%s]ITEM NOT FOUND!!\n",
-          INI_FILE_ERR_ITEM_NOT_FOUND, lookup.file_name, lookup.section, lookup.item);
-    }
-    return INI_FILE_ERR_ITEM_NOT_FOUND;
-  }
-  const char* value = item + strlen(lookup.item);
-  const char* end = value_end(value, static_cast<size_t>(header - text), text + file_length);
-  if (!copy_value(value, end, lookup.value, lookup.capacity)) {
-    UTILS_TRACE_IN(
-        kReader, kError,
-        " rc[%06d]ER:INI_FILE_ERR_OPEN value too long pIniFileName[%s] pSession[%s] pItem[%s] capacity[%d]\n",
-        INI_FILE_ERR_OPEN, lookup.file_name, lookup.section, lookup.item, length_field(lookup.capacity));
-    return INI_FILE_ERR_OPEN;
-  }
-  return 0;
-}
-
-// A buffer of zeros that holds the whole file and so much more; null when there is no memory for it.
-char* allocate_for(off_t file_size, size_t slack) {
-  if (file_size > kLargestFile) return nullptr;
-  return static_cast<char*>(calloc(1, static_cast<size_t>(file_size) + slack));
-}
-
-int value_in_file(const Lookup& lookup, size_t file_size) {
-  char* text = allocate_for(static_cast<off_t>(file_size), kReadSlack);
-  if (text == nullptr) {
-    UTILS_TRACE_IN(
-        kReader, kError,
-        " rc[%06d]ER:INI_FILE_ERR_OPEN calloc() Fail\n\t pIniFileName[%s] \n\t     pSession[%s] \n\t        pItem[%s] \n\t    pRetValue[%s] sztFileSize[%05d]\n",
-        INI_FILE_ERR_OPEN, lookup.file_name, lookup.section, lookup.item, lookup.value,
-        length_field(file_size));
-    return INI_FILE_ERR_OPEN;
-  }
-  int result = INI_FILE_ERR_OPEN;
-  if (const int file = open_file(lookup.file_name, O_RDONLY); file == -1) {
-    UTILS_TRACE_IN(
-        kReader, kError,
-        " rc[%06d]ER:INI_FILE_ERR_OPEN fopen() Fail\n\t pIniFileName[%s] \n\t     pSession[%s] \n\t        pItem[%s] \n\t    pRetValue[%s]\n",
-        INI_FILE_ERR_OPEN, lookup.file_name, lookup.section, lookup.item, lookup.value);
-  } else {
-    // What cannot be read, a directory for one, is a text without sections.
-    size_t length = 0;
-    read_up_to(file, text, file_size, length);
-    close(file);
-    result = value_in_text(lookup, text, length);
-  }
-  free(text);
-  return result;
-}
 
 // What one call of the writer is to do.
 struct Edit {
@@ -440,44 +284,6 @@ int change_file(const Edit& edit) {
 }
 
 }  // namespace
-
-int read_ini_value(const char* ini_file_name, const char* section, const char* item, char* value,
-                   size_t capacity) {
-  if (ini_file_name == nullptr || section == nullptr || item == nullptr || value == nullptr ||
-      capacity == 0) {
-    UTILS_TRACE_IN(
-        kReader, kError,
-        " rc[%06d]ER:INI_FILE_ERR_INVALID_PARAM pIniFileName[%08Xh] pSession[%08Xh] pItem[%08Xh] pRetValue[%08Xh] bSessionFound[%d] bItemFound[%d] bValueMatch[%d]\n",
-        INI_FILE_ERR_INVALID_PARAM, hex32(ini_file_name), hex32(section), hex32(item), hex32(value), 0, 0, 0);
-    return INI_FILE_ERR_INVALID_PARAM;
-  }
-  const int file_size = existing_file_size(ini_file_name);
-  if (file_size < 0) {
-    // The buffer still holds what the caller left in it, perhaps without an end.
-    char former_value[kLargestValueSize];
-    copy_text(former_value, capacity < sizeof former_value ? capacity : sizeof former_value, value);
-    UTILS_TRACE_IN(
-        kReader, kError,
-        " rc[%06d]ER:INI_FILE_ERR_NOT_FOUND \n\t pIniFileName[%s] \n\t     pSession[%s] \n\t        pItem[%s] \n\t    pRetValue[%s]\n",
-        INI_FILE_ERR_NOT_FOUND, ini_file_name, section, item, former_value);
-    return INI_FILE_ERR_NOT_FOUND;
-  }
-  value[0] = '\0';
-  if (file_size == 0) {
-    UTILS_TRACE_IN(
-        kReader, kError,
-        " rc[%06d]ER:INI_FILE_ERR_NOT_FOUND \n\t pIniFileName[%s] \n\t     pSession[%s] \n\t        pItem[%s] \n\t    pRetValue[%s]\n\t sztFileSize[%d]=0\n",
-        INI_FILE_ERR_NOT_FOUND, ini_file_name, section, item, value, file_size);
-    return INI_FILE_ERR_NOT_FOUND;
-  }
-  const Lookup lookup = {ini_file_name, section, item, value, capacity};
-  return value_in_file(lookup, static_cast<size_t>(file_size));
-}
-
-int OLK_GetIniFileValue(const char* pIniFileName, const char* pSession, const char* pItem, char* pRetValue) {
-  forget_lease_waits();
-  return read_ini_value(pIniFileName, pSession, pItem, pRetValue, kExportedValueSize);
-}
 
 int OLK_SetIniFileValue(const char* pIniFileName, const char* pSession, const char* pItem,
                         const char* pNewValue) {
