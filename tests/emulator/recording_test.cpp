@@ -5,7 +5,7 @@
 #include "device/crypto.h"
 #include "device/functions.h"
 #include "line/frame.h"
-#include "records/masking.h"
+#include "records/masked_traffic.h"
 #include "support/scratch_directory.h"
 #include "support/text_files.h"
 
@@ -54,48 +54,83 @@ TEST(ParseRecording, SkipsCommentsAndNamesWrongLines) {
   }
 }
 
-TEST(MaskCommand, HidesCodesAndPeople) {
-  EXPECT_EQ(mask_command("ConsultarStatusOperacional|000001|segredo1"),
+void mask(std::vector<RecordedBytes>& records) {
+  TrafficMask().apply(records);
+}
+
+// The text of one frame as a masked recording holds it.
+std::string masked_text(Direction direction, const std::string& text) {
+  std::vector<RecordedBytes> records{{0, direction, make_frame(text)}};
+  mask(records);
+  const std::string& frame = records[0].bytes;
+  EXPECT_EQ(frame.size(), text.size() + 3);
+  const std::string masked = frame.substr(1, text.size());
+  EXPECT_EQ(frame, make_frame(masked));
+  return masked;
+}
+
+TEST(MaskedTraffic, HidesCodesAndPeopleInCommands) {
+  const auto masked = [](const char* text) { return masked_text(kFromTill, text); };
+  EXPECT_EQ(masked("ConsultarStatusOperacional|000001|segredo1"),
             "ConsultarStatusOperacional|000001|xxxxxxxx");
-  EXPECT_EQ(mask_command("AtivarSAT|000001|1|segredo1|11222333000181|35"),
-            "AtivarSAT|000001|1|xxxxxxxx|11222333000181|35");
-  EXPECT_EQ(mask_command("TrocarCodigoDeAtivacao|000001|antigo12|1|novo1234|novo1234"),
+  EXPECT_EQ(masked("AtivarSAT|000001|1|segredo1|11222333000181|35"),
+            "AtivarSAT|000001|1|xxxxxxxx|00000000000000|35");
+  EXPECT_EQ(masked("TrocarCodigoDeAtivacao|000001|antigo12|1|novo1234|novo1234"),
             "TrocarCodigoDeAtivacao|000001|xxxxxxxx|1|xxxxxxxx|xxxxxxxx");
-  EXPECT_EQ(mask_command("ConsultarSAT|000001"), "ConsultarSAT|000001");
-  EXPECT_EQ(mask_command("Inventada"), "Inventada");
-  const std::string masked = mask_command(
-      "EnviarDadosVenda|000001|segredo1|<CFe><emit><CNPJ>11222333000181</CNPJ></emit><dest><CPF>52998224725</CPF>"
-      "<xNome>Ana Lima</xNome></dest><entrega><xLgr>Rua 7</xLgr></entrega><infAdic><infCpl>Ana</infCpl></infAdic></CFe>");
-  EXPECT_EQ(
-      masked,
-      "EnviarDadosVenda|000001|xxxxxxxx|<CFe><emit><CNPJ>11222333000181</CNPJ></emit><dest><CPF>00000000000</CPF>"
-      "<xNome>XXX XXXX</xNome></dest><entrega><xLgr>XXX 0</xLgr></entrega><infAdic><infCpl>XXX</infCpl></infAdic></CFe>");
+  EXPECT_EQ(masked("ConsultarSAT|000001"), "ConsultarSAT|000001");
+  EXPECT_EQ(masked("Inventada"), "xxxxxxxxx");
+  EXPECT_EQ(masked("EnviarDadosVenda|000001|segredo1|<CFe><dest><CPF>52998224725</CPF></dest></CFe>"),
+            "EnviarDadosVenda|000001|xxxxxxxx|<CFe/>                                        ");
 }
 
-TEST(MaskReply, HidesPeopleInsideBase64) {
-  const std::string xml = "<CFe><dest><CPF>52998224725</CPF></dest></CFe>";
-  std::string base64 = base64_encode(xml);
-  base64.insert(20, "\r\n");
-  const std::string masked =
-      mask_reply("000001|06000|0000|m|||" + base64 + "|20260301100000|CFe1|10.00|52998224725|QUJD");
-  EXPECT_THAT(masked, Not(HasSubstr("52998224725")));
-  const auto fields = split_fields(masked);
-  EXPECT_EQ(fields[6].substr(20, 2), "\r\n");
-  EXPECT_EQ(fields[6].size(), base64.size());
-  EXPECT_EQ(*base64_decode(fields[6]), "<CFe><dest><CPF>00000000000</CPF></dest></CFe>");
-  EXPECT_EQ(fields[10], "00000000000");
-  EXPECT_EQ(fields[11], "XXXX");
-  EXPECT_EQ(mask_reply("000001|08000|SAT em operação||"), "000001|08000|SAT em operação||");
+TEST(MaskedTraffic, LeavesDocumentsThatCanBeRead) {
+  for (const std::size_t size : {30U, 31U, 32U, 200U}) {
+    const std::string xml = "<CFe><CPF>52998224725</CPF>" + std::string(size, 'A');
+    std::string base64 = base64_encode(xml);
+    for (std::size_t at = 76; at < base64.size(); at += 78) base64.insert(at, "\r\n");
+    const std::string masked =
+        masked_text(kToTill, "000001|06000|0000|Ana|||" + base64 +
+                                 "|20260301100000|CFe35260311222333000181599000000010000011234564|10.00|"
+                                 "52998224725|QUJDREVGR0g=");
+    const auto fields = split_fields(masked);
+    EXPECT_EQ(fields[3], "xxx");
+    EXPECT_EQ(fields[6].size(), base64.size());
+    EXPECT_EQ(base64_decode(fields[6])->size(), xml.size());
+    EXPECT_THAT(*base64_decode(fields[6]), testing::MatchesRegex("<CFe/> *"));
+    EXPECT_EQ(fields[7], "20260301100000");
+    EXPECT_EQ(fields[8], "CFe35260300000000000000000000000000000000004564");
+    EXPECT_EQ(fields[9], "10.00");
+    EXPECT_EQ(fields[10], "00000000000");
+    EXPECT_EQ(fields[11], "PENGZS8+ICA=");
+  }
+  EXPECT_EQ(masked_text(kToTill, "000001|08000|SAT em operacao||"), "000001|08000|SAT em operacao||");
 }
 
-TEST(Masking, KeepsLengthsPiecesAndRightAndWrongChecksums) {
+TEST(MaskedTraffic, FillsWhatStandsOutsideOfFramesAndKeepsTheAnswers) {
+  std::vector<RecordedBytes> records{
+      {0, kToTill, "segredo1\x06seg\x15" + make_frame("Ana Lima|1") + "redo1"}};
+  mask(records);
+  EXPECT_EQ(records[0].bytes, "xxxxxxxx\x06xxx\x15" + make_frame("xxxxxxxx|0") + "xxxxx");
+}
+
+TEST(MaskedTraffic, HidesCodesWhereverTheyStand) {
+  std::vector<RecordedBytes> records{
+      {0, kFromTill, make_frame("ExtrairLogs|000001|20260301")},
+      {1, kToTill, make_frame("000001|15001|Codigo invalido||")},
+      {2, kFromTill, make_frame("TesteFimAFim|000002|20260301|<CFe/>")},
+      {3, kToTill, make_frame("000002|09000|Emitido com sucesso|||QUJD|20260301100000")}};
+  mask(records);
+  EXPECT_THAT(records[3].bytes, HasSubstr("|xxxxxxxx100000"));
+}
+
+TEST(MaskedTraffic, KeepsLengthsPiecesAndRightAndWrongChecksums) {
   const std::string good = make_frame("ConsultarStatusOperacional|000001|segredo1");
   const std::string bad = spoil_checksum(good);
   std::vector<RecordedBytes> records{{0, kFromTill, bad.substr(0, 30)},
                                      {1, kToTill, "\x06"},
                                      {2, kFromTill, bad.substr(30)},
                                      {3, kFromTill, good}};
-  mask_personal_data(records);
+  mask(records);
   EXPECT_EQ(records[0].bytes.size(), 30U);
   const std::string first = records[0].bytes + records[2].bytes, second = records[3].bytes;
   EXPECT_EQ(second, make_frame("ConsultarStatusOperacional|000001|xxxxxxxx"));
@@ -104,11 +139,11 @@ TEST(Masking, KeepsLengthsPiecesAndRightAndWrongChecksums) {
   EXPECT_EQ(records[1].bytes, "\x06");
 }
 
-TEST(Masking, HidesFramesThatBrokeOff) {
+TEST(MaskedTraffic, HidesFramesThatBrokeOff) {
   const std::string frame = make_frame("ConsultarStatusOperacional|000001|segredo1");
   std::vector<RecordedBytes> records{{0, kFromTill, frame.substr(0, 40) + frame},
                                      {1, kFromTill, frame.substr(0, 41)}};
-  mask_personal_data(records);
+  mask(records);
   for (const auto& record : records) {
     EXPECT_THAT(record.bytes, Not(HasSubstr("segredo"))) << record.bytes;
     EXPECT_THAT(record.bytes, Not(HasSubstr("segr"))) << record.bytes;

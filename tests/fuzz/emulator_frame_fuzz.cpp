@@ -7,7 +7,7 @@
 
 #include "device/device.h"
 #include "line/frame.h"
-#include "records/masking.h"
+#include "records/masked_traffic.h"
 
 namespace {
 
@@ -30,8 +30,11 @@ Device& device() {
 void carry_out(const std::string& text) {
   const std::string reply = device().execute(parse_command(text), {}).text();
   require(!reply.empty());
-  require(mask_command(text).size() == text.size());
-  require(mask_reply(text).size() == text.size());
+  for (const Direction direction : {Direction::from_till, Direction::to_till}) {
+    std::vector<RecordedBytes> records{{0, direction, make_frame(text)}};
+    TrafficMask().apply(records);
+    require(records[0].bytes.size() == text.size() + 3);
+  }
 }
 
 }  // namespace

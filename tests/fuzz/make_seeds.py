@@ -42,6 +42,23 @@ def default_configuration():
     return ("\n".join(lines) + "\n").encode()
 
 
+def masking_seeds():
+    """Commands, replies and messages with 0xFE where a secret is to stand."""
+    frames = [b"EnviarDadosVenda|000042|\xfe|<CFe>\xfe</CFe>", b"TrocarCodigoDeAtivacao|000042|\xfe|1|\xfe|\xfe",
+              b"CancelarUltimaVenda|000042|\xfe|CFe\xfe|\xfe", b"AtivarSAT|000042|1|\xfe|\xfe|35", b"\xfe|000042|\xfe",
+              b"000042|06000|0000|\xfe|1|\xfe|\xfe|20260301120000|\xfe|10.00|\xfe|\xfe", b"000042|\xfe|\xfe",
+              b"000042|10000|Resposta com Sucesso|||\xfe|DHCP|\xfe|\xfe|\xfe|\xfe|\xfe|\xfe|CONECTADO|ALTO|1 Gbytes|\xfe"]
+    yield from frames
+    table = (ROOT / "tools" / "masking" / "trace_lines.cpp").read_text(encoding="utf-8")
+    formats = re.findall(r'TraceLine\{\s*"((?:[^"\\]|\\.)*)"', re.sub(r'"\s*"', "", table))
+    for number, text in enumerate(formats):
+        message = text.encode().decode("unicode_escape").encode("latin-1")
+        message = re.sub(rb"%0?\d*l?[dux]", b"1", message).replace(b"%08X", b"0000000A").replace(b"%02X", b"41")
+        message = message.replace(b"%s", b"\x02" + frames[number % len(frames)] if number % 2 else b"\xfe").replace(b"%c", b"|")
+        yield b"[0100] [../src/api/TALVEX] [Communicate]" + message
+    yield b"20260301120000 PC->SAT >> [<02>ExtrairLogs|000042|\xfe<41><03>]OK:a\n"
+
+
 def seeds():
     """Yields target and seed."""
     ack, nak = b"\x06", b"\x15"
@@ -72,6 +89,8 @@ def seeds():
         yield "receive", b"\x0c" + ack + reply[:BLOCK] + b"\xffI" + reply[BLOCK:]
     yield "receive", b"\x0c" + ack + framed(b"a" * (BLOCK - 3))
     yield "receive", b"\x0c" + ack + framed(b"a" * (2 * BLOCK - 3))
+    for text in masking_seeds():
+        yield "masking", text
     configuration = default_configuration()
     yield "configuration", configuration
     yield "configuration", configuration.replace(b"[SERIAL_PORT_CONFIG]", b"[SERIAL_PORT_CONFIG]\nFixarPorta=/dev/ttyACM0")

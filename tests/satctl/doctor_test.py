@@ -301,11 +301,11 @@ class Bundle(World):
             files = {os.path.basename(member.name): bundle.extractfile(member).read().decode("utf-8", "replace")
                      for member in bundle.getmembers() if member.isfile()}
         dated = {re.sub(r"^\d{8}", "", name) for name in files}
-        self.assertEqual(dated, {"doctor.txt", "doctor.json", "system.txt", "SAT.ini", "SAT.conf", "_SAT_api.log",
+        self.assertEqual(dated, {"README.txt", "doctor.txt", "doctor.json", "system.txt", "SAT.ini", "SAT.conf", "_SAT_api.log",
                                  "_SAT_ProtocolLog.txt"})
         self.assertTrue(json.loads(files["doctor.json"])["checks"])
         logs = "".join(files.values())
-        self.assertIn("EnviarDadosVenda|004711|***********|", logs)
+        self.assertIn("EnviarDadosVenda|004711|********|", logs)
         for secret in (CODE, "segredo-novo", "11222333000181", "12345678000195", "12345678909"):
             self.assertIn(secret, self.logs() + SALE.read_text())
             self.assertNotIn(secret, logs)
@@ -337,6 +337,24 @@ class Bundle(World):
         for secret in ("10.1.2.3", "02:53:41", "255.255", "abre-te", "4321", "sesamo", "Maria", "Flores"):
             self.assertNotIn(secret, logs)
 
+    def test_settings_that_are_none_stay_out(self):
+        self.write_ini(more="EnviarDadosVenda=45\nCodigo=%s\n" % CODE)
+        with open(self.path("SAT.ini"), "a", encoding="utf-8") as ini:
+            ini.write("# senha do wifi: sesamo\n[sesamo]\nLogFileName=Ana Maria\n")
+        files = self.bundled()
+        self.assertIn("EnviarDadosVenda=45\n*%d*\n" % len("Codigo=" + CODE), files["SAT.ini"])
+        for secret in (CODE, "sesamo", "Ana"):
+            self.assertNotIn(secret, "".join(files.values()))
+
+    def test_its_head_says_how_it_is_masked_and_what_is_left_out(self):
+        name = self.log_name("_SAT_ProtocolLog.txt")
+        line = "20260302120000 PC->SAT >> [<02>ConsultarSAT|00001<41><03>]OK:a\n"
+        self.write("Log/" + name, "torn line\n" + line * (5_100_000 // len(line)))
+        head = self.bundled()["README.txt"]
+        self.assertIn("********           an activation code", head)
+        self.assertRegex(head, r"%s: the first \d+ bytes" % name)
+        self.assertRegex(head, r"%s: \d+ bytes that belong to no record" % name)
+
     def test_a_code_that_the_device_sends_back_byte_by_byte_stays_out(self):
         stamp = "[09:00:00.000]WRN [0140] [../src/api/TALVEX] "
         self.write("Log/" + self.log_name("_SAT_api.log"),
@@ -354,6 +372,7 @@ class Bundle(World):
         files = self.bundled()
         self.assertIn("SAT.ini", files)
         self.assertNotIn("outside", "".join(files.values()))
+        self.assertIn("SAT.conf: a link", files["README.txt"])
 
     def logs(self):
         return "".join(self.read("Log/" + name) for name in os.listdir(self.path("Log")))

@@ -15,7 +15,7 @@
 #include "desk/settings.h"
 #include "device/state_file.h"
 #include "line/conversation.h"
-#include "records/masking.h"
+#include "records/masked_traffic.h"
 #include "records/replay.h"
 
 namespace {
@@ -57,7 +57,7 @@ std::vector<RecordedBytes> read_recording(const std::string& path) {
 
 void mask_file(const std::string& from, const std::string& to) {
   auto records = read_recording(from);
-  mask_personal_data(records);
+  TrafficMask().apply(records);
   std::ofstream file(to, std::ios::binary | std::ios::trunc);
   for (const RecordedBytes& record : records) file << to_recording_line(record) << '\n';
   if (!file.flush()) throw Failure(kExitInputFile, "cannot write " + to);

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <random>
 
+#include "masking/own_reply.h"
 #include "printable.h"
 #include "progress.h"
 #include "settlement.h"
@@ -40,6 +41,17 @@ std::string shown_value(const Library& library, const Reply& reply, const NamedF
   return value;
 }
 
+// A device may put the code that it got into its reply.
+masking::LearnedCodes secrets_of(const Function& function, const std::vector<std::string>& values) {
+  constexpr std::size_t kShortest = 4;
+  masking::LearnedCodes codes(kShortest);
+  for (std::size_t i = 0; i < std::min(values.size(), function.parameters.size()); ++i) {
+    const ParameterKind kind = function.parameters[i].kind;
+    if (kind == ParameterKind::activation_code || kind == ParameterKind::secret) codes.add(values[i]);
+  }
+  return codes;
+}
+
 Colour colour_of(ExitStatus status) {
   switch (status) {
     case ExitStatus::success:
@@ -73,7 +85,8 @@ Reply make_call(const Library& library, const Request& request, const std::vecto
   const int limit = limit_of(library, function);
   const InterruptNotice notice(function, request.session);
   const Progress progress(function, request.session, limit);
-  return Reply(request, library.call(function, request.session, values));
+  const std::string reply = library.call(function, request.session, values);
+  return Reply(request, masking::reply_without_codes(reply, secrets_of(function, values)));
 }
 
 void show_fields(const Library& library, const Reply& reply, const std::string& document_note) {

@@ -250,8 +250,8 @@ Finding ini_item_finding(const IniFinding& item) {
   const std::string standard = fill({"default {}", "padrão {}"}, {item.item->standard});
   const std::string text =
       std::string("[") + item.item->section + "] " + item.item->name + "=" + value + " (" + standard + ")";
-  if (item.grade == Grade::ok) return {id, Grade::ok, text + ": " + item.note, {}};
-  return {id, item.grade, text, item.note};
+  if (item.grade == Grade::ok) return {id, Grade::ok, text + ": " + item.note, {}, item.value.value_or("")};
+  return {id, item.grade, text, item.note, item.value.value_or("")};
 }
 
 Findings check_ini(const Patient& patient) {
@@ -275,6 +275,7 @@ Findings check_ini(const Patient& patient) {
   for (const std::string& line : stray_lines(*read_file(path))) {
     findings.push_back(bad(Grade::warn, "ini.stray", printable(line),
                            tr({"correct or remove the line", "corrija ou remova a linha"})));
+    findings.back().quoted = findings.back().text;
   }
   return findings;
 }

@@ -15,7 +15,8 @@ struct Finding {
   std::string id;
   Grade grade;
   std::string text;
-  std::string remedy;  // what to do, unless all is well
+  std::string remedy;       // what to do, unless all is well
+  std::string quoted = {};  // what the text quotes from SAT.ini
 };
 
 // What the checks look at; it is gathered once.

@@ -80,10 +80,6 @@ const StepRow* step_in(const std::string& body) {
   return found == kSteps.end() ? nullptr : &*found;
 }
 
-std::string first_line(const std::string& body) {
-  return body.substr(0, body.find('\n'));
-}
-
 // "... rc[-02004]ER" behind the failure text of a finished call
 std::string failure_code(const std::string& body) {
   const auto start = body.find("SAT Erro[");
@@ -109,6 +105,10 @@ int session_number(const std::string& text) {
   return !text.empty() && all_digits(text) && text.size() <= kMostDigits ? std::stoi(text) : -1;
 }
 
+std::string return_code_of(const std::vector<std::string>& values) {
+  return values[1].size() == 5 && all_digits(values[1]) ? values[1] : "?";
+}
+
 LocalTime second_of(LocalTime time) {
   return time - time % kSecond;
 }
@@ -127,6 +127,7 @@ std::string_view beginning_of(std::string_view text) {
 
 // For each frame the message that tells of it, if there is one; the frame takes over its time.
 std::vector<std::size_t> announce(std::vector<Record>& frames, const std::vector<Record>& messages) {
+  constexpr std::size_t kLookedAt = 2000;  // a second with more messages is none of a till
   std::vector<std::size_t> announcements;
   std::size_t next = 0;
   for (Record& frame : frames) {
@@ -135,7 +136,8 @@ std::vector<std::size_t> announce(std::vector<Record>& frames, const std::vector
     const std::string_view beginning = beginning_of(frame.body);
     while (next < messages.size() && messages[next].time < frame.time) ++next;
     std::size_t i = next;
-    const auto in_second = [&] { return i < messages.size() && messages[i].time < frame.time + kSecond; };
+    const std::size_t last = std::min(messages.size(), next + kLookedAt);
+    const auto in_second = [&] { return i < last && messages[i].time < frame.time + kSecond; };
     const auto tells = [&](const Record& message) {
       return message.function == function && tells_of_frame(message) &&
              message.body.find(beginning) != std::string::npos;
@@ -249,7 +251,7 @@ class Joiner {
     if (exchanges_.empty()) return;
     Exchange& exchange = answered_by(session);
     const auto values = split_fields(frame.body);
-    if (values.size() > 1) exchange.code = values[1];
+    if (values.size() > 1) exchange.code = return_code_of(values);
     exchange.answered = true;
     exchange.frames.push_back(index);
   }
@@ -457,7 +459,7 @@ class Joiner {
     if (const StepRow* step = step_in(message.body))
       call.steps.push_back({message.time, true, tr(step->what), step->is_error});
     else if (message.level == Level::error && works_on_link(message.function))
-      call.steps.push_back({message.time, true, first_line(message.body), true});
+      call.steps.push_back({message.time, true, message.body, true, true});
   }
 
   static Step step_of_frame(const Record& frame, LocalTime time, bool written) {
@@ -473,7 +475,7 @@ class Joiner {
     const auto values = split_fields(frame.body);
     return {time, frame.milliseconds_known,
             fill({"reply received, {} bytes: {}", "resposta recebida, {} bytes: {}"},
-                 {size, values.size() > 1 ? values[1] : std::string()}),
+                 {size, values.size() > 1 ? return_code_of(values) : std::string()}),
             false};
   }
 
@@ -529,30 +531,24 @@ int session_of(const Record& frame) {
   return values.size() > place ? session_number(values[place]) : -1;
 }
 
-std::vector<NamedField> fields_of(const Record& frame, const Function* function) {
-  const auto values = split_fields(frame.body);
+std::vector<std::string> names_of(const Record& frame, const Function* function,
+                                  const std::vector<std::string>& values) {
+  std::vector<std::string> names;
   if (frame.direction == Direction::from_device) {
     const Function* layout = values.size() > 1 ? find_function_by_code(values[1]) : nullptr;
-    return name_fields(layout != nullptr ? layout : function, values);
+    for (const NamedField& field : name_fields(layout != nullptr ? layout : function, values))
+      names.push_back(field.name);
+    return names;
   }
-  std::vector<NamedField> fields;
+  constexpr std::size_t kHead = 2;
   for (std::size_t i = 0; i < values.size(); ++i) {
-    std::string name = i == 0 ? "NomeDoComando" : "numeroSessao";
-    FieldKind kind = FieldKind::plain;
-    if (i >= 2) {
-      const bool known = function != nullptr && i - 2 < function->parameters.size();
-      const Parameter* parameter = known ? &function->parameters[i - 2] : nullptr;
-      name = known ? parameter->name : "campo" + std::to_string(i + 1);
-      const bool secret = known && (parameter->kind == ParameterKind::activation_code ||
-                                    parameter->kind == ParameterKind::secret);
-      if (secret)
-        kind = FieldKind::secret;
-      else if (known && parameter->kind == ParameterKind::taxpayer)
-        kind = FieldKind::taxpayer;
-    }
-    fields.push_back({name, kind, values[i]});
+    const bool known = i >= kHead && function != nullptr && i - kHead < function->parameters.size();
+    names.push_back(i == 0   ? "NomeDoComando"
+                    : i == 1 ? "numeroSessao"
+                    : known  ? function->parameters[i - kHead].name
+                             : "campo" + std::to_string(i + 1));
   }
-  return fields;
+  return names;
 }
 
 }  // namespace satctl

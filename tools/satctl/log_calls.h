@@ -14,6 +14,7 @@ struct Step {
   bool milliseconds_known;
   std::string what;
   bool is_error;
+  bool is_message = false;  // of the trace log, as it stands there
 };
 
 struct LoggedCall {
@@ -21,7 +22,7 @@ struct LoggedCall {
   int session = -1;
   LocalTime start = 0, end = 0;
   bool milliseconds_known = true;
-  std::string return_code;  // EEEEE, or the code of the library's failure
+  std::string return_code;  // EEEEE, "?" for anything else, or the code of the library's failure
   std::vector<Step> steps;
 };
 
@@ -32,6 +33,10 @@ struct JoinedLogs {
   std::vector<Record> records;  // in the order of time
   std::vector<int> call_of;     // for each record the index of its call, or kNoCall
   std::vector<LoggedCall> calls;
+
+  const LoggedCall* call_at(std::size_t record) const {
+    return call_of[record] == kNoCall ? nullptr : &calls[static_cast<std::size_t>(call_of[record])];
+  }
 };
 
 // Each given in its own order. Which message belongs to which frame is decided by function, session and
@@ -40,7 +45,8 @@ struct JoinedLogs {
 JoinedLogs join_logs(std::vector<Record> messages, std::vector<Record> frames);
 
 int session_of(const Record& frame);
-// The fields of a frame with their names; for a reply the call's function helps where the code is missing.
-std::vector<NamedField> fields_of(const Record& frame, const Function* function);
+// The names of a frame's fields; for a reply the call's function helps where the code is missing.
+std::vector<std::string> names_of(const Record& frame, const Function* function,
+                                  const std::vector<std::string>& values);
 
 }  // namespace satctl

@@ -9,6 +9,7 @@
 #include <tuple>
 
 #include "functions.h"
+#include "masking/frame_fields.h"
 #include "settings.h"
 #include "text.h"
 
@@ -33,6 +34,9 @@ constexpr std::array kLevels{LevelRow{"ERR", Level::error},  LevelRow{"WRN", Lev
 int number(std::string_view text, std::size_t at, std::size_t digits) {
   return std::stoi(std::string(text.substr(at, digits)));
 }
+
+// What tells that a record starts is not longer.
+constexpr std::size_t kLongestStart = 40;
 
 // "[21:12:44.498]ERR "
 bool starts_trace_record(std::string_view line) {
@@ -84,6 +88,7 @@ Record parse_trace(std::string_view text, const Date& date) {
   record.time = start_of(date) +
                 time_of_day(local_hour(number(text, 1, 2)), number(text, 4, 2), number(text, 7, 2)) +
                 number(text, 10, 3);
+  record.stamp = text.substr(0, 14);
   record.level = parse_level(text.substr(14, 3)).value_or(Level::unknown);
   record.body = text.substr(std::min<std::size_t>(18, text.size()));
   while (record.body.ends_with('\n')) record.body.pop_back();
@@ -91,15 +96,17 @@ Record parse_trace(std::string_view text, const Date& date) {
   return record;
 }
 
-// "<02>TEXT<41><03>": the text, without the marks.
-std::string frame_text(std::string_view frame) {
-  constexpr std::string_view kStart = "<02>", kEnd = "<03>";
-  constexpr std::size_t kMark = 4;
-  if (frame.starts_with(kStart)) frame.remove_prefix(kStart.size());
-  if (frame.ends_with(kEnd) && frame.size() >= 2 * kMark && frame[frame.size() - 2 * kMark] == '<') {
-    frame.remove_suffix(2 * kMark);
+// Kept by the library: the messages of a port that cannot be locked have no line feed, and the next one
+// follows at once. Where it begins, or the end.
+std::size_t second_message(std::string_view text) {
+  constexpr std::size_t kHead = 120;
+  const std::string_view head = text.substr(0, kHead);
+  if (head.find("STEP-05b") == std::string_view::npos && head.find("STEP-05c") == std::string_view::npos)
+    return text.size();
+  for (auto end = text.find("]n["); end != std::string_view::npos; end = text.find("]n[", end + 1)) {
+    if (starts_trace_record(text.substr(end + 2))) return end + 2;
   }
-  return std::string(frame);
+  return text.size();
 }
 
 Record parse_frame(std::string_view text) {
@@ -107,12 +114,13 @@ Record parse_frame(std::string_view text) {
   const Date date{number(text, 0, 4), number(text, 4, 2), number(text, 6, 2)};
   record.time = start_of(date) + time_of_day(number(text, 8, 2), number(text, 10, 2), number(text, 12, 2));
   record.milliseconds_known = false;
+  record.stamp = text.substr(0, kStampDigits);
   record.direction =
       text.substr(kStampDigits).starts_with(kSent) ? Direction::to_device : Direction::from_device;
   text.remove_prefix(kStampDigits + kSent.size());
   const std::size_t end = std::min(text.rfind(']'), text.size());
   record.mark = trimmed(text.substr(std::min(end + 1, text.size())));
-  record.body = frame_text(text.substr(0, end));
+  record.body = masking::unmarked(text.substr(0, end));
   const std::string_view name = std::string_view(record.body).substr(0, record.body.find('|'));
   // A sent frame whose checksum is zero stands under the other direction.
   const bool is_command = find_function(name) != nullptr;
@@ -219,34 +227,63 @@ std::vector<LogFile> find_log_files(const fs::path& folder) {
   return files;
 }
 
+void append(std::vector<Record>& records, std::vector<Record> more) {
+  std::move(more.begin(), more.end(), std::back_inserter(records));
+}
+
+bool RecordReader::starts(std::string_view text) const {
+  return kind_ == LogKind::trace ? starts_trace_record(text) : starts_frame(text);
+}
+
 std::vector<Record> RecordReader::read(std::string_view piece) {
-  const auto starts = kind_ == LogKind::trace ? starts_trace_record : starts_frame;
   pending_.append(piece);
   std::vector<Record> records;
-  std::size_t record_start = 0, line_start = 0;
-  while (true) {
-    const std::size_t feed = pending_.find('\n', line_start);
-    if (feed == std::string::npos) break;
-    line_start = feed + 1;
-    if (!starts(std::string_view(pending_).substr(line_start))) continue;
-    const std::string_view text = std::string_view(pending_).substr(record_start, line_start - record_start);
-    if (starts(text)) records.push_back(parse(text));
-    record_start = line_start;
-  }
-  pending_.erase(0, record_start);
+  take_records(records, [this](std::size_t line) {
+    // Whether a line starts a record shows in its first characters, which may be cut off here.
+    return pending_.size() - line >= kLongestStart || pending_.find('\n', line) != std::string::npos;
+  });
   return records;
 }
 
 std::vector<Record> RecordReader::finish() {
-  const auto starts = kind_ == LogKind::trace ? starts_trace_record : starts_frame;
-  const std::string text = std::move(pending_);
+  std::vector<Record> records;
+  take_records(records, [](std::size_t) { return true; });
+  add(pending_, records);
   pending_.clear();
-  if (!starts(text)) return {};
-  return {parse(text)};
+  looked_at_ = 0;
+  return records;
 }
 
-Record RecordReader::parse(std::string_view text) const {
-  return kind_ == LogKind::trace ? parse_trace(text, date_) : parse_frame(text);
+void RecordReader::take_records(std::vector<Record>& records,
+                                const std::function<bool(std::size_t)>& is_whole) {
+  std::size_t record_start = 0;
+  while (true) {
+    const std::size_t feed = pending_.find('\n', looked_at_);
+    looked_at_ = std::min(feed, pending_.size());
+    if (feed == std::string::npos || !is_whole(feed + 1)) break;
+    looked_at_ = feed + 1;
+    if (!starts(std::string_view(pending_).substr(looked_at_))) continue;
+    add(std::string_view(pending_).substr(record_start, looked_at_ - record_start), records);
+    record_start = looked_at_;
+  }
+  pending_.erase(0, record_start);
+  looked_at_ -= record_start;
+}
+
+void RecordReader::add(std::string_view text, std::vector<Record>& records) {
+  if (!starts(text)) {
+    skipped_ += text.size();
+    return;
+  }
+  if (kind_ == LogKind::protocol) {
+    records.push_back(parse_frame(text));
+    return;
+  }
+  while (!text.empty()) {
+    const std::size_t next = second_message(text);
+    records.push_back(parse_trace(text.substr(0, next), date_));
+    text.remove_prefix(next);
+  }
 }
 
 }  // namespace satctl

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -24,6 +25,7 @@ struct Record {
   bool milliseconds_known = true;
   Level level = Level::unknown;
   Direction direction = Direction::none;
+  std::string stamp;     // the time as it stands in the file
   std::string function;  // of the library, or of the SAT for a command frame
   std::string body;      // the message behind time and level, or the frame's text
   std::string mark;      // protocol log: OK:a, WR:d ...
@@ -57,14 +59,22 @@ class RecordReader {
   std::vector<Record> read(std::string_view piece);
   // The last record, which no other follows yet.
   std::vector<Record> finish();
+  // Bytes in front of the first record, which belong to none.
+  std::size_t skipped() const { return skipped_; }
 
  private:
-  Record parse(std::string_view text) const;
+  bool starts(std::string_view text) const;
+  void add(std::string_view text, std::vector<Record>& records);
+  void take_records(std::vector<Record>& records, const std::function<bool(std::size_t)>& is_whole);
 
   LogKind kind_;
   Date date_;
   std::string pending_;
+  std::size_t looked_at_ = 0;  // in pending_: no line feed in front of it is of interest any more
+  std::size_t skipped_ = 0;
 };
+
+void append(std::vector<Record>& records, std::vector<Record> more);
 
 std::optional<Date> parse_date(std::string_view text);  // YYYY-MM-DD or YYYYMMDD
 std::string format_date(const Date& date);

@@ -52,6 +52,16 @@ std::optional<std::string> read_file(const std::filesystem::path& path) {
   return content;
 }
 
+std::optional<std::string> read_regular_file(const std::filesystem::path& path) {
+  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW);
+  if (descriptor < 0) return std::nullopt;
+  struct stat opened {};
+  const bool regular = fstat(descriptor, &opened) == 0 && S_ISREG(opened.st_mode);
+  auto content = regular ? read_all(descriptor) : std::nullopt;
+  close(descriptor);
+  return content;
+}
+
 std::string read_argument(const std::string& argument) {
   std::optional<std::string> content = argument;
   if (argument == "-")

@@ -20,6 +20,9 @@ inline constexpr const char* kPortFile = "SAT.conf";
 // The whole file, or nothing.
 std::optional<std::string> read_file(const std::filesystem::path& path);
 
+// Nothing too for a link and for anything else that is no file.
+std::optional<std::string> read_regular_file(const std::filesystem::path& path);
+
 // An argument as the user may write it: a value, @FILE, or - for standard input. Throws UsageError.
 std::string read_argument(const std::string& argument);
 

@@ -11,7 +11,6 @@
 #include <system_error>
 
 #include "line/frame.h"
-#include "records/masking.h"
 
 namespace emulator {
 
@@ -128,7 +127,7 @@ Recorder::Recorder(const std::string& path, bool masked) : file_(open_private(pa
 }
 
 Recorder::~Recorder() {
-  mask_personal_data(held_back_);
+  mask_.apply(held_back_);
   write(held_back_);
 }
 
@@ -146,7 +145,7 @@ void Recorder::record(Direction direction, std::string_view bytes) {
     begin = i + 1;
   }
   if (masked_ && (in_frame_[0] || in_frame_[1])) return;
-  if (masked_) mask_personal_data(held_back_);
+  if (masked_) mask_.apply(held_back_);
   write(held_back_);
   held_back_.clear();
 }

@@ -14,15 +14,10 @@
 #include <string_view>
 #include <vector>
 
-#include "line/line.h"
+#include "records/masked_traffic.h"
+#include "records/recorded_bytes.h"
 
 namespace emulator {
-
-struct RecordedBytes {
-  double seconds = 0;
-  Direction direction = Direction::from_till;
-  std::string bytes;
-};
 
 std::string to_recording_line(const RecordedBytes& record);
 // Throws std::runtime_error naming the line.
@@ -47,6 +42,7 @@ class Recorder {
   };
   std::unique_ptr<std::FILE, Closer> file_;
   bool masked_;
+  TrafficMask mask_;
   Clock::time_point start_ = Clock::now();
   std::vector<RecordedBytes> held_back_;
   std::array<bool, 2> in_frame_{};
