@@ -662,6 +662,18 @@ TEST_F(LargeReplyTest, CallerGetsTheWholeTextOfALongReply) {
                           "INF Lnx Rcvd BIG_RSP_PKT[19999]\n\t <<  SO->PC   Rsp[01026:" + shown + "]\n"));
 }
 
+TEST_F(LargeReplyTest, ExcerptGoesOnWithWhatARefusedReceptionLeftBehindIt) {
+  const std::string refused = text_for_frame_of(2000);
+  const std::string text = text_for_frame_of(1500);
+  device().play({send_bad_frame(refused), expect_nak(), send_frame(text), expect_ack()});
+  EXPECT_EQ(receive(), static_cast<int>(text.size()));
+  expect_script_played();
+  const Lines lines = with_text(reading_lines(), "Rcvd BIG");
+  ASSERT_EQ(lines.size(), 2u);
+  const std::string behind = refused.substr(text.size() + 2);
+  EXPECT_THAT(lines, testing::Each(testing::HasSubstr(kEtx + behind)));
+}
+
 // ---- Bad arguments and hang-ups ---------------------------------------------------------------------
 
 TEST_F(ReceptionTest, NoBufferIsRefused) {
