@@ -14,9 +14,11 @@ import pytest
 
 
 class SatDevice:
-    """A running emulator. `port` is what the till opens."""
+    """A running emulator. `port` is what the till opens; what it says goes into a log in its folder."""
 
-    def __init__(self, folder, options):
+    def __init__(self, options):
+        # A short name: the library takes ports of up to 31 characters.
+        folder = self._folder = pathlib.Path(tempfile.mkdtemp(prefix="sat.", dir="/tmp"))
         self.port = str(folder / "sat0")
         program = os.environ.get("SAT_EMULATOR", "sat-emulator")
         self._log = open(folder / "sat-emulator.log", "w", encoding="utf-8")
@@ -24,11 +26,16 @@ class SatDevice:
                                          stderr=self._log, text=True)
         # The line comes once the port can be opened; an early end gives an empty one.
         if not self._process.stdout.readline():
-            self.stop()
-            raise RuntimeError("sat-emulator did not start; see %s" % self._log.name)
+            raise RuntimeError("sat-emulator did not start (%d); see %s" % (self._end(), self._log.name))
 
     def stop(self):
-        """Ends this emulator, by its process id, and returns its exit status."""
+        """Ends this emulator, by its process id. Its log stays only if it did not end as it should."""
+        status = self._end()
+        if status != 0:
+            raise RuntimeError("sat-emulator ended with %d; see %s" % (status, self._log.name))
+        shutil.rmtree(self._folder)
+
+    def _end(self):
         if self._process.poll() is None:
             self._process.terminate()
         status = self._process.wait(timeout=10)
@@ -46,19 +53,15 @@ class SatDevice:
 @pytest.fixture
 def sat_factory():
     """sat_factory("--fault", "on EnviarDadosVenda do no-reply"): as many devices as a test wants."""
-    folders, devices = [], []
+    devices = []
 
     def start(*options):
-        # A short name: the library takes ports of up to 31 characters.
-        folders.append(pathlib.Path(tempfile.mkdtemp(prefix="sat.", dir="/tmp")))
-        devices.append(SatDevice(folders[-1], options))
+        devices.append(SatDevice(options))
         return devices[-1]
 
     yield start
     for device in devices:
         device.stop()
-    for folder in folders:
-        shutil.rmtree(folder)
 
 
 @pytest.fixture
