@@ -1,5 +1,5 @@
 // The rule for sales and cancellations, case by case.
-#include "settlement.h"
+#include "calls/settlement.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 #include <memory>
 #include <sstream>
 
-#include "command.h"
+#include "terminal/command.h"
 
 namespace satctl {
 

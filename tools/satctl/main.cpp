@@ -3,9 +3,9 @@
 #include <exception>
 #include <filesystem>
 
-#include "command.h"
 #include "command_line.h"
-#include "terminal.h"
+#include "terminal/command.h"
+#include "terminal/terminal.h"
 
 namespace {
 
