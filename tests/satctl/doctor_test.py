@@ -346,6 +346,12 @@ class Bundle(World):
         for secret in (CODE, "sesamo", "Ana"):
             self.assertNotIn(secret, "".join(files.values()))
 
+    def test_a_name_with_a_number_of_somebody_gets_another(self):
+        self.write("Log/" + self.log_name("_12345678909.log"), "[09:00:00.000]ERR [0042] OLK_Exist  x\n")
+        files = self.bundled()
+        self.assertIn("[09:00:00.000]ERR [0042] OLK_Exist*3*\n", files["log-1.txt"])
+        self.assertNotIn("12345678909", "".join(files) + "".join(files.values()))
+
     def test_its_head_says_how_it_is_masked_and_what_is_left_out(self):
         name = self.log_name("_SAT_ProtocolLog.txt")
         line = "20260302120000 PC->SAT >> [<02>ConsultarSAT|00001<41><03>]OK:a\n"

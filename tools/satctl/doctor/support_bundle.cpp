@@ -45,9 +45,14 @@ struct Gathered {
   std::vector<std::string> left_out;  // names of links and of files that cannot be read
 };
 
-PackedLog pack_log(const LogFile& file, const std::string& content) {
-  PackedLog log{
-      file.path.filename().string(), content.size(), std::min(content.size(), kMostOfOneLog), 0, {}};
+// A log's name is the till's choice: one that could hold a number of somebody gets another.
+std::string packed_name(const LogFile& file, std::size_t number) {
+  std::string name = file.path.filename().string();
+  return masking::masked_path(name) == name ? name : "log-" + std::to_string(number) + ".txt";
+}
+
+PackedLog pack_log(const LogFile& file, std::size_t number, const std::string& content) {
+  PackedLog log{packed_name(file, number), content.size(), std::min(content.size(), kMostOfOneLog), 0, {}};
   RecordReader reader(file.kind, file.date);
   log.records = reader.read(std::string_view(content).substr(content.size() - log.used));
   append(log.records, reader.finish());
@@ -70,7 +75,8 @@ Gathered gather(const Patient& patient) {
   const LocalTime first = start_of(today()) - (kDaysOfLogs - 1) * kMillisecondsOfDay;
   for (const LogFile& log : find_log_files(patient.log_folder)) {
     if (start_of(log.date) < first) continue;
-    if (const auto content = read(log.path)) gathered.logs.push_back(pack_log(log, *content));
+    if (const auto content = read(log.path))
+      gathered.logs.push_back(pack_log(log, gathered.logs.size() + 1, *content));
   }
   return gathered;
 }
