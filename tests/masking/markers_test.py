@@ -5,6 +5,7 @@ import itertools
 import json
 import os
 import re
+import signal
 import subprocess
 import sys
 import tarfile
@@ -20,6 +21,7 @@ from support import CODE, EMULATOR, SALE, SatctlTest  # noqa: E402
 DAY = time.strftime("%Y%m%d", time.gmtime(time.time() - 3 * 3600))
 API = "[0100] [../src/api/TALVEX] "
 UTILS = "[0100] [../src/olk_sat_utils/olk_sat_utils] "
+LONG_ALARM = 400  # seconds for one test, which runs every view over thousands of cases
 VIEWS = [view + layout for view in ((), ("--frames",), ("--calls",)) for layout in ((), ("--json",))]
 
 COMMANDS = {
@@ -53,6 +55,10 @@ REPLIES = [["000042", "06000", "0000", "Emitido com sucesso", "", "", *RECEIPT],
            ["000042", "08000", "SAT em operacao", "", "", "further"],
            ["000042", "99099", "Comando desconhecido", "", ""],
            ["000042", "no code", "at all"], ["no reply"], ["SAT Erro[-02003]Lnx SAT  Dev[/dev/x] ocupado L[2305] F[Communicate]"]]
+
+
+# Fields that hold no marker.
+PLAIN = {field for fields in [*REPLIES, *([name, *values] for name, values in COMMANDS.items())] for field in fields}
 
 
 def cpf(number, right=True):
@@ -123,6 +129,7 @@ def readings(output):
 class MarkerTest(SatctlTest):
     def setUp(self):
         super().setUp()
+        signal.alarm(LONG_ALARM)
         self.write_ini(log_mode=5)
         self.markers = []
 
@@ -186,6 +193,8 @@ def trace_of_command(text):
     yield UTILS + "[SAT_API_CalcCkeckSum] ucCheckSum[7Ch]=PIPE iBufLen[%02d]\n\t   pBuf[%04d:%s] ucCheckSum[|]" % (length, length, text)
     fields = text.split("|")
     for place, field in enumerate(fields, 1):
+        if field in PLAIN and place > 2:
+            continue
         tail = {1: "Sat:NomeDoComando", 2: "SAT:numeroSessao(AC-RND)", len(fields): "LastParam"}.get(place, "")
         yield UTILS + "[SAT_API_CmdPktParcer]--- >> P%02d=[%08d:%s]%s" % (place, len(field), field, tail)
         yield UTILS + "[SAT_APP_CmdParcer]--- >> P%02d  ------------[%08d:%s]" % (place, len(field), field)
@@ -200,6 +209,8 @@ def trace_of_reply(text):
     yield API + "[ConsultarSAT] rc[-02003]ER\n\t << SAT_Rsp[%05d:%s]" % (length, text)
     yield UTILS + "[SAT_APP_RspParcer]--- rc[-01101]APP:ER\n\t << E01 << API_ERR_MSG[%08d:%s]" % (length, text)
     for place, field in enumerate(text.split("|"), 1):
+        if field in PLAIN:
+            continue
         yield UTILS + "[SAT_API_RspPktParcer]--- << R%02d=[%08d:%s]" % (place, len(field), field)
         yield UTILS + "[SAT_API_RspPktParcer]BIG << R%02d=[%08d:%s]" % (place, len(field), field[:100])
         for name in ("  numeroSessao", "         EEEEE", "      mensagem", "           cod", " mensagemSEFAZ"):
