@@ -153,7 +153,132 @@ class StopTest(DeskTest):
             time.sleep(0.01)
 
 
+class TcpTest(DeskTest):
+    def listen(self, *options):
+        self.emulator = Emulator(PROGRAM, "--activated", "--tcp", "0", *options, stderr=subprocess.PIPE)
+        self.addCleanup(self.emulator.process.stderr.close)
+        self.addCleanup(self.emulator.stop)
+        note = self.emulator.process.stderr.readline()
+        self.assertRegex(note, r"listening on 127\.0\.0\.1:\d+$")
+        return int(note.rpartition(":")[2])
+
+    def connect(self, port):
+        client = socket.create_connection(("127.0.0.1", port), timeout=10)
+        self.addCleanup(client.close)
+        return client
+
+    def read_until(self, client, end):
+        data = b""
+        while not data.endswith(end):
+            piece = client.recv(65536)
+            if not piece:
+                raise LinkError("closed after %r" % data[-80:])
+            data += piece
+        return data
+
+    def ask(self, client, session):
+        client.sendall(frame("ConsultarSAT|%06d" % session))
+        reply = ACK + frame("%06d|08000|SAT em operação||" % session)
+        self.assertEqual(self.read_until(client, reply), reply)
+        client.sendall(ACK)
+
+    def test_a_client_is_a_till(self):
+        port = self.listen()
+        client = self.connect(port)
+        self.ask(client, 1)
+        self.ask(client, 2)
+        client.close()
+        # The lock is gone once the emulator has seen the end of the connection.
+        while True:
+            try:
+                with Till(self.emulator.path) as till:
+                    self.assertIn("|08000|", till.call("ConsultarSAT|000003"))
+                break
+            except BlockingIOError:
+                time.sleep(0.01)
+        self.ask(self.connect(port), 4)
+
+    def test_one_till_at_a_time(self):
+        port = self.listen()
+        first = self.connect(port)
+        self.ask(first, 1)
+        self.assertEqual(self.connect(port).recv(1), b"")
+        with self.assertRaises(BlockingIOError):
+            Till(self.emulator.path)
+        self.ask(first, 2)
+
+    def test_a_client_is_turned_away_while_a_local_till_holds_the_port(self):
+        port = self.listen()
+        with Till(self.emulator.path) as till:
+            self.assertEqual(self.connect(port).recv(1), b"")
+            self.assertIn("|08000|", till.call("ConsultarSAT|000001"))
+
+    def test_a_device_that_is_unplugged_hangs_up(self):
+        port = self.listen("--fault", "on any nth=1 do hangup 5 back=0")
+        client = self.connect(port)
+        client.sendall(frame("ConsultarSAT|000001"))
+        with self.assertRaises(LinkError):
+            self.read_until(client, b"never")
+        self.ask(self.connect(port), 2)
+
+    def test_large_frames_pass_in_both_directions(self):
+        port = self.listen("--fault", "on any do oversize 3000000")
+        client = self.connect(port)
+        data = frame("Inventada|000001|" + "x" * 40_000)
+        for start in range(0, len(data), BLOCK):
+            client.sendall(data[start:start + BLOCK])
+            self.assertEqual(client.recv(1), ACK)
+        self.assertIn(b"|99099|", self.read_until(client, ETX))
+        client.sendall(ACK + frame("ConsultarSAT|000002"))
+        self.assertEqual(client.recv(1), ACK)
+        reply = b""
+        while len(reply) < 3_000_003:
+            piece = client.recv(min(65536, BLOCK - len(reply) % BLOCK))
+            self.assertTrue(piece)
+            reply += piece
+            if len(reply) % BLOCK == 0:
+                client.sendall(ACK)
+        self.assertEqual(reply, frame(reply[1:-2]))
+
+    def test_the_lines_of_the_guide_make_a_port_of_it(self):
+        if shutil.which("socat") is None:
+            self.skipTest("no socat")
+        with open(os.path.join(os.path.dirname(__file__), "..", "..", "docs", "emulator.md"), encoding="utf-8") as file:
+            line = re.search(r"^    (socat PTY.*)$", file.read(), re.MULTILINE)[1]
+        port, link = self.listen(), self.file("sat0")
+        words = line.replace("/tmp/ttySAT0", link).replace("9100", str(port)).split()
+        for session in (1, 2):
+            with subprocess.Popen(words) as bridge:
+                while not os.path.exists(link):
+                    self.assertIsNone(bridge.poll())
+                    time.sleep(0.01)
+                with Till(link) as till:
+                    self.assertEqual(till.call("ConsultarSAT|%06d" % session),
+                                     "%06d|08000|SAT em operação||" % session)
+                self.assertEqual(bridge.wait(10), 0)
+
+    def test_what_is_no_address_is_refused(self):
+        for address in ("", "x", "1:2:3", "localhost:9100", "127.0.0.1:", "127.0.0.1:70000", ":9100", "127.0.0.1:-1"):
+            self.assertEqual(run("--tcp", address).returncode, 2, address)
+        port = self.listen()
+        result = run("--tcp", "127.0.0.1:%d" % port)
+        self.assertEqual(result.returncode, 4)
+        self.assertIn("Address already in use", result.stderr)
+
+
 class LinkNameTest(DeskTest):
+    def test_a_name_that_the_library_does_not_take_is_said(self):
+        for name, said in (("port", True), ("sat0", False), ("a" * 40 + "0", True)):
+            with tempfile.TemporaryDirectory(prefix="s", dir="/tmp") as folder:
+                emulator = Emulator(PROGRAM, "--link", os.path.join(folder, name), stderr=subprocess.PIPE)
+                emulator.stop()
+                self.assertEqual("driver library takes no port" in emulator.process.stderr.read(), said, name)
+                emulator.process.stderr.close()
+
+    def test_a_name_in_use_is_said(self):
+        emulator = self.ready("--link", self.file("sat0"))
+        self.assertIn("in use: it leads to " + emulator.path, run("--link", self.file("sat0")).stderr)
+
     def test_leads_to_the_port(self):
         emulator = self.ready("--link", self.file("sat0"))
         self.assertEqual(os.readlink(self.file("sat0")), emulator.path)

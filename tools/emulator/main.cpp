@@ -15,6 +15,7 @@
 #include "desk/settings.h"
 #include "device/state_file.h"
 #include "line/conversation.h"
+#include "line/tcp_port.h"
 #include "records/masked_traffic.h"
 #include "records/replay.h"
 
@@ -169,13 +170,29 @@ void serve_tills(const Options& options, Recorder* recorder, const EventLog& log
     });
     port->waiter.attach(&*socket);
   }
+  std::optional<TcpPort> tcp;
+  if (!options.tcp.empty()) {
+    failing_with(kExitPort,
+                 [&] { tcp.emplace(tcp_address(options.tcp), [&port] { return port->terminal.path(); }); });
+    port->waiter.attach(&*tcp);
+    log.note("listening on " + tcp->address());
+  }
   announce(port->terminal);
   Conversation(port->line, emulated).run();
+}
+
+bool library_takes(const std::string& link) {
+  constexpr std::size_t kLongestPort = 31;
+  return link.empty() || (link.size() <= kLongestPort && link.back() >= '0' && link.back() <= '9');
 }
 
 void run(const Options& options) {
   if (!options.mask_files.empty()) return mask_file(options.mask_files[0], options.mask_files[1]);
   const EventLog log(log_form(options));
+  if (!library_takes(options.link)) {
+    log.note("the driver library takes no port called " + options.link +
+             ": up to 31 characters, the last one a digit");
+  }
   std::optional<Recorder> recorder;
   if (!options.record.empty()) {
     failing_with(kExitInputFile, [&] { recorder.emplace(options.record, options.mask); });

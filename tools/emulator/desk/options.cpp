@@ -7,6 +7,7 @@
 #include "desk/profiles.h"
 #include "desk/settings.h"
 #include "documents/identifiers.h"
+#include "line/tcp_port.h"
 
 namespace emulator {
 
@@ -84,7 +85,7 @@ Exit codes
   1  internal error
   2  wrong command line
   3  a rule file or recording cannot be read, understood or written
-  4  the port, its link or the control socket cannot be made
+  4  the port, its link, the TCP port or the control socket cannot be made
   5  the state file cannot be read, understood or written, or another emulator uses it
   6  in a replay the till did something else than in the recording
 )";
@@ -132,6 +133,8 @@ void add_port_options(CLI::App& app, Options& o) {
       ->check(delay);
   port.value("--encoding", "NAME", o.encoding, "Texts of replies in utf8 (the default) or latin1")
       ->check(CLI::IsMember({"utf8", "latin1"}));
+  port.value("--tcp", "ADDRESS:PORT", o.tcp, "The port over TCP too; PORT alone: on the loopback")
+      ->check(validator(tcp_address));
   port.value("--control", "SOCKET", o.control, "Take orders on this local socket");
 }
 

@@ -21,6 +21,7 @@ struct Options {
   // Port.
   std::string link;
   std::string control;
+  std::string tcp;
   int latency_ms = 0;
   int byte_delay_us = 0;
   std::string encoding = "utf8";

@@ -38,6 +38,13 @@ bool is_left_over_link(const fs::path& name, const fs::path& own_port) {
   return target == own_port || (target.parent_path() == "/dev/pts" && !fs::exists(target, ignored));
 }
 
+std::string reason_to_leave(const fs::path& name) {
+  std::error_code ignored;
+  const fs::path target = fs::read_symlink(name, ignored);
+  if (target.parent_path() == "/dev/pts") return " (it is in use: it leads to " + target.string() + ")";
+  return " (it is not a left-over link of an emulator)";
+}
+
 }  // namespace
 
 PseudoTerminal::PseudoTerminal() {
@@ -80,7 +87,7 @@ void PortLink::create(const std::string& name, const std::string& target) {
   if (is_left_over_link(name, target)) fs::remove(name);
   if (symlink(target.c_str(), name.c_str()) != 0) {
     throw std::runtime_error("cannot make the link " + name + ": " + std::generic_category().message(errno) +
-                             (errno == EEXIST ? " (it is not a left-over link of an emulator)" : ""));
+                             (errno == EEXIST ? reason_to_leave(name) : ""));
   }
   name_ = name;
   target_ = target;
