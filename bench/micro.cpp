@@ -7,6 +7,7 @@
 
 #include "api/api_trace.h"
 #include "api/configuration.h"
+#include "api/default_configuration.h"
 #include "api/context.h"
 #include "api/packet_buffer.h"
 #include "api/protocol_log.h"
@@ -67,7 +68,8 @@ BENCHMARK(ini_lookup);
 
 void configuration_pass(benchmark::State& state) {
   CreateFile_TalvexIni();
-  for (auto _ : state) benchmark::DoNotOptimize(UpdateTalvexConfiguration());
+  Settings settings = {};
+  for (auto _ : state) benchmark::DoNotOptimize(UpdateTalvexConfiguration(settings));
 }
 BENCHMARK(configuration_pass);
 
