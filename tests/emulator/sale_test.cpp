@@ -133,11 +133,12 @@ INSTANTIATE_TEST_SUITE_P(Sales, RefusedSales, testing::ValuesIn(kBadSales),
                          [](const auto& row) { return row.param.name; });
 
 TEST(RefusedXml, WhateverItIs) {
-  for (const char* text :
-       {"", "x", "<CFe>", "<CFe><infCFe></CFe>", "<CFe/><", "<CFe><infCFe>\xff</infCFe>"}) {
+  for (const char* text : {"", "x", "<CFe>", "<CFe><infCFe></CFe>", "<CFe/><", "<CFe><infCFe>x</infCFe>"}) {
     const Refused refused = refusal_of([&] { read_sale(text); });
     EXPECT_EQ(refused.cccc, cause_row(Cause::not_xml).cccc) << text;
   }
+  EXPECT_EQ(refusal_of([] { read_sale("<CFe><infCFe>\xff</infCFe>"); }).cccc,
+            cause_row(Cause::encoding).cccc);
   EXPECT_EQ(refusal_of([] { read_sale("<CFe/>"); }).cccc, cause_row(Cause::missing_field).cccc);
   EXPECT_EQ(refusal_of([] { read_sale("<outro/>"); }).cccc, cause_row(Cause::missing_field).cccc);
 }
