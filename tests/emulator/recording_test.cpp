@@ -64,7 +64,7 @@ std::string masked_text(Direction direction, const std::string& text) {
   mask(records);
   const std::string& frame = records[0].bytes;
   EXPECT_EQ(frame.size(), text.size() + 3);
-  const std::string masked = frame.substr(1, text.size());
+  std::string masked = frame.substr(1, text.size());
   EXPECT_EQ(frame, make_frame(masked));
   return masked;
 }

@@ -101,6 +101,16 @@ TEST(LogLine, IsMaskedLikeItsFrame) {
   EXPECT_EQ(masked_log_line("Ana"), "*3*");
 }
 
+TEST(MaskerTest, ACodeThatIsTheBeginningOfANumberUncoversNothingOfIt) {
+  Masker masker;
+  masker.learn_frame("ExtrairLogs|000001|529982247");
+  EXPECT_THAT(
+      masker.frame("000001|06000|0000|Emitido com sucesso|||QQ==|20260301110000|x|10.00|52998224725|QQ==",
+                   Side::device),
+      HasSubstr("|10.00|*11*|"));
+  EXPECT_EQ(masker.own_text("to 52998224725"), "to *11*");
+}
+
 TEST(MaskerTest, LearnsFromEveryPlace) {
   Masker masker;
   masker.learn_message(
