@@ -1,5 +1,5 @@
 // Every fault at every stage of a transaction, as data: a cell for each way in which it can happen there, or
-// the reason why it cannot. A test plays each cell; the tables in docs/reliability.md are printed from them.
+// the reason why it cannot. A test plays each cell; docs/tables/faults.md is printed from them.
 #pragma once
 
 #include <cstddef>

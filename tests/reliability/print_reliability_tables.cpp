@@ -1,4 +1,4 @@
-// Prints the fault matrix and the time rules as the tables of docs/reliability.md.
+// Prints the fault matrix and the time rules as the pages docs/tables/faults.md and times.md.
 //
 //   print-reliability-tables faults|times
 #include <cstdio>
@@ -93,7 +93,15 @@ std::string joined(const std::vector<Stage>& stages) {
   return joined(names);
 }
 
+void print_head(const char* title, const char* source) {
+  std::printf(
+      "# %s\n\nWritten by `scripts/reliability-tables` from `%s`. What it means: "
+      "[reliability](../reliability.md).\n\n",
+      title, source);
+}
+
 void print_faults() {
+  print_head("Fault matrix", "tests/link/fault_matrix.cpp");
   const std::size_t pairs = families().size() * static_cast<std::size_t>(Stage::kWholeCall);
   std::size_t with_reason = 0;
   for (const Reason& reason : reasons()) with_reason += reason.families.size() * reason.stages.size();
@@ -108,6 +116,7 @@ void print_faults() {
 }
 
 void print_times() {
+  print_head("Time rules", "tests/reliability/time_rules.h");
   std::printf("| What happens | Function | Result | After | Made up of |\n|---|---|---|---|---|\n");
   for (const time_rules::Rule& rule : time_rules::rules()) {
     char code[32] = "reply";

@@ -1,5 +1,5 @@
 // The limits of every wait, at their true length, as data. A test plays each rule in virtual time; the table
-// in docs/reliability.md is printed from the same rules.
+// in docs/tables/times.md is printed from the same rules.
 #pragma once
 
 #include <cstdint>
