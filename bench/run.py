@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Measures the library against the floor and prints the table of docs/performance.md.
+"""Measures the library against the floor and prints the tables that docs/performance.md takes its figures from.
 
     run.py BUILD [--json FILE] [--scale N]
 
@@ -62,53 +62,31 @@ E: SUBSYSTEM=tty
 A: dev=166:0
 """
 
-SETTINGS = """[SERIAL_PORT_CONFIG]
-{fixed}SerialPortConfig=115200,8,N,1
-ReadIntervalTimeout=10
-ReadTotalTimeoutMultiplier=1
-ReadTotalTimeoutConstant=1
-WriteTotalTimeoutMultiplier=1
-WriteTotalTimeoutConstant=1000
+# Has the library write its default SAT.ini in the working directory.
+WRITE_DEFAULTS = "import ctypes, sys; ctypes.CDLL(sys.argv[1]).VersaoDllTalvex()"
 
-[SAT_TIMEOUT]
-AtivarSAT                     =1800
-ComunicarCertificadoICPBRASIL = 300
-EnviarDadosVenda              =  30
-CancelarUltimaVenda           =  30
-ConsultarSAT                  =  10
-TesteFimAFim                  =  20
-ConsultarStatusOperacional    =  10
-ConsultarNumeroSessao         =  20
-ConfigurarInterfaceDeRede     =  20
-AssociarAssinatura            =1800
-AtualizarSoftwareSAT          =1800
-ExtrairLogs                   =  30
-BloquearSAT                   = 300
-DesbloquearSAT                =  20
-TrocarCodigoDeAtivacao        =  30
-ConsultarUltimaSessaoFiscal   =  20
 
-[SAT_EMULATOR]
-SerialPortLinux=/dev/ttyVSP0
-Enable=0
+def default_settings(library):
+    """The default SAT.ini without its comments, which every lookup would have to pass by."""
+    with tempfile.TemporaryDirectory(prefix="talvex-bench-") as folder:
+        subprocess.run([sys.executable, "-c", WRITE_DEFAULTS, library.resolve()], cwd=folder, check=True)
+        lines = pathlib.Path(folder, "SAT.ini").read_text().splitlines()
+    return [line for line in lines if not line.startswith("#")]
 
-[ARVOLEN]
-PathWindows=C:\\ProgramData\\Arvolen\\Cupons\\New
-PathLinux=/etc/Arvolen/Cupons/New
-Enable=0
 
-[LOG]
-LogFilePath=Log
-LogFileName=
-LogFileMaxSize=1300000
-LogMode={mode}
-"""
+def settings_for(defaults, fixed_port, mode):
+    """These settings with a fixed port (or None) and a log mode."""
+    lines = [f"LogMode={mode}" if line.startswith("LogMode=") else line for line in defaults]
+    if fixed_port:
+        lines.insert(lines.index("[SERIAL_PORT_CONFIG]") + 1, f"FixarPorta={fixed_port}")
+    return "\n".join(lines).strip() + "\n"
 
 
 class Bench:
     def __init__(self, build, scale):
         self.programs = build / "bin"
         self.library = build / "libtalvex.so"
+        self.defaults = default_settings(self.library)
         self.scale = scale
         self.device = subprocess.Popen([self.programs / "instant-device"], stdout=subprocess.PIPE, text=True)
         self.port = self.device.stdout.readline().strip()
@@ -120,9 +98,8 @@ class Bench:
     def host(self, activity, case, calls, mode, *, device=None, wrapper=(), usb=False):
         """One run of the host program in a folder of its own; device is the value of FixarPorta."""
         with tempfile.TemporaryDirectory(prefix="talvex-bench-") as folder:
-            fixed = "" if usb else f"FixarPorta={device or self.port}\n"
             settings = pathlib.Path(folder, "SAT.ini")
-            settings.write_text(SETTINGS.format(fixed=fixed, mode=mode))
+            settings.write_text(settings_for(self.defaults, None if usb else device or self.port, mode))
             # Written a while ago: the second call reads the settings again, later ones do not.
             os.utime(settings, (1_600_000_000, 1_600_000_000))
             port = "/dev/ttyACM0" if usb else self.port
