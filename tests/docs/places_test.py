@@ -27,7 +27,7 @@ class TheCheck(unittest.TestCase):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
         self.tree = pathlib.Path(folder.name)
-        rows = "".join(f'{{.name = "{name}"}},\n' for name in self.NAMES)
+        rows = "".join(f'{{.name = "{name}", .default_timeout_s = 10}},\n' for name in self.NAMES)
         self.write("src/olk_sat_utils/sat_functions.h", rows)
         self.write("src/api/default_configuration.cpp", '"LogMode=1", "LogFilePath=Log", "FixarPorta="')
         self.write("tools/functions.h", "ativar_sat, consultar_sat, extrair_logs, bloquear_sat")
@@ -65,6 +65,14 @@ class TheCheck(unittest.TestCase):
     def test_a_setting_that_is_known_elsewhere(self):
         self.write("tools/ini.cpp", "LogMode LogFilePath FixarPorta")
         self.assert_complains("A setting of SAT.ini: tools/ini.cpp knows them too, and is not in the list")
+
+    def test_a_time_out_that_was_changed_in_one_place_only(self):
+        self.write("docs/settings.md", "| `AtivarSAT` | 10 |\n| `ConsultarSAT` | 10 |\n| `ExtrairLogs` | 20 |\n"
+                   "| `BloquearSAT` | 10 |\n")
+        self.guide("tools/functions.h", "docs/settings.md")
+        with open(self.tree / "CONTRIBUTING.md", "a") as guide:
+            guide.write("\n### A default time-out\n\n| `docs/settings.md` | it |\n")
+        self.assert_complains("A default time-out: docs/settings.md has no 10 for ExtrairLogs")
 
     def test_a_list_that_is_not_there(self):
         self.write("CONTRIBUTING.md", "# C\n\n### A SAT function\n\n| `src/olk_sat_utils/sat_functions.h` | it |\n"
