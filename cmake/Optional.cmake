@@ -14,6 +14,12 @@ endfunction()
 if(TALVEX_BUILD_TOOLS)
   talvex_leave_out_unless_found(TALVEX_BUILD_TOOLS "emulator and satctl" CLI11 nlohmann_json pugixml OpenSSL)
 endif()
+if(TALVEX_BUILD_HUB)
+  # Boost's own file tells its version.
+  set(Boost_NO_WARN_NEW_VERSIONS ON)
+  talvex_leave_out_unless_found(TALVEX_BUILD_HUB "hub"
+    CLI11 nlohmann_json pugixml OpenSSL SQLiteCpp tomlplusplus boost_url)
+endif()
 if(TALVEX_BUILD_TESTS)
   talvex_leave_out_unless_found(TALVEX_BUILD_TESTS "the tests" GTest Python3)
 endif()

@@ -1,5 +1,6 @@
 # Sourced by the other scripts: ensure_packages installs the Debian packages that are missing.
-packages_build="g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libpugixml-dev libssl-dev"
+packages_build="g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libpugixml-dev libssl-dev libboost1.81-dev \
+  libboost-url1.81-dev libsqlitecpp-dev libsqlite3-dev libtomlplusplus-dev libsystemd-dev"
 packages_test="libgtest-dev libgmock-dev udev umockdev python3 binutils valgrind groff-base pkg-config python3-pytest socat"
 packages_static="clang clang-format clang-tidy cppcheck"
 packages_fuzz="clang libclang-rt-14-dev"
