@@ -277,7 +277,7 @@ awaitable<void> Desk::compare() {
   const Reply status = co_await question("ConsultarStatusOperacional");
   const auto identity = identity_in(status);
   if (!identity || identity->serial != identity_->serial) {
-    next_identification_ = broker_.now() + seconds{1};
+    next_comparison_ = broker_.now() + seconds{1};
     co_return;
   }
   auto record = *journal_.device(identity->serial);
@@ -373,7 +373,7 @@ awaitable<void> Desk::take_turn() {
     if (identity_) {
       const auto unknown = first_unknown();
       if (unknown && !unsettled_ && now >= next_finding_) co_return co_await find_out(*unknown);
-      if (!compared_ && !is_held() && now >= next_identification_) co_return co_await compare();
+      if (!compared_ && !is_held() && now >= next_comparison_) co_return co_await compare();
     }
   } else {
     view_.state = DeviceState::no_code;
@@ -390,7 +390,7 @@ awaitable<void> Desk::take_turn() {
           broker_.next([&](const Job& waiting) { return may_run(waiting) && (!held || waiting.id < 0); })) {
     co_return co_await carry_out(*job);
   }
-  if (identity_ && !held && now >= next_status_) co_return co_await refresh_status();
+  if (compared_ && !held && now >= next_status_) co_return co_await refresh_status();
   if (sessions_.runs_short()) reserve_sessions();
   Instant until = now + seconds{1};
   if (const auto event = broker_.next_event()) until = std::min(until, *event);

@@ -170,6 +170,7 @@ class Till:
         """The key, again and again, as a till does that must know. It bears whatever happens to the hub."""
         end = time.monotonic() + limit
         while True:
+            self.hub.revive()
             try:
                 answer = self.sell(key, data, espera=5, **fields)
                 if answer.state in ("done", "expired", "not-issued"):
@@ -224,6 +225,12 @@ class Hub:
             self.port = int(line.strip().rsplit(":", 1)[1])
         return line
 
+    def revive(self):
+        """As its supervisor would, a hub that the shim has killed."""
+        if self.process.poll() is not None:
+            self.end()
+            self.start()
+
     def kill(self):
         self.process.kill()
         self.end()
@@ -233,7 +240,11 @@ class Hub:
             return
         if self.process.poll() is None:
             self.process.terminate()
-        self.end()
+        try:
+            self.end()
+        except subprocess.TimeoutExpired:
+            self.kill()
+            raise
 
     def end(self):
         status = self.process.wait(60)
