@@ -380,9 +380,8 @@ awaitable<void> Desk::take_turn() {
   }
   const bool held = !identity_ || is_held();
   if (identity_) {
-    view_.state = !held             ? DeviceState::ready
-                  : first_unknown() ? DeviceState::finding_out
-                                    : DeviceState::undecided;
+    const bool finding_out = first_unknown() || (!held && !compared_);
+    view_.state = finding_out ? DeviceState::finding_out : held ? DeviceState::undecided : DeviceState::ready;
     view_.trouble.clear();
   }
   tell_tills();
@@ -397,7 +396,7 @@ awaitable<void> Desk::take_turn() {
   // Whoever comes wakes the desk; the port and the activation code's file are looked at once a second.
   co_await pause(until);
   const auto where = port();
-  if (!where || !node_of(*where)) child_.kill();
+  if (!where || node_of(*where) != node_) child_.kill();
 }
 
 bool Desk::may_run(const Job& job) const {
