@@ -85,16 +85,15 @@ bool is_status(const Reply& reply) {
   return reply.code() == kStatusFamily * 1000;
 }
 
-// A fiscal reply, stored under some session.
-bool is_stored(const Reply& reply) {
-  const int family = reply.code() / 1000;
-  return (family == kSaleFamily || family == kCancellationFamily) && !reply.is_in_process();
+// A stored reply of whatever function, or the word that there is none. Everything else is no answer to the question.
+bool is_answer(const Reply& reply, int nothing_there) {
+  if (reply.failure() || reply.code() == 0 || reply.is_in_process()) return false;
+  return reply.code() / 1000 != nothing_there / 1000 || reply.code() == nothing_there;
 }
 
 bool answered(const Answers& answers) {
-  return identity_in(answers.status) &&
-         (is_stored(answers.session) || answers.session.code() == kUnknownSession) &&
-         (is_stored(answers.last) || answers.last.code() == kNothingIssuedYet);
+  return identity_in(answers.status) && is_answer(answers.session, kUnknownSession) &&
+         is_answer(answers.last, kNothingIssuedYet);
 }
 
 // 19003 where there was none; otherwise the baseline itself.

@@ -103,7 +103,7 @@ class ProofTest(HubTest):
         first = till.sell("k1")
         # The sale is lost on the line; before anybody can look, a stranger sells.
         device.order("fault on EnviarDadosVenda nth=1 do silence")
-        device.order("fault on ConsultarStatusOperacional times=4 do processing 4")
+        device.order("fault on ConsultarStatusOperacional nth=1 do processing 3")
         thread, results = self.in_background(lambda: till.sell("k2"))
         wait_for(lambda: hub.rows("SELECT * FROM operation WHERE key = 'k2' AND state = 'unknown'"), "unknown", 60)
         elsewhere = Elsewhere(self, device)

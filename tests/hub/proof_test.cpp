@@ -156,6 +156,8 @@ const std::vector<FindingCase> kFindingCases{
      Finding::not_issued},
     {"the last receipt is the baseline, twice", status(key(17)), "004711|06010|1464|Erro||",
      issued(key(17), 1), Finding::not_issued},
+    {"the last receipt is the baseline, twice", status(key(17)), "004711|08000|SAT em operacao||",
+     issued(key(17), 1), Finding::not_issued},
     {"neither", status(key(18)), kUnknownSession, issued(key(18), 1), Finding::undecided},
     {"neither", status(key(17)), kUnknownSession, issued(key(18), 1), Finding::undecided},
     {"neither", status(key(18)), kUnknownSession, issued(key(17), 1), Finding::undecided},
