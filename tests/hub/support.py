@@ -87,6 +87,7 @@ class Emulator:
         self.process.kill()
         self.process.wait(10)
         self.process.stdout.close()
+        os.unlink(self.link)  # its number may be another terminal's by now
 
     def order(self, text):
         with socket.socket(socket.AF_UNIX) as link:
