@@ -10,7 +10,7 @@
 #include <ctime>
 #include <stdexcept>
 
-#include "satctl/printable.h"
+#include "satctl/terminal/printable.h"
 
 namespace hub {
 

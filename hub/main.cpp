@@ -6,7 +6,7 @@
 #include "hub/http/wire.h"
 #include "hub/journal/journal.h"
 #include "satctl/command_line.h"
-#include "satctl/terminal.h"
+#include "satctl/terminal/terminal.h"
 
 namespace {
 

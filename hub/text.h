@@ -1,7 +1,7 @@
 // Texts in both languages, chosen as the command-line tool chooses them.
 #pragma once
 
-#include "satctl/text.h"
+#include "satctl/terminal/text.h"
 
 namespace hub {
 

@@ -12,7 +12,7 @@
 
 #include "hub/journal/journal.h"
 #include "hub/queue/queue.h"
-#include "satctl/functions.h"
+#include "satctl/library/functions.h"
 
 namespace hub {
 

@@ -7,8 +7,8 @@
 #include "hub/device/port.h"
 #include "hub/http/wire.h"
 #include "hub/journal/journal.h"
-#include "satctl/library.h"
-#include "satctl/terminal.h"
+#include "satctl/library/library.h"
+#include "satctl/terminal/terminal.h"
 
 namespace hub {
 

@@ -2,7 +2,7 @@
 
 #include "hub/commands/ask.h"
 #include "hub/commands/commands.h"
-#include "satctl/terminal.h"
+#include "satctl/terminal/terminal.h"
 
 namespace hub {
 

@@ -3,7 +3,7 @@
 #include "hub/commands/ask.h"
 #include "hub/commands/commands.h"
 #include "hub/journal/operation.h"
-#include "satctl/terminal.h"
+#include "satctl/terminal/terminal.h"
 
 namespace hub {
 

@@ -4,7 +4,7 @@
 #include "hub/encoding.h"
 #include "hub/http/parsing.h"
 #include "hub/journal/journal.h"
-#include "satctl/terminal.h"
+#include "satctl/terminal/terminal.h"
 
 namespace hub {
 

@@ -18,7 +18,7 @@
 #include "hub/commands/commands.h"
 #include "hub/desk/desk.h"
 #include "hub/http/wire.h"
-#include "satctl/terminal.h"
+#include "satctl/terminal/terminal.h"
 
 namespace hub {
 

@@ -2,7 +2,7 @@
 
 #include "hub/commands/commands.h"
 #include "hub/tills/tills.h"
-#include "satctl/terminal.h"
+#include "satctl/terminal/terminal.h"
 
 namespace hub {
 

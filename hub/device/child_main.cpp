@@ -18,9 +18,9 @@
 
 #include "hub/device/messages.h"
 #include "hub/device/port.h"
-#include "satctl/exit_status.h"
-#include "satctl/library.h"
-#include "satctl/terminal.h"
+#include "satctl/library/library.h"
+#include "satctl/terminal/exit_status.h"
+#include "satctl/terminal/terminal.h"
 
 namespace {
 

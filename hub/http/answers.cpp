@@ -5,7 +5,7 @@
 #include "hub/encoding.h"
 #include "hub/sat/reply.h"
 #include "hub/text.h"
-#include "satctl/reply.h"
+#include "satctl/calls/reply.h"
 
 namespace hub {
 

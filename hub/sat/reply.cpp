@@ -4,7 +4,7 @@
 #include <cstdio>
 
 #include "hub/text.h"
-#include "satctl/reply.h"
+#include "satctl/calls/reply.h"
 
 namespace hub {
 
