@@ -2,19 +2,14 @@
 
 #include <errno.h>
 #include <limits.h>
-#include <poll.h>
 
 #include <algorithm>
+
+#include "olk_utils/clock_calls.h"
 
 namespace {
 
 constexpr int64_t kNanosecondsPerMillisecond = 1000000;
-
-timespec read_clock(clockid_t clock) {
-  timespec now{};
-  clock_gettime(clock, &now);
-  return now;
-}
 
 WaitResult wait_result_of(short events) {
   if ((events & POLLNVAL) != 0) return kWaitFailed;
@@ -32,7 +27,7 @@ WaitResult wait_for(short event, int descriptor, int64_t timeout_ms) {
   const timespec start = monotonic_now();
   int64_t remaining = timeout_ms;
   for (;;) {
-    const int ready = poll(&port, 1, static_cast<int>(std::min<int64_t>(remaining, INT_MAX)));
+    const int ready = poll_descriptor(&port, static_cast<int>(std::min<int64_t>(remaining, INT_MAX)));
     if (ready > 0) return wait_result_of(port.revents);
     if (ready < 0 && errno != EINTR) return kWaitFailed;
     remaining = timeout_ms - elapsed_ms(start, monotonic_now());
@@ -76,6 +71,6 @@ WaitResult wait_writable(int descriptor, int64_t timeout_ms) {
 void pause_microseconds(unsigned microseconds) {
   timespec remaining{static_cast<time_t>(microseconds / 1000000),
                      static_cast<long>(microseconds % 1000000) * 1000};
-  while (nanosleep(&remaining, &remaining) == -1 && errno == EINTR) {
+  while (sleep_for(&remaining) == -1 && errno == EINTR) {
   }
 }

@@ -1,5 +1,4 @@
-// The only place where the library reads a clock or waits. Everything else is arithmetic on the values
-// it gets here; tests put a virtual clock behind exactly these functions at link time.
+// Time as the library uses it: calendar, milliseconds, and waits that signals do not shorten.
 #pragma once
 
 #include <stdint.h>

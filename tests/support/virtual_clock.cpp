@@ -1,13 +1,13 @@
 #include "support/virtual_clock.h"
 
 #include <errno.h>
-#include <poll.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <limits>
 #include <utility>
 
-#include "olk_utils/system_clock.h"
+#include "olk_utils/clock_calls.h"
 
 namespace {
 
@@ -75,65 +75,29 @@ void set_tick_ms(std::int64_t milliseconds) {
 
 }  // namespace virtual_clock
 
-LocalTime local_time_now() {
-  const timespec now = to_timespec(wall_ns);
-  LocalTime local{};
-  localtime_r(&now.tv_sec, &local.calendar);
-  local.milliseconds = static_cast<int>(now.tv_nsec / kNanosecondsPerMillisecond);
-  return local;
-}
-
-LocalTime local_time_in_current_zone() {
-  tzset();
-  return local_time_now();
-}
-
-uint64_t GetCurrentMilliTime() {
-  return static_cast<uint64_t>(wall_ns / kNanosecondsPerMillisecond);
-}
-
-timespec monotonic_now() {
+timespec read_clock(clockid_t clock) {
+  if (clock == CLOCK_REALTIME) return to_timespec(wall_ns);
   give_turn();
   advance_ns(tick_ns);
   return to_timespec(monotonic_ns);
 }
 
-namespace {
-
 // A ready port answers at once; a silent or full one costs the whole wait, in virtual time only.
-WaitResult wait_for(short event, int descriptor, int64_t timeout_ms) {
-  if (descriptor < 0) {
-    errno = EBADF;
-    return kWaitFailed;
-  }
-  pollfd port{descriptor, event, 0};
+int poll_descriptor(pollfd* descriptor, int timeout_ms) {
   for (int64_t remaining = timeout_ms;;) {
     const int64_t next_turn = give_turn();
-    const int ready = poll(&port, 1, 0);
-    if (ready > 0) break;
-    if (ready < 0 && errno == EINTR) continue;
-    if (ready < 0) return kWaitFailed;
-    if (remaining <= 0) return kTimedOut;
+    const int ready = poll(descriptor, 1, 0);
+    if (ready != 0) return ready;
+    if (remaining == 0) return 0;
+    if (remaining < 0) std::abort();  // would wait for ever
     const int64_t step = std::clamp<int64_t>(next_turn, 1, remaining);
     virtual_clock::advance_ms(step);
     remaining -= step;
   }
-  if ((port.revents & POLLNVAL) != 0) return kWaitFailed;
-  if ((port.revents & (POLLHUP | POLLERR)) != 0) return kHungUp;
-  return (port.revents & POLLIN) != 0 ? kReadable : kWritable;
 }
 
-}  // namespace
-
-WaitResult wait_readable(int descriptor, int64_t timeout_ms) {
-  return wait_for(POLLIN, descriptor, timeout_ms);
-}
-
-WaitResult wait_writable(int descriptor, int64_t timeout_ms) {
-  return wait_for(POLLOUT, descriptor, timeout_ms);
-}
-
-void pause_microseconds(unsigned microseconds) {
-  advance_ns(static_cast<int64_t>(microseconds) * 1000);
+int sleep_for(timespec* time) {
+  advance_ns(static_cast<int64_t>(time->tv_sec) * kNanosecondsPerSecond + time->tv_nsec);
   give_turn();
+  return 0;
 }

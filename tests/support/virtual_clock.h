@@ -1,4 +1,5 @@
-// A clock that stands still until a test or a wait moves it. Linked in the place of system_clock.cpp.
+// A clock that stands still until a test or a wait moves it. Linked in the place of clock_calls.cpp: what the
+// library makes of the system's three calls is its own code in every test.
 #pragma once
 
 #include <cstdint>
