@@ -108,6 +108,16 @@ def seeds():
         yield "base64", text
     for sale in sorted((ROOT / "examples").rglob("*.xml")):
         yield "emulator_xml", sale.read_bytes()
+        yield "hub_xml", sale.read_bytes()
+    yield "hub_xml", b"000000|06000|0000|x|||PENGZT48L0NGZT4=|20260301102030|CFe" + b"1" * 44 + b"|10.00||QR"
+    for body in (b'{"dadosVenda": "PENGZS8+", "numeroSessao": 1, "tentativa": 2, "paciencia": 3, "espera": 4}',
+                 b'{"dadosCancelamento": "PENGZS8+", "chaveConsulta": "CFe%s"}' % (b"1" * 44),
+                 b'{"decisao": "issued", "chaveConsulta": "x", "motivo": "y"}', b"/v1/recibos?de=2026-03-01&caixa=a%20b"):
+        yield "hub_json", body
+    yield "hub_toml", (b'state = "/x"\n[listen]\nhttp = ["127.0.0.1:0"]\nsocket = "/y"\n[[device]]\nserial = "1"\n')
+    for message in (b'{"call": "ConsultarSAT", "session": 1, "values": ["QQ=="]}', b'{"lock_serial": "1"}',
+                    b'{"is": "reply", "text": "QQ==", "port_changed": false}'):
+        yield "hub_messages", message
 
 
 def main():
