@@ -121,7 +121,9 @@ class ProofTest(HubTest):
                                                      first.receipt}).status, 409)
         self.assertEqual(boss.request("POST", path, {"decisao": "not-issued", "motivo": "visto"}).status, 200)
         self.assertEqual(till.sell("k2").state, "not-issued")
-        self.assertEqual(len(device.keys()), 2)
+        # Now that nothing is in doubt, the one that waited is sold.
+        self.assertEqual(till.until_settled("k3").code, "06000")
+        self.assertEqual(len(device.keys()), 3)
 
 
 if __name__ == "__main__":
