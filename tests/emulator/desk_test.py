@@ -936,10 +936,12 @@ class CommandLineTest(DeskTest):
 
 
 class LogTest(DeskTest):
-    def lines(self, *options):
+    def lines(self, *options, commands=()):
         emulator = Emulator(PROGRAM, "--activated", *options, stderr=subprocess.PIPE)
         emulator.call("ConsultarSAT", "000001")
         emulator.call("EnviarDadosVenda", "000002", CODE, sale())
+        for command in commands:
+            emulator.call(*command)
         emulator.process.terminate()
         text = emulator.process.stderr.read()
         emulator.process.stderr.close()
@@ -959,9 +961,14 @@ class LogTest(DeskTest):
         self.assertTrue(re.match(r"\d{4}-\d\d-\d\dT", events[0]["time"]))
 
     def test_holds_nothing_that_the_till_sent(self):
-        text = "\n".join(self.lines())
-        self.assertNotIn(CODE, text)
-        self.assertNotIn("12345678909", text)
+        misplaced = [(CODE, "x"), ("ExtrairLogs000001" + CODE, "x"), ("ExtrairLogs", CODE), ("ConsultarSAT", "12345678909")]
+        for options in ((), ("--json-log",)):
+            lines = self.lines(*options, commands=misplaced)
+            self.assertEqual(len(lines), 2 + len(misplaced))
+            text = "\n".join(lines)
+            self.assertNotIn(CODE, text)
+            self.assertNotIn("12345678909", text)
+            self.assertIn("*%d*" % len(CODE), text)
 
     def test_can_be_silent(self):
         self.assertEqual(self.lines("--quiet"), [])

@@ -119,7 +119,17 @@ TEST(Path, LongNumbersAndUnusualCharactersAreHidden) {
            {"/dev/ttyACM0", "/dev/ttyACM0"},
            {"Log/20261121_SAT_api.log", "Log/20261121_SAT_api.log"},
            {"C:\\ProgramData\\Arvolen", "C:\\ProgramData\\Arvolen"},
+           {"Log/20261121_SAT_api.log_bkp_12", "Log/20261121_SAT_api.log_bkp_12"},
+           {"Log/20261121_2.log", "Log/20261121_2.log"},
+           {"/opt/till-2.0.1/Log", "/opt/till-2.0.1/Log"},
            {"venda-12345678909.sat", "venda-*11*.sat"},
+           {"/srv/529.982.247-25/Log", "/srv/*14*/Log"},
+           {"/srv/529_982_247_25", "/srv/*14*"},
+           {"/lojas/11.222.333/0001-81", "/lojas/*18*"},
+           {"/lojas/20010101/0001-81/Log", "/lojas/*16*/Log"},
+           {"C:\\529.982\\247-25", "C:\\*14*"},
+           {"/loja/11-98765-4321", "/loja/*13*"},
+           {"/loja/3456-7890", "/loja/*9*"},
            {"/home/Ana Lima", "*14*"},
            {"", ""}}) {
     EXPECT_EQ(masked_path(text), expected);
@@ -137,6 +147,7 @@ TEST(Configuration, OnlyKnownItemsAreShown) {
 TEST(LongNumbers, AreHiddenWhateverStandsBetweenTheirDigits) {
   EXPECT_EQ(without_long_numbers("a 123.456.789-09 b"), "a *14* b");
   EXPECT_EQ(without_long_numbers("11 222 333/0001-81"), "*18*");
+  EXPECT_EQ(without_long_numbers("/l/529_982_247_25 is missing"), "/l/*14* is missing");
   EXPECT_EQ(without_long_numbers("serial 900000001, 2026-03-01 10:00"), "serial 900000001, 2026-03-01 10:00");
   EXPECT_EQ(without_long_numbers("900000001 900000001"), "*19*");
 }

@@ -274,6 +274,12 @@ class Replies(MarkerTest):
         self.write_logs(trace, frames)
         self.assert_clean(self.outputs())
 
+    def test_numbers_that_stand_for_session_or_date(self):
+        company, number = self.marker().cnpj, self.marker().cpf[:9]
+        self.write_logs([UTILS + "[SAT_APP_RspParcer]--- << R01  numeroSessao[00000009:%s] Cmd:Rsp[000042:%s]WR:MissMatch!!!"
+                         % (number, number)], ["SAT->PC << [<02>a|b\n%s PC->SAT >> [c<41><03>]OK:a" % company])
+        self.assert_clean(self.outputs(), number, company)
+
 
 class Quirks(MarkerTest):
     PROFILES = ("busy-extra-field", "crlf-base64", "cfe-prefix", "bare-key", "short-list", "state-words", "empty-dates",
@@ -386,6 +392,14 @@ class OwnCalls(MarkerTest):
                     if layout == ("--raw",):
                         self.assertIn("eco ******** Ana", shown.out)
             os.unlink(self.path("sat0"))
+
+    def test_show_no_code_in_the_place_of_a_document(self):
+        fields, code = list(REPLIES[0]), "codigo8642"
+        fields[6] = code
+        with ScriptedDevice(self.path("sat0"), lambda _: "|".join(fields).encode()):
+            shown = self.run_satctl("--raw", "enviar-dados-venda", "--sessao", "42", "--dados", "<CFe/>", expected=None,
+                                    SAT_CODIGO=code)
+        self.assertIn("||********|", shown.out)
 
     def test_show_everything_else(self):
         marker = self.marker()

@@ -48,7 +48,7 @@ std::string masked_configuration(std::string_view text) {
 }
 
 std::string without_long_numbers(std::string_view text) {
-  constexpr std::string_view kPunctuation = ".-/ ";
+  constexpr std::string_view kPunctuation = ".-/_\\ ";
   constexpr std::size_t kFewest = 11;
   std::string kept;
   for (std::size_t at = 0; at < text.size();) {

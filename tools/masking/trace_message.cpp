@@ -160,6 +160,14 @@ std::string known_or_length(bool known, std::string_view text) {
   return known ? std::string(text) : length_only(text);
 }
 
+// Lengths and milliseconds have seven digits at most. The library reads a session number from whatever a
+// device sends in its place.
+bool is_short_number(std::string_view number) {
+  constexpr std::size_t kMostDigits = 7;
+  const auto first = std::min(number.find_first_not_of("-0"), number.size());
+  return number.size() - first <= kMostDigits;
+}
+
 struct Place {
   long first_number = -1;   // of the message
   bool known_item = false;  // the last name in front is one of SAT.ini
@@ -351,6 +359,9 @@ std::string rendered(const Match& match) {
         text += piece.literal;
         break;
       case PieceKind::decimal:
+        text +=
+            match.format->numbers == Numbers::hidden ? "**" : known_or_length(is_short_number(value), value);
+        break;
       case PieceKind::hexadecimal:
         text += match.format->numbers == Numbers::shown ? std::string(value) : "**";
         break;
@@ -423,10 +434,42 @@ std::size_t head_size(std::string_view message) {
   return 0;
 }
 
+// ---- paths
+
+constexpr std::string_view kDigits = "0123456789", kBetweenDigits = "/\\._-:";
+
+// From the digit in front up to the last one that only punctuation separates from it.
+std::string_view number_at(std::string_view text) {
+  std::size_t end = 0;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (kDigits.find(text[at]) != std::string_view::npos)
+      end = at + 1;
+    else if (kBetweenDigits.find(text[at]) == std::string_view::npos)
+      break;
+  }
+  return text.substr(0, end);
+}
+
+// Too few digits for a telephone or a taxpayer, whatever separates them, or a date with a short number.
+bool may_stand_in_path(std::string_view number) {
+  constexpr std::size_t kMostInARun = 5, kMost = 7, kDate = 8, kMostWithDate = kDate + 2;
+  std::size_t digits = 0;
+  bool has_date = false;
+  while (!number.empty()) {
+    const std::size_t size = std::min(number.find_first_not_of(kDigits), number.size());
+    const bool date = is_date(number.substr(0, size));
+    if (size > kMostInARun && !date) return false;
+    has_date = has_date || date;
+    digits += size;
+    number.remove_prefix(std::min(number.find_first_of(kDigits, size), number.size()));
+  }
+  return digits <= (has_date ? kMostWithDate : kMost);
+}
+
 }  // namespace
 
 std::string masked_path(std::string_view path) {
-  constexpr std::size_t kLongest = 255, kMostDigits = 5;
+  constexpr std::size_t kLongest = 255;
   const auto usual = [](char c) {
     return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
            std::string_view("/\\._-:").find(c) != std::string_view::npos;
@@ -434,15 +477,12 @@ std::string masked_path(std::string_view path) {
   if (path.size() > kLongest || !std::all_of(path.begin(), path.end(), usual)) return length_only(path);
   std::string text;
   while (!path.empty()) {
-    const std::size_t digits = std::min(path.find_first_not_of("0123456789"), path.size());
-    if (digits > 0) {
-      const std::string_view run = path.substr(0, digits);
-      text += digits <= kMostDigits || is_date(run) ? std::string(run) : length_only(run);
-      path.remove_prefix(digits);
-    }
-    const std::size_t others = std::min(path.find_first_of("0123456789"), path.size());
+    const std::size_t others = std::min(path.find_first_of(kDigits), path.size());
     text += path.substr(0, others);
     path.remove_prefix(others);
+    const std::string_view number = number_at(path);
+    text += known_or_length(may_stand_in_path(number), number);
+    path.remove_prefix(number.size());
   }
   return text;
 }

@@ -1,25 +1,11 @@
 #include "desk/emulated_device.h"
 
 #include <algorithm>
-#include <cctype>
 
 #include "device/function_call.h"
 #include "documents/encoding.h"
 
 namespace emulator {
-
-namespace {
-
-// What a till sent may hold anything; a log line holds letters and digits.
-std::string printable(const std::string& text) {
-  constexpr std::size_t kMost = 40;
-  std::string clean = text.substr(0, kMost);
-  std::replace_if(
-      clean.begin(), clean.end(), [](unsigned char c) { return std::isprint(c) == 0 || c > 0x7E; }, '?');
-  return clean;
-}
-
-}  // namespace
 
 EmulatedDevice::EmulatedDevice(Device& device, FaultRules& rules, const EventLog& log)
     : device_(device), rules_(rules), log_(log) {}
@@ -50,7 +36,7 @@ LinkFaults EmulatedDevice::link_faults(const std::string& text) {
   plan_ = rules_.plan(command);
   plan_.link.delay += latency_;
   if (plan_.link.ignore_command) {
-    log_.call({printable(command.name), printable(command.session), "", plan_.names, Milliseconds(0)});
+    log_.call({command.name, command.session, "", plan_.names, Milliseconds(0)});
   }
   return plan_.link;
 }
@@ -70,8 +56,7 @@ std::string EmulatedDevice::reply(const std::string& text) {
     answer.resize(std::max(answer.size(), plan_.reply_size), 'X');
   }
   const auto duration = std::chrono::duration_cast<Milliseconds>(Clock::now() - start);
-  log_.call(
-      {printable(command.name), printable(command.session), padded(reply.code, 5), plan_.names, duration});
+  log_.call({command.name, command.session, padded(reply.code, 5), plan_.names, duration});
   return answer;
 }
 

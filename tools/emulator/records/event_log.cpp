@@ -9,6 +9,8 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "masking/field_rules.h"
+
 namespace emulator {
 
 namespace {
@@ -36,14 +38,17 @@ void EventLog::note(const std::string& text) const {
   write(text, {{"event", "note"}, {"text", text}});
 }
 
+// A till that puts its fields in the wrong places sends an activation code as a function's name.
 void EventLog::call(const Call& call) const {
-  std::string text = call.function + " " + call.session;
+  const std::string function = masking::shown(masking::Rule::function, call.function);
+  const std::string session = masking::shown(masking::Rule::session, call.session);
+  std::string text = function + " " + session;
   text += call.code.empty() ? " not answered" : " -> " + call.code;
   text += " (" + std::to_string(call.duration.count()) + " ms)";
   if (!call.faults.empty()) text += " fault: " + call.faults;
   write(text, {{"event", "call"},
-               {"function", call.function},
-               {"session", call.session},
+               {"function", function},
+               {"session", session},
                {"code", call.code},
                {"faults", call.faults},
                {"ms", call.duration.count()}});

@@ -52,7 +52,7 @@ constexpr std::size_t kStampDigits = 14;
 
 // "20261121001244 PC->SAT >> ["
 bool starts_frame(std::string_view line) {
-  if (!starts_with_digits(line, kStampDigits)) return false;
+  if (!starts_with_digits(line, kStampDigits) || !parse_date(line.substr(0, kDateDigits))) return false;
   const std::string_view rest = line.substr(kStampDigits);
   return rest.starts_with(kSent) || rest.starts_with(kReceived);
 }
