@@ -242,6 +242,14 @@ class Commands(MarkerTest):
         self.assertGreater(cases, 1500)
         print("%d commands with a marker" % cases)
 
+    def test_a_log_that_is_named_like_a_code(self):
+        self.write_logs([], logged("ExtrairLogs|000042|" + CODE, True))
+        os.rename(self.path("Log/%s_SAT_api.log" % DAY), self.path("Log/%s_%s.log" % (DAY, CODE)))
+        self.write("Log/%s_%s.log" % (DAY, CODE), "[09:00:00.000]INF " + API + "[findSat]x\n")
+        bundle = self.bundle()
+        self.assertTrue(any(re.search(r"/log-\d\.txt$", name) for name in bundle), list(bundle))
+        self.assert_clean({**bundle, "names": "\n".join(bundle)}, CODE)
+
     def test_network_settings(self):
         settings = ("<config><tipoInter>WIFI</tipoInter><SSID>{}</SSID><seg>WPA</seg><codigo>{}</codigo><tipoLan>IPFIX</tipoLan>"
                     "<lanIP>{}</lanIP><usuario>{}</usuario><senha>{}</senha><proxy>1</proxy><proxy_ip>{}</proxy_ip>"
@@ -446,6 +454,20 @@ class Recordings(MarkerTest):
             self.assertEqual((side, len(data)), (line[1], len(shown)))
             if b"\x03" not in data[:-2] and b"\x02" not in data[1:]:
                 self.assertEqual(shown, frame(shown[1:-2]))
+
+    def test_complaints_quote_nothing(self):
+        self.write("day.txt", "0.1 PC->SAT \\x02ExtrairLogs|\n000001 %s x\n" % CODE)
+        done = subprocess.run([EMULATOR, "--mask-file", self.path("day.txt"), self.path("masked.txt")], capture_output=True,
+                              text=True, check=False, timeout=support.ONE_RUN, env=support.environment())
+        self.assertNotEqual(done.returncode, 0)
+        self.assertIn("line 2", done.stderr)
+        self.assertNotIn(CODE, done.stdout + done.stderr)
+        self.write("state.json", '{"format": 1, "activation_code": "%s' % CODE)
+        done = subprocess.run([EMULATOR, "--state", self.path("state.json")], capture_output=True, text=True, check=False,
+                              timeout=support.ONE_RUN, env=support.environment())
+        self.assertNotEqual(done.returncode, 0)
+        self.assertIn("state.json is not understood", done.stderr)
+        self.assertNotIn(CODE, done.stdout + done.stderr)
 
     def test_outside_of_frames_and_of_frames_that_broke_off(self):
         marker = self.marker()

@@ -55,7 +55,7 @@ std::string Masker::configuration(std::string_view text) const {
   return codes_.without_codes(masked_configuration(text));
 }
 
-std::string Masker::port(std::string_view text) const {
+std::string Masker::path(std::string_view text) const {
   const bool feed = text.ends_with('\n');
   if (feed) text.remove_suffix(1);
   return codes_.without_codes(masked_path(text)) + (feed ? "\n" : "");

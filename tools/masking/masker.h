@@ -21,7 +21,7 @@ class Masker {
   std::string field(const RuledField& field) const;
   std::string mark(std::string_view mark) const;
   std::string configuration(std::string_view text) const;  // SAT.ini
-  std::string port(std::string_view text) const;           // SAT.conf
+  std::string path(std::string_view text) const;           // SAT.conf, a file's name
   // What satctl itself has found out: without learned codes and long numbers.
   std::string own_text(std::string_view text) const;
 

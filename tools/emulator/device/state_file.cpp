@@ -93,6 +93,10 @@ std::optional<DeviceState> StateFile::load() const {
   if (!file && !file.eof()) fail("cannot read", path_);
   try {
     return from_json_text(text);
+  } catch (const nlohmann::json::parse_error& error) {
+    // Its own text quotes what it read: activation codes.
+    throw StateError("the state file " + path_ + " is not understood: no JSON at byte " +
+                     std::to_string(error.byte));
   } catch (const std::exception& error) {
     throw StateError("the state file " + path_ + " is not understood: " + error.what());
   }

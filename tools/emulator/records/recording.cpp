@@ -69,8 +69,8 @@ RecordedBytes parse_line(const std::string& line) {
   if (!(words >> record.seconds >> direction) || words.get() != ' ' || !std::getline(words, text)) {
     throw std::runtime_error("a line reads: SECONDS DIRECTION BYTES");
   }
-  if (direction != kFromTill && direction != kToTill)
-    throw std::runtime_error("unknown direction " + direction);
+  // Of a line that was broken off anything may stand here.
+  if (direction != kFromTill && direction != kToTill) throw std::runtime_error("unknown direction");
   record.direction = direction == kFromTill ? Direction::from_till : Direction::to_till;
   record.bytes = unescape(text);
   return record;

@@ -45,14 +45,9 @@ struct Gathered {
   std::vector<std::string> left_out;  // names of links and of files that cannot be read
 };
 
-// A log's name is the till's choice: one that could hold a number of somebody gets another.
-std::string packed_name(const LogFile& file, std::size_t number) {
-  std::string name = file.path.filename().string();
-  return masking::masked_path(name) == name ? name : "log-" + std::to_string(number) + ".txt";
-}
-
-PackedLog pack_log(const LogFile& file, std::size_t number, const std::string& content) {
-  PackedLog log{packed_name(file, number), content.size(), std::min(content.size(), kMostOfOneLog), 0, {}};
+PackedLog pack_log(const LogFile& file, const std::string& content) {
+  PackedLog log{
+      file.path.filename().string(), content.size(), std::min(content.size(), kMostOfOneLog), 0, {}};
   RecordReader reader(file.kind, file.date);
   log.records = reader.read(std::string_view(content).substr(content.size() - log.used));
   append(log.records, reader.finish());
@@ -75,8 +70,7 @@ Gathered gather(const Patient& patient) {
   const LocalTime first = start_of(today()) - (kDaysOfLogs - 1) * kMillisecondsOfDay;
   for (const LogFile& log : find_log_files(patient.log_folder)) {
     if (start_of(log.date) < first) continue;
-    if (const auto content = read(log.path))
-      gathered.logs.push_back(pack_log(log, gathered.logs.size() + 1, *content));
+    if (const auto content = read(log.path)) gathered.logs.push_back(pack_log(log, *content));
   }
   return gathered;
 }
@@ -89,6 +83,14 @@ void learn(masking::Masker& masker, const std::vector<PackedLog>& logs) {
       else
         masker.learn_frame(record.body);
     }
+  }
+}
+
+// A log's name is the till's choice: one that could hold a number of somebody, or a code, gets another.
+void rename(const masking::Masker& masker, std::vector<PackedLog>& logs) {
+  for (std::size_t i = 0; i < logs.size(); ++i) {
+    std::string& name = logs[i].name;
+    if (masker.path(name) != name) name = "log-" + std::to_string(i + 1) + ".txt";
   }
 }
 
@@ -156,7 +158,7 @@ std::string contents(const masking::Masker& masker, const Gathered& gathered) {
   const std::size_t empty = text.size();
   for (const std::string& name : gathered.left_out) {
     text += fill({"  {}: a link, or not readable\n", "  {}: é um link, ou não pode ser lido\n"},
-                 {masker.own_text(masking::masked_path(name))});
+                 {masker.path(name)});
   }
   for (const PackedLog& log : gathered.logs) {
     if (log.used < log.size) {
@@ -178,6 +180,7 @@ std::vector<BundleFile> masked_files(const Patient& patient, const std::vector<F
   Gathered gathered = gather(patient);
   masking::Masker masker;
   learn(masker, gathered.logs);
+  rename(masker, gathered.logs);
   const auto shown = masked_findings(masker, findings);
   std::vector<BundleFile> files{
       {"README.txt", "satctl " SATCTL_VERSION ", " + format_date(today()) + "\n\n" + how_it_is_masked() +
@@ -188,7 +191,7 @@ std::vector<BundleFile> masked_files(const Patient& patient, const std::vector<F
       {"system.txt", masker.own_text(system_description(patient.world))}};
   for (const BundleFile& file : gathered.settings)
     files.push_back(
-        {file.name, file.name == kIniFile ? masker.configuration(file.content) : masker.port(file.content)});
+        {file.name, file.name == kIniFile ? masker.configuration(file.content) : masker.path(file.content)});
   for (PackedLog& log : gathered.logs) {
     std::string content;
     for (const Record& record : log.records) content += masked_line(masker, record);
