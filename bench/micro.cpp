@@ -7,8 +7,8 @@
 
 #include "api/api_trace.h"
 #include "api/configuration.h"
-#include "api/default_configuration.h"
 #include "api/context.h"
+#include "api/default_configuration.h"
 #include "api/packet_buffer.h"
 #include "api/protocol_log.h"
 #include "olk_sat_utils/dissectors.h"
@@ -69,7 +69,7 @@ BENCHMARK(ini_lookup);
 void configuration_pass(benchmark::State& state) {
   CreateFile_TalvexIni();
   Settings settings = {};
-  for (auto _ : state) benchmark::DoNotOptimize(UpdateTalvexConfiguration(settings));
+  for (auto _ : state) benchmark::DoNotOptimize(UpdateTalvexConfiguration(settings, false));
 }
 BENCHMARK(configuration_pass);
 

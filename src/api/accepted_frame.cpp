@@ -12,7 +12,6 @@ namespace {
 
 constexpr char kReadBuf[] = "cSerialReadBufW";
 
-constexpr uint32_t kLargeTraceSize = 1000;  // frames beyond it are traced by an excerpt
 constexpr int kExcerptHead = 900;
 constexpr uint32_t kExcerptTail = 100;
 
@@ -56,6 +55,7 @@ int32_t accept_frame(Call& call, uint32_t etx) {
   frame[etx - 1] = '\0';
   LogSATProtocolMsg(frame, true);
   trace_reply(frame, etx);
+  memset(excerpt, 0, strlen(excerpt));
   lSerialWriteAck(call.port, true);
   return static_cast<int32_t>(etx - 1);
 }

@@ -1,10 +1,15 @@
 // Trace lines of the SAT interface module. Call sites give level, text and values.
 #pragma once
 
+#include <stdint.h>
+
 #include "olk_utils/trace_log.h"
 
 inline constexpr char pApiLogFileName[] = "SAT_api.log";
 inline constexpr char kApiSourcePath[] = "../src/api/TALVEX";
+
+// Frames longer than this are traced by excerpts.
+inline constexpr uint32_t kLargeTraceSize = 1000;
 
 // "[line] [path] [function]". The _IN form is for helpers that speak in the
 // name of the function that a support technician knows.

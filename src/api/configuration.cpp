@@ -7,7 +7,6 @@
 #include <iterator>
 
 #include "api/api_trace.h"
-#include "api/context.h"
 #include "api/default_configuration.h"
 #include "api/version.h"
 #include "olk_sat_utils/sat_functions.h"
@@ -219,7 +218,7 @@ void read_item(const Item& item, int step, Settings& settings) {
 
 }  // namespace
 
-int UpdateTalvexConfiguration(Settings& settings) {
+int UpdateTalvexConfiguration(Settings& settings, bool reading_again) {
   int step = 0;
   int rc = existing_file_size(kIniFileName);
   if (rc < 0) rc = CreateFile_TalvexIni();
@@ -228,7 +227,7 @@ int UpdateTalvexConfiguration(Settings& settings) {
                  step, kIniFileName);
     return rc;
   }
-  if (gl_tSat.is_set_up) {
+  if (reading_again) {
     CONFIG_TRACE(kInfo, "rc[%04d]OK:PASS  STEP%02da  TalvexIniFileName[%s]OK\n", rc, step, kIniFileName);
   }
   for (const Item& item : kItems) {

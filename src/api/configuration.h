@@ -3,6 +3,6 @@
 
 #include "api/settings.h"
 
-// Reads every item. Returns the last step number, or the negative result of CreateFile_TalvexIni when there
-// is no file and none could be made.
-int UpdateTalvexConfiguration(Settings& settings);
+// Reads every item; a later reading than those of the set-up begins with a line of its own. Returns the last
+// step number, or the negative result of CreateFile_TalvexIni when there is no file and none could be made.
+int UpdateTalvexConfiguration(Settings& settings, bool reading_again);

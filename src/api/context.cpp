@@ -27,7 +27,7 @@ bool modification_time(time_t& time) {
 void read_again_if_changed() {
   time_t changed = 0;
   if (!modification_time(changed) || changed == gl_tSat.settings.tIniFileTime) return;
-  UpdateTalvexConfiguration(gl_tSat.settings);
+  UpdateTalvexConfiguration(gl_tSat.settings, true);
   OLK_SetIniFileLogMode(pApiLogFileName, kIniFileName);
   gl_tSat.settings.tIniFileTime = changed;
 }
@@ -57,14 +57,14 @@ void set_up() {
   gl_tSat = {};
   create_missing_configuration();
   const int log_mode = OLK_SetIniFileLogMode(pApiLogFileName, kIniFileName);
-  UpdateTalvexConfiguration(gl_tSat.settings);
+  UpdateTalvexConfiguration(gl_tSat.settings, false);
   trace_start_up(log_mode);
 
   bWarningLogsEnabled = 0;
   OLK_SetIniFileLogMode(pApiLogFileName, kIniFileName);
   modification_time(gl_tSat.settings.tIniFileTime);
   // The second reading is the one that is logged with the final log settings.
-  UpdateTalvexConfiguration(gl_tSat.settings);
+  UpdateTalvexConfiguration(gl_tSat.settings, false);
 
   gl_tSat.is_set_up = true;
 }

@@ -6,8 +6,6 @@
 #include "api/settings.h"
 #include "talvex/talvex.h"
 
-inline constexpr char kIniFileName[] = "SAT.ini";
-
 struct SatContext {
   bool is_set_up;
   Settings settings;

@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include "api/api_trace.h"
-#include "api/context.h"
+#include "api/settings.h"
 #include "olk_sat_utils/sat_functions.h"
 #include "olk_utils/bounded_text.h"
 #include "olk_utils/file_helpers.h"
@@ -78,6 +78,7 @@ int open_for_default_file() {
   struct stat status {};
   if (found == -1 || (fstat(found, &status) == 0 && status.st_size == 0)) return found;
   close(found);
+  errno = EEXIST;
   return -1;
 }
 
@@ -113,12 +114,13 @@ void write_default_file(int file, char* block) {
 }  // namespace
 
 int CreateFile_TalvexIni() {
-  const int existing = existing_file_size(kIniFileName);
+  int existing = existing_file_size(kIniFileName);
+  const int file = existing > 0 ? -1 : open_for_default_file();
+  if (file == -1 && existing <= 0 && errno == EEXIST) existing = existing_file_size(kIniFileName);
   if (existing > 0) {
     API_TRACE(kInfo, " rc[%06d]OK file[%s]Already Exist!\n", existing, kIniFileName);
     return existing;
   }
-  const int file = open_for_default_file();
   if (file == -1) {
     API_TRACE(kError, " rc[%06d]ER file[%s]Could not be Created!!!\n", existing, kIniFileName);
     return existing;

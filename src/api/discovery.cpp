@@ -6,8 +6,8 @@
 #include <unistd.h>
 
 #include "api/api_trace.h"
-#include "api/context.h"
 #include "api/link_codes.h"
+#include "api/settings.h"
 #include "api/usb_search.h"
 #include "olk_utils/bounded_text.h"
 #include "olk_utils/ini_file.h"
@@ -106,7 +106,7 @@ void empty(int file) {
 void replace_content(int file, const char* name, size_t length) {
   if (lseek(file, 0, SEEK_END) != static_cast<off_t>(length)) empty(file);
   lseek(file, 0, SEEK_SET);
-  if (!write_whole(file, name, length)) empty(file);
+  if (!write_whole_to_file(file, name, length)) empty(file);
 }
 
 // Once the name is saved it alone decides: anything but "/dev/ttyNONE" counts as found, an empty name too.

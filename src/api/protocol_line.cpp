@@ -83,7 +83,7 @@ size_t last_text_byte(const Frame& frame) {
 
 // A line is cut at the buffer's end, its line feed kept.
 void finish_line(const Line& line, int length) {
-  if (static_cast<size_t>(length) >= line.capacity) line.text[line.capacity - 2] = '\n';
+  if (length >= 0 && static_cast<size_t>(length) >= line.capacity) line.text[line.capacity - 2] = '\n';
 }
 
 #define COMPOSE_LINE(format)                                                                       \

@@ -42,7 +42,7 @@ bool write_line() {
   const int descriptor = exchange_descriptor(0);
   if (descriptor == 0) return false;
   if (descriptor > 0 && !is_open_log_file(descriptor)) return false;
-  write_whole(descriptor, line, strlen(line));
+  write_whole_to_file(descriptor, line, strlen(line));
   exchange_descriptor(descriptor);
   return true;
 }

@@ -46,7 +46,7 @@ void save(const char* path, const tm& now, const char* reply) {
       "write_operation_result", kInfo,
       "Win: rc[%06d]OK:\n\tSaved File[%s]\n\t          [DD/MM/YYYY HH:MM:SS]\n\t strTmpTimeStamp[%s]\n", kOk,
       path, time_stamp);
-  write_whole(file, reply, strlen(reply));
+  write_whole_to_file(file, reply, strlen(reply));
   close(file);
 }
 

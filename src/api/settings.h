@@ -6,6 +6,8 @@
 
 #include "olk_sat_utils/sat_functions.h"
 
+inline constexpr char kIniFileName[] = "SAT.ini";
+
 struct Settings {
   bool lSatEmulatorOn;
   bool lResultFilesOn;

@@ -20,7 +20,6 @@ namespace {
 constexpr char kWrite[] = "lSerialWriteBufL";
 
 constexpr int kNakBudget = 3;
-constexpr uint32_t kLargeTraceSize = 1000;  // frames beyond it are traced by excerpts
 constexpr uint32_t kLargeTraceExcerpt = 900;
 
 uint8_t checksum(const char* text, size_t length) {
@@ -94,6 +93,7 @@ void trace_block(const SerialPort& port, const char* frame, uint32_t block_end) 
   API_TRACE_IN(kWrite, kWarning,
                "Win: OK:hC[%08Xh]Sent ulTxPktSz[%05d]BIG \n\t PC->SAT >>   pusTxPkt[%03d:%s]\n",
                hex32(port.descriptor), length_field(block_end), length_field(strlen(excerpt)), excerpt);
+  memset(excerpt, 0, strlen(excerpt));  // it held the activation code
 }
 
 }  // namespace

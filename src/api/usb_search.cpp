@@ -55,11 +55,33 @@ Evidence evidence;
 Answer answer;
 bool answer_is_kept;
 
+// The kernel's count stays open between two calls: to open it costs more than all other evidence together. A
+// host that became a daemon may have closed it, and have something of its own under that number.
+struct EventCount {
+  int descriptor = -1;
+  dev_t device;
+  ino_t inode;
+};
+EventCount event_count;
+
+bool is_open(const EventCount& file) {
+  struct stat status {};
+  return file.descriptor != -1 && fstat(file.descriptor, &status) == 0 && status.st_dev == file.device &&
+         status.st_ino == file.inode;
+}
+
+bool open_anew(EventCount& file) {
+  struct stat status {};
+  file.descriptor = open_file("/sys/kernel/uevent_seqnum", O_RDONLY);
+  if (file.descriptor == -1 || fstat(file.descriptor, &status) != 0) return false;
+  file.device = status.st_dev;
+  file.inode = status.st_ino;
+  return true;
+}
+
 bool read_event_count(char (&count)[sizeof Evidence::events]) {
-  const int file = open_file("/sys/kernel/uevent_seqnum", O_RDONLY);
-  if (file == -1) return false;
-  const ssize_t length = read(file, count, sizeof count - 1);
-  close(file);
+  if (!is_open(event_count) && !open_anew(event_count)) return false;
+  const ssize_t length = pread(event_count.descriptor, count, sizeof count - 1, 0);
   count[length > 0 ? length : 0] = '\0';
   return length > 0;
 }
@@ -173,4 +195,9 @@ bool search_usb(TakeUsbLine take, UsbSearchLine& found) {
                    is_the_systems("grep") &&
                    kernel_bears_out(nothing_changed && memcmp(&answer, &former_answer, sizeof answer) == 0);
   return result != RunResult::kNotStarted;
+}
+
+void close_event_count() {
+  if (is_open(event_count)) close(event_count.descriptor);
+  event_count.descriptor = -1;
 }

@@ -13,6 +13,10 @@ using TakeUsbLine = void (*)(const UsbSearchLine& line, int number, UsbSearchLin
 // The shell command that is the search.
 extern const char kUsbSearchCommand[];
 
-// Hands every line of the command's output to take. The command is run only when something it looks at has
-// changed since its last run; else the lines are those of that run. False when it could not be started.
+// Hands every line of the command's output to take. While nothing that the command looks at has changed since
+// its last run, and that run's lines were kept, they are handed over again. False when the command could not
+// be started.
 bool search_usb(TakeUsbLine take, UsbSearchLine& found);
+
+// The kernel's count of device events, which stays open between two calls.
+void close_event_count();

@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <signal.h>
 #include <stdio.h>
+#include <sys/resource.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -65,6 +66,12 @@ bool write_whole(int descriptor, const char* bytes, size_t length) {
   const bool written = write_rest(descriptor, bytes, length);
   if (!written) signals.drop_raised();
   return written;
+}
+
+bool write_whole_to_file(int descriptor, const char* bytes, size_t length) {
+  rlimit limit{};
+  const bool unlimited = getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur == RLIM_INFINITY;
+  return unlimited ? write_rest(descriptor, bytes, length) : write_whole(descriptor, bytes, length);
 }
 
 void print(const char* format, ...) {

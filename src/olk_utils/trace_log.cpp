@@ -109,14 +109,14 @@ __attribute__((format(printf, 4, 0))) void write_message(int log, const LocalTim
 
   char* long_line = nullptr;
   if (length < sizeof line) {
-    write_whole(log, line, length);
+    write_whole_to_file(log, line, length);
   } else if (long_line = static_cast<char*>(malloc(length + 1)); long_line != nullptr) {
     memcpy(long_line, line, begin);
     vsnprintf(long_line + begin, length + 1 - begin, format, arguments_again);
-    write_whole(log, long_line, length);
+    write_whole_to_file(log, long_line, length);
   } else {
     line[sizeof line - 1] = '\n';
-    write_whole(log, line, sizeof line);
+    write_whole_to_file(log, line, sizeof line);
   }
   va_end(arguments_again);
   free(long_line);

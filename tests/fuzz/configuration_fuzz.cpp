@@ -30,7 +30,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const int mode = OLK_SetIniFileLogMode("SAT_api.log", "SAT.ini");
   require(mode < 0 || mode == 0 || mode == 1 || mode == 3 || mode == 7 || mode == 15 || mode == 31);
   static Settings settings = {};
-  UpdateTalvexConfiguration(settings);
+  UpdateTalvexConfiguration(settings, false);
   require(is_terminated(tLog.strLogFilePath) && is_terminated(tLog.strLogFileName));
   require(tLog.iLogFileMaxSize > 0);
   require(is_terminated(settings.strResultPathLinux));

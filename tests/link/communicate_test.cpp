@@ -344,6 +344,13 @@ const LinkFailure kFailuresOfALivingLine[] = {
                                                      "A"),
                                                 expect_nak()},
      -2006, false},
+    // The device sends the command back: more than the failure text covers.
+    {"WrongLongChecksums",
+     Script{expect_frame(), ack()} + 3 * Script{send_bad_frame(times(5, kActivationCode)), expect_nak()},
+     -2005, false},
+    {"LongBrokenFrames",
+     Script{expect_frame(), ack()} + 3 * Script{send("\x02" + times(5, kActivationCode)), expect_nak()},
+     -2006, false},
 };
 const LinkFailure kHangUps[] = {
     {"InFrontOfTheAck", {expect_frame(), hang_up()}, -2, true},

@@ -231,7 +231,7 @@ class Configuration : public ApiTraceTest {
   }
   ~Configuration() override { allocation_succeeds = nullptr; }
 
-  int update() { return UpdateTalvexConfiguration(settings_); }
+  int update() { return UpdateTalvexConfiguration(settings_, reading_again_); }
   int update_from(const std::string& file) {
     write_file("SAT.ini", file);
     return update();
@@ -247,6 +247,7 @@ class Configuration : public ApiTraceTest {
   }
 
   Settings settings_ = {};
+  bool reading_again_ = false;
 };
 class DefaultFile : public Configuration {};
 class ConfigurationLines : public Configuration {};
@@ -504,7 +505,7 @@ TEST_F(ConfigurationLines, FilteredByLevel) {
 }
 
 TEST_F(ConfigurationLines, BeginWithAPassLineOnceTheLibraryIsSetUp) {
-  gl_tSat.is_set_up = true;
+  reading_again_ = true;
   update_from(file_of(present));
   const Lines lines = take_lines();
   ASSERT_FALSE(lines.empty());

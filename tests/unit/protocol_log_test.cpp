@@ -291,6 +291,8 @@ TEST_F(ProtocolLog, AnAbsentTextIsTracedAndNothingWritten) {
   const std::string line = message_line("All WR:pText=NUL\nL");
   EXPECT_THAT(take_lines(), ElementsAre(line, line));
   EXPECT_EQ(read_file(kToday), "");
+  LogSATProtocolSzCtl();
+  EXPECT_NE(gl_iFd, 0) << "no line was logged";
 }
 
 TEST_F(ProtocolLog, WithoutMemoryIsTracedAndNothingWritten) {

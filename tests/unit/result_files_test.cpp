@@ -223,7 +223,7 @@ TEST_F(ResultFiles, OfTheDefaultAndOfAnEmptyPathGoToTheDefaultFolder) {
     if (std::filesystem::exists("/etc/Arvolen/Cupons/New"))
       GTEST_SKIP() << "this machine watches that folder";
     write_file("SAT.ini", file);
-    UpdateTalvexConfiguration(settings_);
+    UpdateTalvexConfiguration(settings_, false);
     take_lines();
     write_sale();
     EXPECT_EQ(take_lines(), first_lines("/etc/Arvolen/Cupons/New"));
@@ -236,7 +236,7 @@ TEST_F(ResultFiles, GoToTheLongestFolder) {
   while (folder.size() < 127) folder += folder.size() % 2 != 0 ? "/" : "d";
   std::filesystem::create_directories(folder);
   write_file("SAT.ini", "[ARVOLEN]\nPathLinux=" + folder + "\nEnable=1\n");
-  UpdateTalvexConfiguration(settings_);
+  UpdateTalvexConfiguration(settings_, false);
   write_sale();
   EXPECT_EQ(read_file(folder + "/" + kSaleFile), kReply);
 }
