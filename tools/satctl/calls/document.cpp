@@ -28,7 +28,7 @@ constexpr Text kChangeStands{
     "A chamada foi executada; para obter a resposta de novo: "
     "satctl consultar-numero-sessao --numero {} --save-xml ARQUIVO"};
 constexpr Text kCallAgain{"The reply stands above; {} can be called again.",
-                         "A resposta está acima; {} pode ser chamada de novo."};
+                          "A resposta está acima; {} pode ser chamada de novo."};
 constexpr Text kNoBase64{"the field is no base64", "o campo não é base64"};
 constexpr Text kNoDocument{"the reply holds no document of this call; {} was not written",
                            "a resposta não traz documento desta chamada; {} não foi gravado"};
