@@ -935,6 +935,48 @@ class CommandLineTest(DeskTest):
         self.assertEqual(emulator.call("EnviarDadosVenda", "000001", CODE, sale()).split("|")[1], "06002")
 
 
+class StrictTest(DeskTest):
+    """Sales against the layout: every violation in the log, the first in the reply."""
+
+    def sell(self, text, *options):
+        emulator = Emulator(PROGRAM, "--activated", *options, stderr=subprocess.PIPE)
+        self.addCleanup(emulator.process.stderr.close)
+        self.addCleanup(emulator.stop)
+        fields = emulator.call("EnviarDadosVenda", "000001", CODE, text).split("|")
+        emulator.stop()
+        return fields, [line.partition(" ")[2] for line in emulator.process.stderr.read().splitlines()]
+
+    def test_the_example_is_right(self):
+        fields, log = self.sell(sale(), "--strict")
+        self.assertEqual(fields[1], "06000")
+        self.assertEqual(len(log), 1)
+
+    def test_every_violation_is_in_the_log(self):
+        wrong = sale().replace("<NCM>09012100</NCM>", "").replace("<IM>12345</IM>", "<IM/>")
+        wrong = wrong.replace("130.00", "1.00").replace("<total>", "<étranger/><total>")
+        fields, log = self.sell(wrong, "--strict")
+        self.assertEqual(fields[1:4], ["06010", "1233", "Erro de validação do conteúdo: "
+                                       "formato ou tamanho inválido (emit/IM)"])
+        self.assertEqual(log[:-1], [
+            "strict: emit/IM: format: 1 to 15 characters",
+            "strict: det[1]/prod/NCM: missing",
+            "strict: ??tranger: not-in-layout",
+            "strict: pgto: amounts",
+        ])
+
+    def test_the_log_is_bounded(self):
+        _, log = self.sell(sale().replace("<total>", "<x/>" * 1005 + "<total>"), "--strict")
+        self.assertEqual(log[0], "strict: x: not-in-layout")
+        self.assertTrue("strict: and 5 more" in log or "dropped" in "".join(log))
+        self.assertLess(len(log), 1005)
+
+    def test_is_asked_for(self):
+        wrong = sale().replace("<NCM>09012100</NCM>", "").replace("<IM>12345</IM>", "<IM/>")
+        fields, log = self.sell(wrong)
+        self.assertEqual(fields[1], "06000")
+        self.assertEqual(len(log), 1)
+
+
 class LogTest(DeskTest):
     def lines(self, *options, commands=()):
         emulator = Emulator(PROGRAM, "--activated", *options, stderr=subprocess.PIPE)

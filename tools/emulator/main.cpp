@@ -157,6 +157,7 @@ void serve_tills(const Options& options, Recorder* recorder, const EventLog& log
   EmulatedDevice emulated(device, rules, log);
   emulated.set_latency(Milliseconds(options.latency_ms));
   if (options.encoding == "latin1") emulated.send_latin1();
+  if (options.strict) emulated.demand_layout();
   std::vector<const Profile*> profiles;
   for (const std::string& name : options.profiles) profiles.push_back(&profile_called(name));
   emulated.set_profiles(std::move(profiles));

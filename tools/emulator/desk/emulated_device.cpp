@@ -1,11 +1,25 @@
 #include "desk/emulated_device.h"
 
 #include <algorithm>
+#include <cctype>
 
 #include "device/function_call.h"
 #include "documents/encoding.h"
 
 namespace emulator {
+
+namespace {
+
+// The name of a field that the till has made up may hold anything; a log line holds letters and digits.
+std::string printable(const std::string& field) {
+  constexpr std::size_t kMost = 120;
+  std::string clean = field.substr(0, kMost);
+  std::replace_if(
+      clean.begin(), clean.end(), [](unsigned char c) { return std::isprint(c) == 0 || c > 0x7E; }, '?');
+  return clean;
+}
+
+}  // namespace
 
 EmulatedDevice::EmulatedDevice(Device& device, FaultRules& rules, const EventLog& log)
     : device_(device), rules_(rules), log_(log) {}
@@ -18,6 +32,23 @@ void EmulatedDevice::set_profiles(std::vector<const Profile*> profiles) {
       if (profile->shape != nullptr) profile->shape(function, reply);
     }
   };
+}
+
+void EmulatedDevice::demand_layout() {
+  device_.surroundings().strict = [this](const std::vector<Violation>& found) { log_violations(found); };
+}
+
+void EmulatedDevice::log_violations(const std::vector<Violation>& violations) const {
+  constexpr std::size_t kMostLines = 1'000;
+  const std::size_t lines = std::min(violations.size(), kMostLines);
+  for (std::size_t i = 0; i < lines; ++i) {
+    const auto& [rule, cause, field, expected] = violations[i];
+    log_.note("strict: " + printable(field) + ": " + std::string(rule) +
+              (expected.empty() ? "" : ": " + expected));
+  }
+  if (violations.size() > lines) {
+    log_.note("strict: and " + std::to_string(violations.size() - lines) + " more");
+  }
 }
 
 bool EmulatedDevice::uses(std::string_view profile) const {

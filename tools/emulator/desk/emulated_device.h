@@ -23,6 +23,8 @@ class EmulatedDevice : public Service {
   const std::vector<const Profile*>& active_profiles() const { return profiles_; }
   // Replies go out in code page 1252 instead of UTF-8.
   void send_latin1() { latin1_ = true; }
+  // Sales and cancellations must keep to their layout; the log names whatever does not.
+  void demand_layout();
 
   LinkFaults link_faults(const std::string& command) override;
   std::string reply(const std::string& command) override;
@@ -30,6 +32,7 @@ class EmulatedDevice : public Service {
   void hung_up(const std::string& complaint) override;
 
  private:
+  void log_violations(const std::vector<Violation>& violations) const;
   bool uses(std::string_view profile) const;
   Reply static_reply(const Command& command);
 

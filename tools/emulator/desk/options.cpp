@@ -160,6 +160,7 @@ void add_device_options(CLI::App& app, Options& o) {
   device.value("--sefaz-notice", "CODE", o.sefaz_notice, "Notice in every reply: 1 to 5 or 999; 0: none")
       ->check(validator(notice_code));
   device.flag("--offline", o.offline, "The tax authority cannot be reached");
+  device.flag("--strict", o.strict, "Refuse documents that do not keep to the layout; log every violation");
 }
 
 void add_trouble_options(CLI::App& app, Options& o) {

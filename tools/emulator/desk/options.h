@@ -39,6 +39,7 @@ struct Options {
   int wrong_codes = 5;
   int sefaz_notice = 0;
   bool offline = false;
+  bool strict = false;
   std::optional<std::uint64_t> seed;
   std::string clock;
 

@@ -11,6 +11,7 @@
 #include "device/device_state.h"
 #include "device/functions.h"
 #include "device/state_file.h"
+#include "documents/strict.h"
 
 namespace emulator {
 
@@ -30,6 +31,8 @@ struct Surroundings {
   std::string memory_total = "1 Gbytes";
   int wrong_code_limit = 5;
   bool last_sale_only = false;  // no other can be cancelled
+  // Set: sales and cancellations must keep to their layout, and this is told what is wrong with one.
+  std::function<void(const std::vector<Violation>&)> strict;
   // Gives a finished reply the quirks of a device in the field, before it is stored.
   std::function<void(const Function&, Reply&)> shape;
 };

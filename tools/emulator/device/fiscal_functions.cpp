@@ -41,6 +41,7 @@ int FunctionCall::enviar_dados_venda() {
   if (!state_.associated) refuse(kNotAssociated);
   if (argument(1).size() > kLargestSale) refuse(kTooLarge);
   try {
+    check_layout(argument(1), sale_layout());
     const auto sale = read_sale(argument(1));
     if (!state_.cnpj.empty() && sale->issuer_cnpj != state_.cnpj) {
       throw Rejected(Cause::issuer_unknown, "emit/CNPJ");
@@ -63,6 +64,7 @@ int FunctionCall::cancelar_ultima_venda() {
   check_may_sell();
   try {
     if (!valid_access_key(argument(1))) throw Rejected(Cause::key_check_digit, "chave");
+    check_layout(argument(2), cancellation_layout());
     const auto cancellation = read_cancellation(argument(2));
     if (cancellation->key != argument(1)) throw Rejected(Cause::key_check_digit, "infCFe@chCanc");
     check_signature(cancellation->signature);
@@ -89,6 +91,7 @@ int FunctionCall::cancelar_ultima_venda() {
 // A test makes a document with numbers of its own and leaves no receipt.
 int FunctionCall::teste_fim_a_fim() {
   try {
+    check_layout(argument(1), sale_layout());
     const auto sale = read_sale(argument(1));
     const DocumentFacts facts =
         new_document(sale->issuer_cnpj, state_.next_test_number, sale->total, sale->buyer);
@@ -114,6 +117,14 @@ void FunctionCall::check_may_sell() const {
   }
   if (faults_.certificate_expired || state_.certificate_expires < format_date(now_))
     refuse(kCertificateExpired);
+}
+
+void FunctionCall::check_layout(const std::string& document, const Layout& layout) const {
+  if (!surroundings_.strict) return;
+  const auto found = violations(document, layout);
+  if (found.empty()) return;
+  surroundings_.strict(found);
+  throw Rejected(found.front().cause, found.front().field);
 }
 
 void FunctionCall::check_signature(const std::string& signature) const {

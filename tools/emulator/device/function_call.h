@@ -69,6 +69,7 @@ class FunctionCall {
   int cancelar_ultima_venda();
   int teste_fim_a_fim();
   void check_may_sell() const;
+  void check_layout(const std::string& document, const Layout& layout) const;
   void check_signature(const std::string& signature) const;
   const Receipt& sale_to_cancel() const;
   Reply filled_in(const std::string& reply_template);

@@ -7,8 +7,6 @@ namespace emulator {
 
 namespace {
 
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-
 // U+00C0 to U+00FF.
 constexpr std::string_view kBareLetters = "AAAAAAACEEEEIIIIDNOOOOOxOUUUUYTsaaaaaaaceeeeiiiidnooooo/ouuuuyty";
 static_assert(kBareLetters.size() == 0x40);

@@ -17,6 +17,9 @@ std::string without_accents(std::string_view utf8);
 std::optional<std::size_t> first_byte_not_ascii(std::string_view text);
 std::optional<std::size_t> first_byte_not_utf8(std::string_view text);
 
+// What some editors put in front of UTF-8.
+inline constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
 // The encoding that an XML document declares, in lower case; "utf-8" if it declares none.
 std::string declared_encoding(std::string_view xml);
 inline constexpr std::string_view kUtf8 = "utf-8";

@@ -9,6 +9,13 @@ const std::vector<CauseRow>& causes() {
       {Cause::not_understood, 1999, "erro não identificado"},
       {Cause::not_xml, 1225, "falha no schema XML"},
       {Cause::encoding, 1224, "bytes não correspondem à codificação declarada"},
+      {Cause::byte_order_mark, 1228, "marca de ordem de bytes (BOM) antes do XML"},
+      {Cause::unknown_version, 1229, "versão de leiaute desconhecida"},
+      {Cause::unknown_element, 1230, "campo desconhecido neste leiaute"},
+      {Cause::element_order, 1231, "campo fora de ordem"},
+      {Cause::alternatives, 1232, "campos alternativos juntos ou ausentes"},
+      {Cause::format, 1233, "formato ou tamanho inválido"},
+      {Cause::signature_length, 1234, "assinatura do aplicativo comercial não tem 344 caracteres"},
       {Cause::missing_field, 1226, "campo obrigatório ausente"},
       {Cause::too_many, 1227, "quantidade de ocorrências fora do limite"},
       {Cause::issuer_unknown, 1203, "emitente não autorizado neste SAT"},
@@ -49,8 +56,6 @@ const CauseRow& cause_row(Cause cause) {
 }
 
 Rejected::Rejected(Cause cause, const std::string& field)
-    : cccc_(cause_row(cause).cccc),
-      field_(field),
-      message_(std::string(cause_row(cause).text) + " (" + field + ")") {}
+    : cause_(cause), field_(field), message_(std::string(cause_row(cause).text) + " (" + field + ")") {}
 
 }  // namespace emulator

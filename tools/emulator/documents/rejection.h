@@ -13,6 +13,13 @@ enum class Cause {
   not_understood,
   not_xml,
   encoding,
+  byte_order_mark,
+  unknown_version,
+  unknown_element,
+  element_order,
+  alternatives,
+  format,
+  signature_length,
   missing_field,
   too_many,
   issuer_unknown,
@@ -57,12 +64,13 @@ class Rejected : public std::exception {
  public:
   Rejected(Cause cause, const std::string& field);
 
-  int cccc() const { return cccc_; }
+  Cause cause() const { return cause_; }
+  int cccc() const { return cause_row(cause_).cccc; }
   const std::string& field() const { return field_; }
   const char* what() const noexcept override { return message_.c_str(); }
 
  private:
-  int cccc_;
+  Cause cause_;
   std::string field_;
   std::string message_;
 };

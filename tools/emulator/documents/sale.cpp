@@ -209,7 +209,18 @@ void read_payments(const Element& group, Sale& sale) {
   if (sale.paid < sale.total) payments.reject(Cause::payments_below_total);
 }
 
+void reckon(const Element& group, Sale& sale) {
+  read_items(group, sale);
+  compute_taxes(group, sale);
+  read_payments(group, sale);
+}
+
 }  // namespace
+
+void check_amounts(const Element& group) {
+  Sale sale;
+  reckon(group, sale);
+}
 
 std::unique_ptr<Sale> read_sale(std::string_view xml) {
   auto sale = std::make_unique<Sale>();
@@ -220,9 +231,7 @@ std::unique_ptr<Sale> read_sale(std::string_view xml) {
   sale->issuer_cnpj = issuer.text();
   if (!valid_cnpj(sale->issuer_cnpj)) issuer.reject(Cause::issuer_cnpj);
   sale->buyer = read_buyer(group);
-  read_items(group, *sale);
-  compute_taxes(group, *sale);
-  read_payments(group, *sale);
+  reckon(group, *sale);
   return sale;
 }
 

@@ -13,6 +13,8 @@
 
 namespace emulator {
 
+class Element;
+
 struct SaleItem {
   pugi::xml_node node;         // det
   Cents gross = 0;             // vProd
@@ -40,6 +42,10 @@ struct Sale {
   Cents total = 0;  // vCFe
   Cents paid = 0;
 };
+
+// Only what is reckoned with: items, taxes and payments. Fills in the taxes, as read_sale does. Throws
+// Rejected.
+void check_amounts(const Element& group);
 
 // Throws Rejected.
 std::unique_ptr<Sale> read_sale(std::string_view xml);

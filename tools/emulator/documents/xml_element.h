@@ -17,6 +17,8 @@ class Element {
   pugi::xml_node node() const { return node_; }
   const std::string& path() const { return path_; }
   std::string text() const { return node_.text().get(); }
+  // The path of what is called so in here.
+  std::string inside(const std::string& name) const { return path_.empty() ? name : path_ + "/" + name; }
 
   // Throws Rejected when there is none.
   Element child(const char* name) const;
@@ -28,8 +30,6 @@ class Element {
   [[noreturn]] void reject(Cause cause) const { throw Rejected(cause, path_); }
 
  private:
-  std::string inside(const std::string& name) const { return path_.empty() ? name : path_ + "/" + name; }
-
   pugi::xml_node node_;
   std::string path_;
 };

@@ -1,6 +1,7 @@
 // What happened, one line per event, on the standard error stream: for people, or as JSON for programs.
-// Nothing that a till sent appears in it but the name of a function that there is and the session number. A
-// device does not stand still because nobody reads its log: what does not fit is dropped, and counted.
+// Nothing that a till sent appears in it but the name of a function that there is, the session number and,
+// where documents are held against their layout, names of fields. A device does not stand still because
+// nobody reads its log: what does not fit is dropped, and counted.
 #pragma once
 
 #include <chrono>
