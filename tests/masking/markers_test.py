@@ -155,7 +155,26 @@ class MarkerTest(SatctlTest):
         outputs = {}
         for view in VIEWS:
             outputs["log " + " ".join(view)] = self.run_satctl("log", *view, *arguments).out
+        outputs["log in Portuguese"] = self.run_satctl("log", "--calls", *arguments, LANG="pt_BR.UTF-8").out
         return outputs
+
+    def followed(self):
+        """What "log -f" shows of the logs as they are and of a record that comes behind them."""
+        last = "[09:59:59.000]ERR [0001] [../src/api/TALVEX] [ConsultarSAT] rc[000000]ER\n"
+        process = subprocess.Popen(self.command("log", "-f", "-n", "100000"), stdout=subprocess.PIPE,
+                                   env=support.environment())
+        try:
+            output = process.stdout.readline()  # it has begun
+            with open(self.path("Log/%s_SAT_api.log" % DAY), "a", encoding="utf-8") as log:
+                log.write(last)
+            while b":59:59" not in output:
+                line = process.stdout.readline()
+                self.assertTrue(line, "it ended by itself")
+                output += line
+        finally:
+            process.kill()
+            process.communicate()
+        return {"log -f": output.decode("utf-8", "surrogateescape")}
 
     def bundle(self):
         self.run_satctl("doctor", "--bundle", self.path("b.tar.gz"), expected=None, TZ="UTC3")
@@ -256,7 +275,7 @@ class Commands(MarkerTest):
                     "<proxy_user>{}</proxy_user><proxy_senha>{}</proxy_senha></config>")
         text = "ConfigurarInterfaceDeRede|000042|%s|%s" % (CODE, settings.format(*(self.marker().word for _ in range(8))))
         self.write_logs(trace_of_command(text), logged(text, True))
-        self.assert_clean(self.outputs(), CODE)
+        self.assert_clean({**self.outputs(), **self.followed()}, CODE)
 
 
 class Replies(MarkerTest):
@@ -353,7 +372,7 @@ class Echoes(MarkerTest):
         logs = "".join(self.read("Log/" + name) for name in os.listdir(self.path("Log")))
         self.assertIn(CODE, logs)
         self.assertIn("Rcvd[%02Xh]" % ord(CODE[0]), logs)
-        self.assert_clean(self.outputs(), CODE)
+        self.assert_clean({**self.outputs(), **self.followed()}, CODE)
 
 
 class Utilities(MarkerTest):
@@ -400,6 +419,15 @@ class OwnCalls(MarkerTest):
                     if layout == ("--raw",):
                         self.assertIn("eco ******** Ana", shown.out)
             os.unlink(self.path("sat0"))
+
+    def test_show_no_code_of_a_stored_reply(self):
+        fields = list(REPLIES[0])
+        fields[0], fields[3] = "000042", "eco %s Ana" % CODE
+        with ScriptedDevice(self.path("sat0"), lambda _: "|".join(fields).encode()):
+            for layout in ((), ("--json",), ("--raw",)):
+                shown = self.run_satctl(*layout, "recuperar", "--sessao", "42", expected=None)
+                self.assertIn("eco ******** Ana" if layout == ("--raw",) else "", shown.out)
+                self.assertNotIn(CODE, shown.out + shown.err, layout)
 
     def test_show_no_code_in_the_place_of_a_document(self):
         fields, code = list(REPLIES[0]), "codigo8642"
