@@ -57,7 +57,7 @@ std::string empty_base64(std::string_view text) {
 }
 
 std::string filled_document(std::string_view value) {
-  const std::string base64 = empty_base64(value);
+  std::string base64 = empty_base64(value);
   if (base64.size() == value.size()) return base64;
   return value.starts_with('<') ? empty_document(value.size()) : std::string(value.size(), kFill);
 }
