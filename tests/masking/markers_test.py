@@ -21,7 +21,7 @@ from support import CODE, EMULATOR, SALE, SatctlTest  # noqa: E402
 DAY = time.strftime("%Y%m%d", time.gmtime(time.time() - 3 * 3600))
 API = "[0100] [../src/api/TALVEX] "
 UTILS = "[0100] [../src/olk_sat_utils/olk_sat_utils] "
-LONG_ALARM = 400  # seconds for one test, which runs every view over thousands of cases
+LONG_ALARM = 1500  # seconds for one test, which runs every view over thousands of cases
 VIEWS = [view + layout for view in ((), ("--frames",), ("--calls",)) for layout in ((), ("--json",))]
 
 COMMANDS = {

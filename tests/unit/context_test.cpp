@@ -169,7 +169,7 @@ TEST_F(FirstCall, LeavesAFileAloneThatSomebodyElseMakesMeanwhile) {
 
 // 2 GiB and 4 GiB: negative and 0 in 32 bits.
 TEST_F(FirstCall, LeavesAFileOfAnySizeAlone) {
-  for (const uintmax_t gibibytes : {2, 4}) {
+  for (const uintmax_t gibibytes : {uintmax_t{2}, uintmax_t{4}}) {
     for (const char* name : {"SAT.ini", "large.ini"}) {
       gl_tSat = {};
       write_file(name, "[LOG]\nLogMode=3\n");
