@@ -346,7 +346,7 @@ TEST_F(DefaultFile, IsNotWrittenOverContent) {
 }
 
 TEST_F(DefaultFile, IsNotWrittenOverContentThatHasNo32BitSize) {
-  for (const uintmax_t gibibytes : {2, 4}) {
+  for (const uintmax_t gibibytes : {uintmax_t{2}, uintmax_t{4}}) {
     for (const char* name : {"SAT.ini", "large.ini"}) {
       write_file(name, "#\n");
       std::filesystem::resize_file(name, gibibytes << 30);
