@@ -6,10 +6,9 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
-#define TOML_ENABLE_FORMATTERS 0
-#include <toml++/toml.h>
 
 #include "hub/text.h"
+#include "hub/toml.h"
 
 namespace hub {
 

@@ -122,8 +122,7 @@ void apply_log_path(const Item&, Lookup& lookup, Settings&) {
                kLibraryDate, kBuildStamp, kPlatformBits);
 }
 
-// The port itself is looked up whenever it is needed. Kept: a file without one is read once more by the next
-// call.
+// The port is looked up whenever it is needed. Kept: a file without one is read once more by the next call.
 void apply_fixed_port(const Item&, Lookup& lookup, Settings& settings) {
   switch (lookup.outcome) {
     case Outcome::kMissing:

@@ -115,8 +115,12 @@ void write_default_file(int file, char* block) {
 
 int CreateFile_TalvexIni() {
   int existing = existing_file_size(kIniFileName);
-  const int file = existing > 0 ? -1 : open_for_default_file();
-  if (file == -1 && existing <= 0 && errno == EEXIST) existing = existing_file_size(kIniFileName);
+  int file = -1;
+  if (existing <= 0) {
+    file = open_for_default_file();
+    const bool other_was_faster = file == -1 && errno == EEXIST;
+    if (other_was_faster) existing = existing_file_size(kIniFileName);
+  }
   if (existing > 0) {
     API_TRACE(kInfo, " rc[%06d]OK file[%s]Already Exist!\n", existing, kIniFileName);
     return existing;

@@ -5,8 +5,7 @@
 
 inline constexpr size_t kPacketBufferSize = size_t{10} * 1024 * 1024;
 
-// Cleared before a reply is read. Kept: what a longer command left behind it stays, as hosts have always seen
-// it.
+// Cleared before a reply is read. Kept: what a longer command left behind it stays.
 inline constexpr size_t kClearedForReply = size_t{5} * 1024 * 1024;
 
 struct PacketBuffer {

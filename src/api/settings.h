@@ -12,8 +12,7 @@ struct Settings {
   bool lSatEmulatorOn;
   bool lResultFilesOn;
   char strResultPathLinux[128];
-  // 0 where the file has set none. Kept: one that was set once stays, also when its item is gone from the
-  // file.
+  // 0 where the file has set none. Kept: one that was set once stays when its item is gone.
   uint32_t timeout_s[kSatFunctionCount];
   time_t tIniFileTime;  // the file as it was read last; 0: to be read again
 };

@@ -34,7 +34,6 @@ constexpr int64_t longest_wait_ms(uint32_t reply_timeout_s) {
   return std::max<int64_t>(kEndlessWaitMs, int64_t{3} * 1000 * reply_timeout_s);
 }
 
-// When a device that says nothing at all is given up, and one that acknowledges the command and then falls
-// silent.
+// When a device is given up that says nothing at all, and one that is silent behind its acknowledgement.
 inline constexpr int kSilentDeviceMs = kAckWaits * kAckWaitMs;
 inline constexpr int kNoReplyMs = kReplyWaits * kReplyWaitMs;

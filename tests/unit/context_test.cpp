@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "api/configuration.h"
+#include "api/default_configuration.h"
 #include "api/protocol_log.h"
 #include "olk_sat_utils/return_codes.h"
 #include "olk_utils/bounded_text.h"
@@ -165,6 +166,14 @@ TEST_F(FirstCall, LeavesAFileAloneThatSomebodyElseMakesMeanwhile) {
   EXPECT_EQ(init_global_sat_struct(), 0);
   EXPECT_EQ(read_file("SAT.ini"), "[LOG]\nLogMode=2\n");
   EXPECT_EQ(tLog.ucModeMask, 3);
+}
+
+TEST_F(FirstCall, FindsTheFileThatSomebodyElseMakesMeanwhile) {
+  log_up_to(kInfo);
+  meanwhile = [] { write_file("SAT.ini", "#\n"); };
+  EXPECT_EQ(CreateFile_TalvexIni(), 2);
+  EXPECT_THAT(take_lines(), ElementsAre(api_line("INF", "CreateFile_TalvexIni",
+                                                 " rc[000002]OK file[SAT.ini]Already Exist!\n")));
 }
 
 // 2 GiB and 4 GiB: negative and 0 in 32 bits.
