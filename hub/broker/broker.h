@@ -75,8 +75,8 @@ class Broker {
   Receiving close(const Till& till, Fiscal function, const std::string& key);
   // The id of a question or, for administration, of an operation; none if too many wait.
   std::optional<JobId> ask(const Till& till, const FunctionRequest& request);
-  // ConsultarNumeroSessao and ConsultarUltimaSessaoFiscal of a till, from the journal; none: the device has
-  // to be asked.
+  // ConsultarNumeroSessao and ConsultarUltimaSessaoFiscal of a till, from the journal: 11003 or 19003 where
+  // it has nothing of that till.
   std::string session_reply(const Till& till, int session, int asked);
   std::string last_fiscal_reply(const Till& till, int session);
   // Why it may not be done, or empty.
